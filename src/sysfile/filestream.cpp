@@ -1,0 +1,312 @@
+#include "sysfile/filestream.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "port/errors.h"
+#include "port/file.h"
+
+namespace murv {
+
+namespace {
+
+struct ParsedMode {
+    port::OpenFlags flags;
+    bool deleteOnClose = false;
+    bool append = false;
+};
+
+bool Has(const char* mode, char c) { return mode && std::strchr(mode, c) != nullptr; }
+
+// Only the presence of each letter matters.
+ParsedMode ParseMode(const char* mode) {
+    ParsedMode m;
+    port::OpenFlags& f = m.flags;
+    if (Has(mode, '+')) {
+        f.read = f.write = true;
+        if (Has(mode, 'w')) {
+            f.create = f.truncate = true;
+        } else if (Has(mode, 'a')) {
+            f.create = f.append = true;
+        }
+    } else if (Has(mode, 'r')) {
+        f.read = true;
+    } else if (Has(mode, 'w')) {
+        f.read = false;
+        f.write = f.create = f.truncate = true;
+    } else if (Has(mode, 'a')) {
+        f.read = false;
+        f.write = f.create = f.append = true;
+    }
+    // "t" (text translation) has no meaning on this platform: bytes pass as they are.
+    f.randomAccess = Has(mode, 'R');
+    f.shortLived = Has(mode, 'T');
+    m.deleteOnClose = Has(mode, 'D');
+    m.append = Has(mode, 'a');
+    // Sharing (others may read, and write only to files deleted on close) is
+    // not enforced by this platform's descriptors; nothing else is needed.
+    return m;
+}
+
+}  // namespace
+
+MURV_FileStream::MURV_FileStream() : buffer_(new unsigned char[kBufferSize]) {}
+
+MURV_FileStream::MURV_FileStream(const char* name, const char* mode) : MURV_FileStream() {
+    if (!Open(name, mode)) {
+        good_ = false;
+        ErrorText::Throw(kDataSourceMessages, kErrStreamOpen, name ? name : "", port::LastErrorText());
+    }
+}
+
+MURV_FileStream::MURV_FileStream(MURV_FileStream& other) : MURV_FileStream() {
+    other.Flush();
+    name_ = other.name_;
+    deleteOnClose_ = other.deleteOnClose_;
+    port::OpenFlags flags;  // read-only
+    fd_ = name_ ? port::OpenFile(name_->c_str(), flags) : -1;
+    if (fd_ < 0) {
+        good_ = false;
+        ErrorText::Throw(kDataSourceMessages, kErrStreamOpen, Name(), port::LastErrorText());
+    }
+    port::SeekFile(fd_, 0, SEEK_SET);
+}
+
+MURV_FileStream::~MURV_FileStream() {
+    if (fd_ >= 0) {
+        try {
+            if (writeBuffer_) FlushBuffer();
+        } catch (...) {
+            // A destructor cannot report; the data that could not be written is lost.
+        }
+        port::CloseFile(fd_);
+        fd_ = -1;
+    }
+    if (deleteOnClose_ && name_ && !name_->empty()) port::RemoveFile(name_->c_str());
+}
+
+void MURV_FileStream::Fail(long number) {
+    good_ = false;
+    ErrorText::Throw(kDataSourceMessages, number, Name(), port::LastErrorText());
+}
+
+bool MURV_FileStream::Open(const char* name, const char* mode) {
+    if (fd_ >= 0) {
+        port::CloseFile(fd_);
+        fd_ = -1;
+    }
+    name_ = std::make_shared<const std::string>(name ? name : "");
+    const ParsedMode m = ParseMode(mode);
+    deleteOnClose_ = m.deleteOnClose;
+    fd_ = name ? port::OpenFile(name, m.flags) : -1;
+    const bool ok = fd_ >= 0;
+    position_ = 0;
+    if (ok && m.append) {
+        const std::int64_t size = port::FileSize(fd_);
+        position_ = size > 0 ? size : 0;
+        port::SeekFile(fd_, position_, SEEK_SET);
+    }
+    device_ = position_;
+    fill_ = 0;
+    origin_ = -1;
+    writeBuffer_ = false;
+    good_ = ok;
+    eof_ = false;
+    return ok;
+}
+
+void MURV_FileStream::SeekDevice(std::int64_t to) {
+    if (device_ == to) return;
+    if (port::SeekFile(fd_, to, SEEK_SET) != to) Fail(kErrStreamRead);
+    device_ = to;
+}
+
+void MURV_FileStream::FlushBuffer() {
+    if (!writeBuffer_ || fill_ == 0) return;
+    if (device_ != origin_) {
+        if (port::SeekFile(fd_, origin_, SEEK_SET) != origin_) Fail(kErrStreamWrite);
+        device_ = origin_;
+    }
+    const std::size_t written = port::WriteFile(fd_, buffer_.get(), fill_);
+    device_ = origin_ + static_cast<std::int64_t>(written);
+    if (written != fill_) Fail(kErrStreamWrite);
+    fill_ = 0;
+}
+
+bool MURV_FileStream::Flush() {
+    if (fd_ < 0) return false;
+    FlushBuffer();
+    return true;
+}
+
+unsigned MURV_FileStream::Read(void* dst, unsigned len) {
+    if (fd_ < 0 || len == 0) return 0;
+    if (position_ < 0) Fail(kErrStreamRead);  // a seek before the start fails here
+    if (writeBuffer_) FlushBuffer();
+    auto* out = static_cast<unsigned char*>(dst);
+    unsigned delivered = 0;
+    auto fromBuffer = [&] {
+        if (fill_ > 0 && position_ >= origin_ && position_ < origin_ + fill_) {
+            const auto offset = static_cast<unsigned>(position_ - origin_);
+            const unsigned n = std::min(fill_ - offset, len - delivered);
+            std::memcpy(out + delivered, buffer_.get() + offset, n);
+            delivered += n;
+            position_ += n;
+        }
+    };
+    fromBuffer();
+    if (len - delivered >= kBufferSize) {
+        // Large requests go straight into the caller's memory, up to the last
+        // 512-byte boundary; the tail comes through the buffer.
+        const std::int64_t end = position_ + (len - delivered);
+        const std::int64_t direct = (end / kAlignment) * kAlignment - position_;
+        if (direct > 0) {
+            SeekDevice(position_);
+            const std::int64_t n = port::ReadFile(fd_, out + delivered, static_cast<std::size_t>(direct));
+            if (n < 0) Fail(kErrStreamRead);
+            eof_ = n == 0;
+            device_ += n;
+            position_ += n;
+            delivered += static_cast<unsigned>(n);
+        }
+    }
+    while (delivered < len) {
+        const std::int64_t aligned = (position_ / kAlignment) * kAlignment;
+        SeekDevice(aligned);
+        const std::int64_t n = port::ReadFile(fd_, buffer_.get(), kBufferSize);
+        if (n < 0) Fail(kErrStreamRead);
+        device_ = aligned + n;
+        origin_ = aligned;
+        fill_ = static_cast<unsigned>(n);
+        eof_ = n == 0;
+        if (n == 0) break;
+        const unsigned before = delivered;
+        fromBuffer();
+        if (delivered == before) {
+            // The position lies beyond the bytes the file holds.
+            eof_ = true;
+            break;
+        }
+        if (n < static_cast<std::int64_t>(kBufferSize)) {
+            if (delivered < len) eof_ = true;
+            break;
+        }
+    }
+    return delivered;
+}
+
+unsigned MURV_FileStream::Write(const void* src, unsigned len) {
+    if (fd_ < 0 || len == 0) return 0;
+    const auto* in = static_cast<const unsigned char*>(src);
+    unsigned done = 0;
+    if (!writeBuffer_) {
+        writeBuffer_ = true;
+        fill_ = 0;
+    }
+    if (fill_ > 0) {
+        if (position_ < origin_ || position_ >= origin_ + kBufferSize || position_ > origin_ + fill_) {
+            FlushBuffer();
+        } else {
+            const auto offset = static_cast<unsigned>(position_ - origin_);
+            const unsigned n = std::min(kBufferSize - offset, len);
+            std::memcpy(buffer_.get() + offset, in, n);
+            fill_ = std::max(fill_, offset + n);
+            position_ += n;
+            done = n;
+            if (fill_ == kBufferSize) FlushBuffer();
+        }
+    }
+    const unsigned rest = len - done;
+    if (rest >= kBufferSize) {
+        if (position_ < 0) Fail(kErrStreamWrite);
+        if (device_ != position_) {
+            if (port::SeekFile(fd_, position_, SEEK_SET) != position_) Fail(kErrStreamWrite);
+            device_ = position_;
+        }
+        const std::size_t n = port::WriteFile(fd_, in + done, rest);
+        device_ += static_cast<std::int64_t>(n);
+        position_ += static_cast<std::int64_t>(n);
+        if (n != rest) Fail(kErrStreamWrite);
+    } else if (rest > 0) {
+        // The buffer is empty here: it was flushed above or filled up and written.
+        origin_ = position_;
+        std::memcpy(buffer_.get(), in + done, rest);
+        fill_ = rest;
+        position_ += rest;
+    }
+    return len;
+}
+
+int MURV_FileStream::Seek(std::int64_t offset, int whence) {
+    if (fd_ < 0) return -1;
+    eof_ = false;
+    switch (whence) {
+        case 1:
+            position_ += offset;
+            break;
+        case 2: {
+            std::int64_t end = port::SeekFile(fd_, 0, SEEK_END);
+            if (end < 0) Fail(kErrStreamRead);
+            device_ = end;
+            if (writeBuffer_ && fill_ > 0 && origin_ + fill_ > end) end = origin_ + fill_;
+            position_ = end + offset;
+            break;
+        }
+        default:
+            position_ = offset;
+            break;
+    }
+    return 0;
+}
+
+// ---- MURV_InMemoryFile ----
+
+MURV_InMemoryFile::MURV_InMemoryFile()
+    : block_(new unsigned char[kInitialCapacity]), capacity_(kInitialCapacity) {}
+
+unsigned MURV_InMemoryFile::Write(const void* src, unsigned len) {
+    if (len == 0) return 0;
+    if (current_ + len > capacity_) {
+        // Grow by half steps until the last step alone covers the request.
+        std::size_t c = capacity_;
+        std::size_t step;
+        do {
+            step = c / 2;
+            c += step;
+        } while (step < len);
+        std::unique_ptr<unsigned char[]> grown(new unsigned char[c]);
+        std::memcpy(grown.get(), block_.get(), current_);
+        block_ = std::move(grown);
+        capacity_ = c;
+        size_ = std::min(size_, current_);
+    }
+    std::memcpy(block_.get() + current_, src, len);
+    current_ += len;
+    size_ = std::max(size_, current_);
+    return len;
+}
+
+unsigned MURV_InMemoryFile::Read(void* dst, unsigned len) {
+    const std::size_t n = std::min<std::size_t>(len, size_ - current_);
+    std::memcpy(dst, block_.get() + current_, n);
+    current_ += n;
+    return static_cast<unsigned>(n);
+}
+
+// Seeking from the end counts from the end of the data written (not from the
+// end of the block), like a file: Seek(-n, 2) lands n bytes before the end.
+int MURV_InMemoryFile::Seek(std::int64_t offset, int whence) {
+    std::int64_t base;
+    switch (whence) {
+        case 0: base = 0; break;
+        case 1: base = static_cast<std::int64_t>(current_); break;
+        case 2: base = static_cast<std::int64_t>(size_); break;
+        default: return -2;
+    }
+    const std::int64_t target = base + offset;
+    if (target < 0 || target > static_cast<std::int64_t>(size_)) return -1;
+    current_ = static_cast<std::size_t>(target);
+    return 0;
+}
+
+}  // namespace murv

@@ -1,0 +1,108 @@
+// Byte streams: every byte of a system file passes through one of these.
+//
+// MURV_FileStream keeps one 4096-byte buffer over a file descriptor, with
+// 64-bit positions. Buffer fills start at 512-byte boundaries; requests of
+// 4096 bytes or more bypass the buffer, so that case records and compressed
+// blocks are copied at most once. Failed reads, writes and seeks throw
+// ErrorText (1003, 1002); only Open reports failure by its result.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace murv {
+
+class MURV_StrBaseIO {
+public:
+    virtual ~MURV_StrBaseIO() = default;
+    virtual void ClearError() = 0;
+    virtual bool Good() const = 0;
+    virtual unsigned Read(void* dst, unsigned len) = 0;
+    virtual unsigned Write(const void* src, unsigned len) = 0;
+    // whence 0 from the start, 1 from the current position, 2 from the end.
+    virtual int Seek(std::int64_t offset, int whence) = 0;
+    virtual std::int64_t Tell() const = 0;
+    virtual bool AtEof() const = 0;
+};
+
+class MURV_FileStream : public MURV_StrBaseIO {
+public:
+    static constexpr unsigned kBufferSize = 4096;
+    static constexpr unsigned kAlignment = 512;
+
+    MURV_FileStream();
+    // Opens name with mode; throws error 1000 naming the file on failure.
+    MURV_FileStream(const char* name, const char* mode);
+    // A second, read-only stream on the other's file, positioned at 0 (the
+    // case iterators read through their own). Flushes the other first.
+    explicit MURV_FileStream(MURV_FileStream& other);
+    MURV_FileStream(const MURV_FileStream&) = delete;
+    MURV_FileStream& operator=(const MURV_FileStream&) = delete;
+    // Writes back a dirty buffer, closes the file, and removes it when it was
+    // opened for deletion on close. Never throws.
+    ~MURV_FileStream() override;
+
+    void ClearError() override { good_ = true; }
+    bool Good() const override { return good_; }
+    unsigned Read(void* dst, unsigned len) override;
+    unsigned Write(const void* src, unsigned len) override;
+    int Seek(std::int64_t offset, int whence) override;
+    std::int64_t Tell() const override { return position_; }
+    bool AtEof() const override { return eof_; }
+
+    // Mode letters: r w a + (access), t (text; no effect here), R (random
+    // access hint), T (short-lived hint), D (delete on close). Closes an open
+    // file first, without flushing it.
+    virtual bool Open(const char* name, const char* mode);
+    virtual bool Flush();
+
+    const char* Name() const { return name_ ? name_->c_str() : ""; }
+    bool IsOpen() const { return fd_ >= 0; }
+    bool DeleteOnClose() const { return deleteOnClose_; }
+
+private:
+    void FlushBuffer();  // throws 1002
+    void SeekDevice(std::int64_t to);  // throws 1003
+    [[noreturn]] void Fail(long number);
+    unsigned Fill() const { return fill_; }
+
+    std::unique_ptr<unsigned char[]> buffer_;
+    unsigned fill_ = 0;                 // valid bytes in the buffer
+    std::int64_t origin_ = -1;          // file offset of the buffer's first byte
+    std::int64_t device_ = 0;           // where the descriptor's pointer stands
+    std::int64_t position_ = 0;         // where the next read or write happens
+    int fd_ = -1;
+    std::shared_ptr<const std::string> name_;  // shared by streams copied from one another
+    bool deleteOnClose_ = false;
+    bool writeBuffer_ = false;          // the buffer is written back at the next flush
+    bool good_ = true;
+    bool eof_ = false;
+};
+
+// A stream over a growable memory block.
+class MURV_InMemoryFile : public MURV_StrBaseIO {
+public:
+    static constexpr std::size_t kInitialCapacity = 4096;
+
+    MURV_InMemoryFile();
+    void ClearError() override {}
+    bool Good() const override { return true; }
+    unsigned Read(void* dst, unsigned len) override;
+    unsigned Write(const void* src, unsigned len) override;
+    int Seek(std::int64_t offset, int whence) override;
+    std::int64_t Tell() const override { return static_cast<std::int64_t>(current_); }
+    bool AtEof() const override { return current_ >= size_; }
+
+    std::size_t Capacity() const { return capacity_; }
+    std::size_t Size() const { return size_; }
+    const unsigned char* Data() const { return block_.get(); }
+
+private:
+    std::unique_ptr<unsigned char[]> block_;
+    std::size_t current_ = 0;
+    std::size_t size_ = 0;      // end of the data written
+    std::size_t capacity_ = 0;
+};
+
+}  // namespace murv

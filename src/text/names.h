@@ -1,0 +1,33 @@
+// Name rules for variables, multiple-response sets and attribute names.
+#pragma once
+
+namespace murv::names {
+
+// Verdicts of the name classification.
+enum NameClass : int {
+    kOrdinary = 0,        // a valid ordinary name
+    kScratch = 1,         // a valid name starting with "#"
+    kDollar = 2,          // a valid name starting with "$"
+    kEmptyOrLong = 3,     // empty, all blanks, or longer than 64 bytes
+    kBadCharacter = 4,    // contains a character that is not allowed
+    kReservedWord = 5,    // one of the reserved words
+    kBadFirst = 6,        // starts with a digit, "_" or "."
+    kEndsWithDot = 7,     // (extended) ordinary name ending in "."
+    kEndsWithUnderscore = 100  // (extended) ordinary name ending in "_"
+};
+
+inline constexpr int kMaxNameBytes = 64;
+
+// The basic classification of a NUL-terminated text (0 to 6).
+int Classify(const char* text);
+
+// Classify, and for an ordinary name also refuse a last "." or "_" that ends
+// the text or is followed by a byte below 33 (7 or 100).
+int ClassifyExtended(const char* text);
+
+// The verdict of the exported name check: the first 64 bytes of the name,
+// without leading and trailing blanks, classified; 0 to 6. A null name is
+// judged as an empty one.
+int ValidateVarname(const char* name);
+
+}  // namespace murv::names

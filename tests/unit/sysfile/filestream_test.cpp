@@ -1,0 +1,239 @@
+#include "sysfile/filestream.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "port/errors.h"
+#include "support/temp_dir.h"
+
+namespace murv {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<unsigned char> Pattern(std::size_t n, unsigned seed = 1) {
+    std::vector<unsigned char> v(n);
+    std::mt19937 gen(seed);
+    for (auto& b : v) b = static_cast<unsigned char>(gen());
+    return v;
+}
+
+void WriteRaw(const std::string& path, const std::vector<unsigned char>& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::vector<unsigned char> ReadRaw(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(FileStream, OpenFailures) {
+    testing::TempDir dir;
+    MURV_FileStream s;
+    EXPECT_FALSE(s.Open(dir.File("missing").c_str(), "rb"));
+    EXPECT_FALSE(s.Good());
+    EXPECT_EQ(s.Read(nullptr, 10), 0u) << "no file open: nothing read";
+    EXPECT_EQ(s.Seek(0, 0), -1);
+    EXPECT_FALSE(s.Flush());
+    try {
+        MURV_FileStream t(dir.File("missing").c_str(), "rb");
+        FAIL() << "opening a missing file must throw";
+    } catch (const ErrorText& e) {
+        EXPECT_EQ(e.Number(), kErrStreamOpen);
+        EXPECT_NE(std::string(e.what()).find("missing"), std::string::npos);
+        EXPECT_EQ(std::string(e.what()).rfind("Datasource error # 1000 involving ", 0), 0u);
+    }
+    EXPECT_FALSE(s.Open(dir.Path().c_str(), "rb")) << "a directory is no file";
+}
+
+TEST(FileStream, ReadsEveryRangeOfAFileExactly) {
+    testing::TempDir dir;
+    const auto bytes = Pattern(3 * 4096 + 777);
+    WriteRaw(dir.File("f"), bytes);
+    MURV_FileStream s(dir.File("f").c_str(), "rb");
+    // Offsets and sizes around the buffer and alignment boundaries, in both
+    // the buffered and the direct paths.
+    const std::int64_t offsets[] = {0, 1, 511, 512, 4095, 4096, 4097, 5000, 8191, 12000};
+    const unsigned sizes[] = {1, 8, 511, 512, 4095, 4096, 4097, 9000};
+    for (auto off : offsets) {
+        for (auto len : sizes) {
+            ASSERT_EQ(s.Seek(off, 0), 0);
+            std::vector<unsigned char> got(len);
+            const unsigned n = s.Read(got.data(), len);
+            const std::size_t expect = std::min<std::size_t>(len, bytes.size() - static_cast<std::size_t>(off));
+            ASSERT_EQ(n, expect) << off << '+' << len;
+            ASSERT_TRUE(std::equal(got.begin(), got.begin() + n, bytes.begin() + off)) << off << '+' << len;
+            EXPECT_EQ(s.Tell(), off + static_cast<std::int64_t>(n));
+        }
+    }
+}
+
+TEST(FileStream, EndOfFileAndSeeks) {
+    testing::TempDir dir;
+    WriteRaw(dir.File("f"), Pattern(4100));
+    MURV_FileStream s(dir.File("f").c_str(), "rb");
+    unsigned char buf[16];
+    ASSERT_EQ(s.Seek(5000, 0), 0);
+    EXPECT_EQ(s.Read(buf, 10), 0u);
+    EXPECT_TRUE(s.AtEof());
+    ASSERT_EQ(s.Seek(0, 0), 0);
+    EXPECT_FALSE(s.AtEof()) << "a seek clears the end-of-file flag";
+    ASSERT_EQ(s.Seek(-4, 2), 0);
+    EXPECT_EQ(s.Tell(), 4096);
+    EXPECT_EQ(s.Read(buf, 16), 4u);
+    ASSERT_EQ(s.Seek(-8, 1), 0);
+    EXPECT_EQ(s.Tell(), 4092);
+    ASSERT_EQ(s.Seek(-1, 0), 0);
+    EXPECT_THROW(s.Read(buf, 1), ErrorText) << "a position before the start fails at the read";
+    EXPECT_FALSE(s.Good());
+    s.ClearError();
+    EXPECT_TRUE(s.Good());
+}
+
+TEST(FileStream, WriteThenReadBackThroughTheSameStream) {
+    testing::TempDir dir;
+    const auto bytes = Pattern(100);
+    MURV_FileStream s(dir.File("f").c_str(), "wb+");
+    EXPECT_EQ(s.Write(bytes.data(), 100), 100u);
+    ASSERT_EQ(s.Seek(0, 0), 0);
+    std::vector<unsigned char> got(100);
+    EXPECT_EQ(s.Read(got.data(), 100), 100u);
+    EXPECT_EQ(got, bytes);
+}
+
+TEST(FileStream, EndSeekSeesUnflushedData) {
+    testing::TempDir dir;
+    MURV_FileStream s(dir.File("f").c_str(), "wb");
+    const auto bytes = Pattern(300);
+    s.Write(bytes.data(), 300);
+    EXPECT_EQ(fs::file_size(dir.File("f")), 0u) << "still in the buffer";
+    ASSERT_EQ(s.Seek(0, 2), 0);
+    EXPECT_EQ(s.Tell(), 300);
+}
+
+TEST(FileStream, MixedWritesPatchesAndLargeBlocksLandOnDisk) {
+    testing::TempDir dir;
+    std::vector<unsigned char> model;
+    std::mt19937 gen(7);
+    {
+        MURV_FileStream s(dir.File("f").c_str(), "wb+");
+        std::int64_t pos = 0;
+        for (int i = 0; i < 400; ++i) {
+            const unsigned len = (i % 13 == 0) ? 4096 + gen() % 9000 : 1 + gen() % 700;
+            const auto chunk = Pattern(len, static_cast<unsigned>(i + 1));
+            if (i % 7 == 3 && pos > 0) pos = gen() % pos;  // go back and overwrite
+            ASSERT_EQ(s.Seek(pos, 0), 0);
+            ASSERT_EQ(s.Write(chunk.data(), len), len);
+            if (model.size() < static_cast<std::size_t>(pos) + len) model.resize(static_cast<std::size_t>(pos) + len);
+            std::copy(chunk.begin(), chunk.end(), model.begin() + pos);
+            pos += len;
+            if (i % 11 == 5) {  // interleave reads through the same stream
+                const std::int64_t at = gen() % model.size();
+                ASSERT_EQ(s.Seek(at, 0), 0);
+                std::vector<unsigned char> got(200);
+                const unsigned n = s.Read(got.data(), 200);
+                ASSERT_EQ(n, std::min<std::size_t>(200, model.size() - at));
+                ASSERT_TRUE(std::equal(got.begin(), got.begin() + n, model.begin() + at));
+            }
+        }
+    }  // destruction flushes
+    EXPECT_EQ(ReadRaw(dir.File("f")), model);
+}
+
+TEST(FileStream, AppendModeStartsAtTheEnd) {
+    testing::TempDir dir;
+    WriteRaw(dir.File("f"), Pattern(10));
+    {
+        MURV_FileStream s(dir.File("f").c_str(), "ab");
+        EXPECT_EQ(s.Tell(), 10);
+        const unsigned char more[3] = {1, 2, 3};
+        s.Write(more, 3);
+    }
+    EXPECT_EQ(fs::file_size(dir.File("f")), 13u);
+}
+
+TEST(FileStream, CopiedStreamReadsIndependently) {
+    testing::TempDir dir;
+    const auto bytes = Pattern(10000);
+    MURV_FileStream writer(dir.File("f").c_str(), "wb");
+    writer.Write(bytes.data(), 1000);
+    MURV_FileStream reader(writer);  // flushes the writer first
+    EXPECT_STREQ(reader.Name(), writer.Name());
+    EXPECT_EQ(reader.Tell(), 0);
+    std::vector<unsigned char> got(1000);
+    EXPECT_EQ(reader.Read(got.data(), 1000), 1000u);
+    EXPECT_TRUE(std::equal(got.begin(), got.end(), bytes.begin()));
+    writer.Write(bytes.data() + 1000, 50);
+    EXPECT_EQ(writer.Tell(), 1050);
+}
+
+TEST(FileStream, DeleteOnClose) {
+    testing::TempDir dir;
+    const std::string path = dir.File("scratch");
+    {
+        MURV_FileStream s(path.c_str(), "wbD");
+        EXPECT_TRUE(s.DeleteOnClose());
+        s.Write("abc", 3);
+        EXPECT_TRUE(fs::exists(path));
+    }
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST(FileStream, ReadOnlyFileRefusesWritesWithAnError) {
+    testing::TempDir dir;
+    WriteRaw(dir.File("f"), Pattern(10));
+    MURV_FileStream s(dir.File("f").c_str(), "rb");
+    const auto bytes = Pattern(5000);
+    try {
+        s.Write(bytes.data(), 5000);
+        FAIL() << "a write to a read-only descriptor must throw";
+    } catch (const ErrorText& e) {
+        EXPECT_EQ(e.Number(), kErrStreamWrite);
+    }
+    EXPECT_FALSE(s.Good());
+}
+
+TEST(InMemoryFile, GrowsByHalfSteps) {
+    MURV_InMemoryFile m;
+    const auto fill = Pattern(4096);
+    m.Write(fill.data(), 4096);
+    EXPECT_EQ(m.Capacity(), 4096u) << "a write that fits never reallocates";
+    m.Write(fill.data(), 100);
+    EXPECT_EQ(m.Capacity(), 6144u);
+
+    MURV_InMemoryFile big;
+    big.Write(fill.data(), 4096);
+    const auto more = Pattern(5000);
+    big.Write(more.data(), 5000);
+    EXPECT_EQ(big.Capacity(), 20736u);
+    EXPECT_EQ(big.Size(), 9096u);
+    ASSERT_EQ(big.Seek(4096, 0), 0);
+    std::vector<unsigned char> got(5000);
+    EXPECT_EQ(big.Read(got.data(), 6000), 5000u);
+    EXPECT_EQ(got, more);
+    EXPECT_TRUE(big.AtEof());
+}
+
+TEST(InMemoryFile, SeekLimits) {
+    MURV_InMemoryFile m;
+    m.Write("abcdef", 6);
+    EXPECT_EQ(m.Seek(7, 0), -1);
+    EXPECT_EQ(m.Tell(), 6);
+    EXPECT_EQ(m.Seek(-1, 0), -1);
+    EXPECT_EQ(m.Seek(0, 5), -2);
+    EXPECT_EQ(m.Seek(-2, 2), 0);
+    char c[2];
+    EXPECT_EQ(m.Read(c, 2), 2u);
+    EXPECT_EQ(c[0], 'e');
+}
+
+}  // namespace
+}  // namespace murv

@@ -1,0 +1,262 @@
+#include "sysfile/compression.h"
+
+#include <bit>
+
+#include "model/constants.h"
+#include "port/assert.h"
+#include "port/errors.h"
+#include "sysfile/byteorder.h"
+#include "sysfile/filestream.h"
+#include "sysfile/sparseindex.h"
+
+namespace murv {
+
+namespace {
+
+constexpr std::uint64_t kBlankCell = 0x2020202020202020ull;
+
+std::array<std::uint64_t, 256> MakeTable() {
+    std::array<std::uint64_t, 256> t{};
+    for (int k = 0; k <= 252; ++k) t[k] = std::bit_cast<std::uint64_t>(static_cast<double>(k - kCompressionBias));
+    t[kCodeStored] = 0;
+    t[kCodeBlanks] = kBlankCell;
+    t[kCodeSysmis] = kSysmisBits;
+    return t;
+}
+
+const std::array<std::uint64_t, 256> gTable = MakeTable();
+
+inline std::uint64_t LoadCell(const unsigned char* p) { return LoadU64(p); }
+inline void StoreCell(unsigned char* p, std::uint64_t v) { StoreU64(p, v); }
+
+inline unsigned char EncodeBits(std::uint64_t bits) {
+    if (bits == kSysmisBits) return kCodeSysmis;
+    if (bits == kBlankCell) return kCodeBlanks;
+    const auto low = static_cast<std::uint32_t>(bits);
+    const auto high = static_cast<std::uint32_t>(bits >> 32);
+    const std::uint32_t exponent = high & 0x7FF00000u;
+    // Only +0.0 and values with |x| in [1, 256) can be small integers.
+    if (low != 0 || (high != 0 && (exponent < 0x3FF00000u || exponent > 0x40600000u))) return kCodeStored;
+    const double x = std::bit_cast<double>(bits);
+    const long k = static_cast<long>(x) + kCompressionBias;
+    if (k < 1 || k > 251) return kCodeStored;
+    return gTable[static_cast<std::size_t>(k)] == bits ? static_cast<unsigned char>(k)
+                                                : static_cast<unsigned char>(kCodeStored);
+}
+
+}  // namespace
+
+const std::array<std::uint64_t, 256>& CompressionTable() { return gTable; }
+
+unsigned char EncodeCell(const unsigned char* cell) { return EncodeBits(LoadCell(cell)); }
+
+CompressedSystemFile::CompressedSystemFile(int cellsPerCase, MURV_FileStream* stream, SparseFileIndex* index,
+                                           std::int64_t row0pos)
+    : row0pos_(row0pos), cellsPerCase_(cellsPerCase), index_(index), file_(stream) {
+    MURV_ASSERT(stream != nullptr && index != nullptr && cellsPerCase >= 0);
+    file_->Seek(row0pos_, 0);
+}
+
+CompressedSystemFile::~CompressedSystemFile() {
+    try {
+        Flush();
+    } catch (...) {
+        // Reported by the explicit Flush of a writer that finishes normally.
+    }
+}
+
+void CompressedSystemFile::WriteBlock() {
+    unsigned char out[kKeySize + kKeySize * kCellSize];
+    std::memcpy(out, key_.data(), kKeySize);
+    const unsigned stored = nextValue_ - 1;
+    for (unsigned i = 0; i < stored; ++i) StoreCell(out + kKeySize + i * kCellSize, values_[i + 1]);
+    file_->Write(out, kKeySize + stored * kCellSize);
+}
+
+void CompressedSystemFile::WriteCase(const unsigned char* cells) {
+    index_->Add(current_, Tell());
+    for (int i = 0; i < cellsPerCase_; ++i) {
+        if (pos_ == kKeySize) {
+            pos_ = 0;
+            nextValue_ = 1;
+        }
+        const std::uint64_t bits = LoadCell(cells + static_cast<std::size_t>(i) * kCellSize);
+        const unsigned char code = EncodeBits(bits);
+        key_[pos_++] = code;
+        if (code == kCodeStored) values_[nextValue_++] = bits;
+        if (pos_ == kKeySize) {
+            WriteBlock();
+            blockLength_ = 0;
+        }
+    }
+    ++current_;
+    target_ = current_;
+    dirty_ = true;
+}
+
+void CompressedSystemFile::Flush() {
+    if (!dirty_) return;
+    if (pos_ < kKeySize) {
+        for (unsigned i = pos_; i < kKeySize; ++i) key_[i] = kCodePadding;
+        WriteBlock();
+        // The block is complete on disk now; later cases start a new one.
+        pos_ = kKeySize;
+    }
+    file_->Flush();
+    dirty_ = false;
+}
+
+bool CompressedSystemFile::LoadBlock() {
+    const unsigned got = file_->Read(key_.data(), kKeySize);
+    if (got < static_cast<unsigned>(kKeySize)) {
+        endOfData_ = true;
+        if (got != 0) throw SystemFileException(__FILE__, "nRead == 0", kErrFileEnds, __LINE__);
+        return false;
+    }
+    unsigned nu = 0;
+    for (unsigned char c : key_) {
+        if (c == kCodeEndOfBlock) break;
+        if (c == kCodeStored) ++nu;
+    }
+    if (nu > 0) {
+        unsigned char raw[kKeySize * kCellSize];
+        const unsigned want = nu * kCellSize;
+        if (file_->Read(raw, want) != want)
+            throw SystemFileException(__FILE__, "nRead == nu*sizeof(OBS)", kErrFileEnds, __LINE__);
+        for (unsigned i = 0; i < nu; ++i) values_[i + 1] = LoadCell(raw + i * kCellSize);
+    }
+    blockLength_ = kKeySize + nu * kCellSize;
+    return true;
+}
+
+// Decodes (cells non-null) or skips one case.
+int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* swap) {
+    int iCell = 0;
+    while (iCell < cellsPerCase_) {
+        if (pos_ == kKeySize) {
+            if (!LoadBlock()) {
+                if (iCell == 0) return 0;
+                throw SystemFileException(__FILE__, "iCell == 0", kErrFileEnds, __LINE__);
+            }
+            pos_ = 0;
+            nextValue_ = 1;
+        }
+        const unsigned char code = key_[pos_];
+        switch (code) {
+            case kCodePadding:
+                break;
+            case kCodeEndOfBlock:
+                pos_ = kKeySize - 1;
+                break;
+            case kCodeStored: {
+                const std::uint64_t v = values_[nextValue_++];
+                if (cells) {
+                    StoreCell(cells + static_cast<std::size_t>(iCell) * kCellSize,
+                              swap && swap[iCell] ? Swap64(v) : v);
+                }
+                ++iCell;
+                break;
+            }
+            default:
+                if (cells) StoreCell(cells + static_cast<std::size_t>(iCell) * kCellSize, gTable[code]);
+                ++iCell;
+                break;
+        }
+        ++pos_;
+    }
+    return cellsPerCase_;
+}
+
+int CompressedSystemFile::SkipCase() { return WalkCase(nullptr, nullptr); }
+
+CompressedPosition CompressedSystemFile::Tell() const {
+    const std::int64_t filepos = file_->Tell();
+    const std::int64_t offset = filepos - row0pos_;
+    // The stream stands behind a whole block unless an earlier read of a
+    // broken file stopped inside one.
+    if (offset % kCellSize != 0)
+        throw SystemFileException(__FILE__, "(filepos-_row0pos)%sizeof(OBS) == 0", kErrBadContent, __LINE__);
+    if (pos_ < kKeySize) return offset + static_cast<std::int64_t>(pos_) - static_cast<std::int64_t>(blockLength_);
+    return offset;
+}
+
+void CompressedSystemFile::SeekPosition(CompressedPosition position) {
+    const std::int64_t c = position % kKeySize;
+    file_->Seek(position - c + row0pos_, 0);
+    endOfData_ = false;
+    if (!LoadBlock()) {
+        // A position at the very end of the data (behind the last block) is
+        // where the next block would start; anything inside a missing block
+        // is an error.
+        if (c != 0) throw SystemFileException(__FILE__, "nRead", kErrFileEnds, __LINE__);
+        file_->Seek(position + row0pos_, 0);
+        pos_ = kKeySize;
+        blockLength_ = 0;
+        return;
+    }
+    pos_ = 0;
+    nextValue_ = 1;
+    while (static_cast<std::int64_t>(pos_) < c) {
+        if (key_[pos_] == kCodeStored) ++nextValue_;
+        ++pos_;
+    }
+}
+
+CompressedPosition CompressedSystemFile::PositionAtTarget() {
+    const std::uint64_t t = target_;
+    if (t == current_) return Tell();
+    if (t + 1 == current_) {
+        SeekPosition(lastCasePosition_);
+        current_ = t;
+        return Tell();
+    }
+    auto [c, p] = index_->Lookup(t);
+    SeekPosition(p);
+    while (c < t) {
+        const CompressedPosition q = Tell();
+        if (SkipCase() == 0) break;
+        index_->Add(c, q);
+        lastCasePosition_ = q;
+        ++c;
+    }
+    current_ = target_ = c;
+    return Tell();
+}
+
+int CompressedSystemFile::ReadCase(unsigned char* cells, const unsigned char* swap) {
+    const std::uint64_t wanted = target_;
+    const CompressedPosition q = PositionAtTarget();
+    if (current_ != wanted) return 0;
+    const int n = WalkCase(cells, swap);
+    if (n == 0) return 0;
+    // Only a case that was really there enters the index, so that no entry
+    // ever points behind the end of the data.
+    index_->Add(current_, q);
+    lastCasePosition_ = q;
+    ++current_;
+    target_ = current_;
+    return n;
+}
+
+void CompressedSystemFile::PrepareAppend(std::uint64_t caseCount, MURV_FileStream* stream) {
+    target_ = caseCount;
+    PositionAtTarget();
+    const CompressedPosition p = Tell();
+    file_->Flush();
+    const std::string name = file_->Name();
+    file_ = stream;
+    if (!file_->Open(name.c_str(), "r+b"))
+        throw SystemFileException(__FILE__, "m_->_file.Open(m_->_file.Name(), \"r+b\")", kErrFileOpen, __LINE__);
+    if (pos_ < kKeySize) {
+        // Continue the partly used last block: its commands and values up to
+        // the position stay, the rest is overwritten by the next cases.
+        file_->Seek(row0pos_ + (p - static_cast<std::int64_t>(pos_)), 0);
+        for (unsigned i = pos_; i < kKeySize; ++i) key_[i] = kCodePadding;
+        dirty_ = true;
+    } else {
+        file_->Seek(row0pos_ + p, 0);
+    }
+    blockLength_ = 0;
+}
+
+}  // namespace murv

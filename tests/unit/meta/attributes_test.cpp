@@ -1,0 +1,231 @@
+#include "meta/attributes.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <random>
+#include <stdexcept>
+#include <string>
+
+namespace murv {
+namespace {
+
+using Owner = Attributes::Owner;
+using Values = Attributes::ValueList;
+
+// Selects a test locale for one test and restores "C" afterwards.
+struct LocaleScope {
+    explicit LocaleScope(const char* name) { ok = std::setlocale(LC_ALL, name) != nullptr; }
+    ~LocaleScope() { std::setlocale(LC_ALL, "C"); }
+    bool ok;
+};
+
+Attributes::FlatName Flat(const char* name, long position) { return {name, position}; }
+
+// A string literal with any NUL bytes inside it kept.
+template <std::size_t N>
+std::string Bytes(const char (&literal)[N]) {
+    return std::string(literal, N - 1);
+}
+
+TEST(Attributes, SetMatchesWithoutCaseAndKeepsPositions) {
+    Attributes a;
+    a.Set("Colour", {"red"});
+    a.Set("Size", {"1", "2"});
+    a.Set("colour", {"blue", "green"});
+    ASSERT_EQ(a.Size(), 2u);
+    EXPECT_EQ(a.Name(0), "colour");
+    EXPECT_EQ(a.Values("COLOUR"), (Values{"blue", "green"}));
+    EXPECT_EQ(a.Index("SIZE"), 1);
+    EXPECT_TRUE(a.Values("Weight").empty());
+
+    Attributes copy = a;
+    copy.Set("Weight", {"w"});
+    EXPECT_EQ(a.Index("Weight"), -1);
+    EXPECT_EQ(copy.Index("weight"), 2);
+    copy = a;
+    EXPECT_TRUE(copy == a);
+    copy.Set("SIZE", {"1", "2"});  // same values, another spelling
+    EXPECT_FALSE(copy == a);
+
+    a.Clear();
+    EXPECT_TRUE(a == Attributes());
+    EXPECT_EQ(a.Index("colour"), -1);
+}
+
+TEST(Attributes, EncodeAndDecode) {
+    Attributes a;
+    a.Set("Colour", {"red", "dark blue"});
+    a.Set("Unused", {});
+    a.Set("$CreationDate", {"2006-11-17"});
+    a.Set("Odd", {"a\nb", "it's)", "", Bytes("x\0y")});
+    const std::string text = a.Encode();
+    EXPECT_EQ(text, Bytes("Colour('red'\n'dark blue'\n)$CreationDate('2006-11-17'\n)"
+                          "Odd('ab'\n'it's)'\n''\n'x\0y'\n)"));
+    Attributes b;
+    std::size_t consumed = 99;
+    ASSERT_TRUE(b.Decode(text, &consumed));
+    EXPECT_EQ(consumed, text.size());
+    EXPECT_EQ(b.Size(), 3u);
+    EXPECT_EQ(b.Values("odd"), (Values{"ab", "it's)", "", Bytes("x\0y")}));
+    EXPECT_EQ(b.Index("$creationdate"), 1);
+}
+
+TEST(Attributes, DecodeStopsAtSlashAndSkipsBadNames) {
+    Attributes a;
+    std::size_t consumed = 0;
+    const std::string text = "A('1'\n'2'\n)B('x'\n)a('3'\n)/C('y'\n)";
+    ASSERT_TRUE(a.Decode(text, &consumed));
+    EXPECT_EQ(consumed, text.find('/'));
+    ASSERT_EQ(a.Size(), 2u);
+    EXPECT_EQ(a.Name(0), "a");  // a later duplicate replaces in place
+    EXPECT_EQ(a.Values(std::size_t{0}), (Values{"3"}));
+
+    for (const std::string& skipped :
+         {Bytes("1A('v'\n)"), Bytes("A()"), Bytes("A\0B('v'\n)"), Bytes("$Any('v'\n)/")}) {
+        ASSERT_TRUE(a.Decode(skipped, &consumed)) << skipped;
+        EXPECT_EQ(a.Size(), skipped[0] == '$' ? 1u : 0u) << skipped;
+    }
+    ASSERT_TRUE(a.Decode("", &consumed));
+    EXPECT_EQ(consumed, 0u);
+}
+
+TEST(Attributes, DecodeFailureLeavesTargetUnchanged) {
+    Attributes a;
+    a.Set("Keep", {"me"});
+    const Attributes before = a;
+    std::size_t consumed = 7;
+    for (const char* bad : {"A(x)", "A('v'\n", "A(", "('v'\n)", "A", "A('\n)", "A('v\n)",
+                                  "A(v'\n)", "B('v'\n)A(", "B('v'\n)C"}) {
+        EXPECT_FALSE(a.Decode(bad, &consumed)) << bad;
+        EXPECT_TRUE(a == before);
+        EXPECT_EQ(consumed, 7u);
+    }
+    // Every prefix of a valid text decodes or fails cleanly; random bytes
+    // never crash or read past the end (run under the address sanitizer).
+    const std::string text = "Colour('red'\n'it''s'\n)$X('1'\n)/";
+    for (std::size_t n = 0; n <= text.size(); ++n) {
+        const bool ok = a.Decode(std::string_view(text).substr(0, n), &consumed);
+        EXPECT_EQ(ok, n == 0 || n == text.find(')') + 1 || n >= text.find(")/") + 1) << n;
+    }
+    std::mt19937 random(7);
+    for (int i = 0; i < 20000; ++i) {
+        std::string noise(random() % 24, '\0');
+        for (char& c : noise) c = "A('\n)/$\0x"[random() % 9];
+        if (a.Decode(noise, &consumed)) {
+            EXPECT_LE(consumed, noise.size());
+        }
+    }
+}
+
+TEST(Attributes, CheckName) {
+    struct Case { const char* name; int variable; int file; };
+    const std::string long65(65, 'a'), long64(64, 'a');
+    for (const Case c : {Case{"$ExtendedVariableLabel", 2, 3}, {"$ExtendedFileLabel", 3, 2},
+                         {"$vd.sruleref", 2, 3}, {"$VD.CRule", 3, 2}, {"$creationdate", 2, 2},
+                         {"$Other", 3, 3}, {"Colour", 1, 1}, {"1Colour", 0, 0}, {"#tmp", 0, 0},
+                         {"total.", 0, 0}, {"total_", 0, 0}, {"By", 0, 0}, {"", 0, 0},
+                         {"a b", 0, 0}, {long64.c_str(), 1, 1}, {long65.c_str(), 0, 0}}) {
+        EXPECT_EQ(Attributes::CheckName(c.name, Owner::Variable), c.variable) << c.name;
+        EXPECT_EQ(Attributes::CheckName(c.name, Owner::File), c.file) << c.name;
+    }
+    EXPECT_EQ(Attributes::CheckName(nullptr, Owner::File), 0);
+}
+
+TEST(Attributes, FlattenNamesPositionsByDigitCount) {
+    Attributes a;
+    a.Set("Ten", Values{"1", "2", "3", "4", "5", "6", "7", "8", "9", "10"});
+    a.Set("Nine", Values{"", "2", "3", "4", "5", "6", "7", "8", "9"});
+    a.Set("One", {"x"});
+    a.Set("Blank", {""});
+    const auto flat = a.Flatten();
+    ASSERT_EQ(flat.size(), 19u);
+    EXPECT_EQ(flat[0], (std::pair<std::string, std::string>{"Ten[01]", "1"}));
+    EXPECT_EQ(flat[9].first, "Ten[10]");
+    EXPECT_EQ(flat[10], (std::pair<std::string, std::string>{"Nine[2]", "2"}));
+    EXPECT_EQ(flat[18], (std::pair<std::string, std::string>{"One", "x"}));
+}
+
+TEST(Attributes, ParseFlatName) {
+    Attributes::FlatName out{"untouched", 5};
+    ASSERT_TRUE(Attributes::ParseFlatName("Colour", Owner::File, &out));
+    EXPECT_EQ(out.name, "Colour");
+    EXPECT_EQ(out.position, 0);
+    ASSERT_TRUE(Attributes::ParseFlatName("Colour[007]", Owner::File, &out));
+    EXPECT_EQ(out.position, 7);
+    ASSERT_TRUE(Attributes::ParseFlatName("$ExtendedFileLabel[2147483646]", Owner::File, &out));
+    EXPECT_EQ(out.position, 2147483646);
+    for (const char* bad : {"A[0]", "A[]", "A[x]", "A[1]b", "A]", "A[1]]", "A[[1]", "A[-1]", "A[+1]",
+                            "A[ 1]", "A[2147483647]", "A[99999999999999999999999]", "[1]", "A[1",
+                            "1A[1]", "$Unknown"}) {
+        EXPECT_FALSE(Attributes::ParseFlatName(bad, Owner::File, &out)) << bad;
+    }
+    EXPECT_FALSE(Attributes::ParseFlatName("$ExtendedFileLabel[1]", Owner::Variable, &out));
+    EXPECT_EQ(out.name, "$ExtendedFileLabel");  // failures leave the output alone
+}
+
+TEST(Attributes, SetFlatValue) {
+    Attributes a;
+    EXPECT_FALSE(a.SetFlatValue(Flat("Colour", 3), "x"));
+    EXPECT_EQ(a.Values("colour"), (Values{"", "", "x"}));
+    EXPECT_EQ(a.Flatten(), (std::vector<std::pair<std::string, std::string>>{{"Colour[3]", "x"}}));
+    EXPECT_TRUE(a.SetFlatValue(Flat("COLOUR", 3), "y"));
+    EXPECT_FALSE(a.SetFlatValue(Flat("colour", 1), "a"));
+    EXPECT_TRUE(a.SetFlatValue(Flat("colour", 0), "only"));
+    EXPECT_EQ(a.Name(0), "Colour");  // the existing spelling stays
+    EXPECT_EQ(a.Values("Colour"), (Values{"only"}));
+    EXPECT_FALSE(a.SetFlatValue(Flat("Size", 0), "big"));
+    EXPECT_EQ(a.Index("size"), 1);
+
+    // Far positions are refused without change rather than filling memory.
+    const Attributes before = a;
+    EXPECT_TRUE(a.AcceptsFlatValue(Flat("Colour", 1000001)));
+    EXPECT_FALSE(a.AcceptsFlatValue(Flat("Colour", 1000002)));
+    EXPECT_FALSE(a.AcceptsFlatValue(Flat("Colour", -1)));
+    EXPECT_THROW(a.SetFlatValue(Flat("Colour", 2147483646), "z"), std::out_of_range);
+    EXPECT_THROW(a.SetFlatValue(Flat("New", 1000001), "z"), std::out_of_range);
+    EXPECT_TRUE(a == before);
+}
+
+TEST(Attributes, LookupFollowsTheLocale) {
+    {
+        LocaleScope utf8("en_US.UTF-8");
+        ASSERT_TRUE(utf8.ok);
+        Attributes a;
+        a.Set("\xC3\xA4pfel", {"1"});                  // äpfel
+        EXPECT_EQ(a.Index("\xC3\x84PFEL"), 0);        // ÄPFEL
+        std::setlocale(LC_ALL, "C");                   // bytes no longer fold
+        EXPECT_EQ(a.Index("\xC3\x84PFEL"), -1);
+        a.Set("\xC3\x84PFEL", {"2"});
+        EXPECT_EQ(a.Size(), 2u);
+        std::setlocale(LC_ALL, "en_US.UTF-8");         // now both names fold together
+        EXPECT_EQ(a.Index("\xC3\x84pfel"), 0);
+        a.Set("\xC3\x84pfel", {"3"});
+        EXPECT_EQ(a.Values(std::size_t{0}), (Values{"3"}));
+    }
+    LocaleScope gbk("zh_CN.GBK");
+    ASSERT_TRUE(gbk.ok);
+    Attributes a;  // two double-byte characters whose trail bytes are "a" and "A"
+    a.Set("\x81\x61", {"1"});
+    a.Set("\x81\x41", {"2"});
+    EXPECT_EQ(a.Size(), 2u);
+    EXPECT_EQ(a.Index("\x81\x41"), 1);
+}
+
+TEST(Attributes, ManyAttributes) {
+    Attributes a;
+    for (int i = 0; i < 20000; ++i) a.Set("Name" + std::to_string(i), {std::to_string(i)});
+    for (int i = 0; i < 20000; i += 7) {
+        ASSERT_EQ(a.Index("NAME" + std::to_string(i)), i);
+    }
+    Attributes b;
+    ASSERT_TRUE(b.Decode(a.Encode()));
+    EXPECT_TRUE(a == b);
+    EXPECT_EQ(b.Index("name19999"), 19999);
+    EXPECT_EQ(b.Flatten().size(), 20000u);
+    for (long p = 20000; p >= 1; --p) b.SetFlatValue(Flat("Array", p), "v");
+    EXPECT_EQ(b.Values("array").size(), 20000u);
+}
+
+}  // namespace
+}  // namespace murv

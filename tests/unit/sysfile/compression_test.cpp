@@ -1,0 +1,271 @@
+#include "sysfile/compression.h"
+#include "sysfile/byteorder.h"
+
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "model/constants.h"
+#include "port/errors.h"
+#include "support/temp_dir.h"
+#include "sysfile/filestream.h"
+#include "sysfile/sparseindex.h"
+
+namespace murv {
+namespace {
+
+std::vector<unsigned char> Cells(std::initializer_list<double> values) {
+    std::vector<unsigned char> out(values.size() * 8);
+    std::size_t i = 0;
+    for (double v : values) std::memcpy(out.data() + 8 * i++, &v, 8);
+    return out;
+}
+
+unsigned char Encode(double v) { return EncodeCell(Cells({v}).data()); }
+
+std::vector<unsigned char> FileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(CompressionCodes, EncodeCells) {
+    EXPECT_EQ(Encode(1.0), 101);
+    EXPECT_EQ(Encode(2.0), 102);
+    EXPECT_EQ(Encode(SysmisValue()), 255);
+    EXPECT_EQ(Encode(3.5), 253);
+    EXPECT_EQ(Encode(-99.0), 1);
+    EXPECT_EQ(Encode(151.0), 251);
+    EXPECT_EQ(Encode(152.0), 253);
+    EXPECT_EQ(Encode(-100.0), 253);
+    EXPECT_EQ(Encode(-0.0), 253) << "-0.0 keeps its sign bit by being stored raw";
+    EXPECT_EQ(Encode(0.0), 100);
+    EXPECT_EQ(Encode(-1.0), 99);
+    EXPECT_EQ(Encode(std::nan("")), 253);
+    EXPECT_EQ(Encode(LowestValue()), 253);
+    EXPECT_EQ(Encode(1e-300), 253);
+    const unsigned char blanks[8] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
+    EXPECT_EQ(EncodeCell(blanks), 254);
+    const unsigned char text[8] = {'a', 'b', ' ', ' ', ' ', ' ', ' ', ' '};
+    EXPECT_EQ(EncodeCell(text), 253);
+    // Every code decodes back to the bytes it was chosen for.
+    const auto& table = CompressionTable();
+    for (int k = 1; k <= 251; ++k) EXPECT_EQ(table[k], std::bit_cast<std::uint64_t>(double(k - 100)));
+}
+
+struct Fixture : ::testing::Test {
+    testing::TempDir dir;
+    std::string path = dir.File("data");
+    SparseFileIndex index;
+};
+
+TEST_F(Fixture, OneSmallCaseIsOneBlock) {
+    {
+        MURV_FileStream s(path.c_str(), "wb");
+        CompressedSystemFile c(3, &s, &index, 0);
+        const auto cells = Cells({1, 2, 3});
+        c.WriteCase(cells.data());
+        c.Flush();
+    }
+    const std::vector<unsigned char> expect = {101, 102, 103, 0, 0, 0, 0, 0};
+    EXPECT_EQ(FileBytes(path), expect);
+    MURV_FileStream s(path.c_str(), "rb");
+    SparseFileIndex readIndex;
+    CompressedSystemFile c(3, &s, &readIndex, 0);
+    std::vector<unsigned char> got(24);
+    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 3);
+    EXPECT_EQ(got, Cells({1, 2, 3}));
+    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0) << "then the end of the data";
+}
+
+TEST_F(Fixture, StoredCellsFollowTheirBlock) {
+    {
+        MURV_FileStream s(path.c_str(), "wb");
+        CompressedSystemFile c(5, &s, &index, 0);
+        c.WriteCase(Cells({1.0, 2.0, SysmisValue(), 3.5, 1e10}).data());
+    }  // destruction flushes
+    const auto bytes = FileBytes(path);
+    ASSERT_EQ(bytes.size(), 8u + 16u);
+    const std::vector<unsigned char> key(bytes.begin(), bytes.begin() + 8);
+    EXPECT_EQ(key, (std::vector<unsigned char>{101, 102, 255, 253, 253, 0, 0, 0}));
+    double stored[2];
+    std::memcpy(stored, bytes.data() + 8, 16);
+    EXPECT_EQ(stored[0], 3.5);
+    EXPECT_EQ(stored[1], 1e10);
+}
+
+// Writes n cases of a survey-like mix and returns them as written.
+std::vector<std::vector<unsigned char>> WriteMix(const std::string& path, SparseFileIndex& index, int cells,
+                                                 int n, std::int64_t row0 = 0) {
+    std::mt19937 gen(3);
+    std::vector<std::vector<unsigned char>> cases;
+    MURV_FileStream s(path.c_str(), row0 ? "ab" : "wb");
+    CompressedSystemFile c(cells, &s, &index, row0);
+    for (int k = 0; k < n; ++k) {
+        std::vector<unsigned char> row(cells * 8);
+        for (int i = 0; i < cells; ++i) {
+            double v;
+            switch (gen() % 5) {
+                case 0: v = SysmisValue(); break;
+                case 1: v = (gen() % 300) / 4.0; break;
+                case 2: v = static_cast<double>(gen() % 7); break;
+                default: v = static_cast<double>(gen() % 260) - 110; break;
+            }
+            if (i == cells - 1) std::memcpy(&v, "text    ", 8);
+            std::memcpy(row.data() + 8 * i, &v, 8);
+        }
+        c.WriteCase(row.data());
+        cases.push_back(row);
+    }
+    c.Flush();
+    return cases;
+}
+
+TEST_F(Fixture, RandomAccessMatchesSequentialReading) {
+    const int cells = 7;
+    const auto cases = WriteMix(path, index, cells, 5000);
+    MURV_FileStream s(path.c_str(), "rb");
+    SparseFileIndex readIndex;
+    CompressedSystemFile c(cells, &s, &readIndex, 0);
+    std::vector<unsigned char> got(cells * 8);
+    // Far ahead, back, just after, the same case twice, then random.
+    std::vector<std::uint64_t> order = {1000, 10, 1001, 1001, 4999, 0, 2500, 2499};
+    std::mt19937 gen(11);
+    for (int i = 0; i < 300; ++i) order.push_back(gen() % 5000);
+    for (auto k : order) {
+        c.SetTarget(k);
+        ASSERT_EQ(c.ReadCase(got.data(), nullptr), cells) << k;
+        ASSERT_EQ(got, cases[k]) << k;
+    }
+    c.SetTarget(5000);
+    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
+    c.SetTarget(7000);
+    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
+    EXPECT_LT(c.CurrentCase(), 7000u);
+    // Every index entry names a case that exists.
+    for (auto& [k, p] : readIndex.Entries()) EXPECT_LT(k, 5000u);
+}
+
+TEST_F(Fixture, SwapFlagsReverseOnlyStoredCells) {
+    {
+        MURV_FileStream s(path.c_str(), "wb");
+        CompressedSystemFile c(2, &s, &index, 0);
+        c.WriteCase(Cells({3.5, 1.0}).data());
+    }
+    MURV_FileStream s(path.c_str(), "rb");
+    SparseFileIndex readIndex;
+    CompressedSystemFile c(2, &s, &readIndex, 0);
+    const unsigned char swap[2] = {1, 1};
+    std::vector<unsigned char> got(16);
+    ASSERT_EQ(c.ReadCase(got.data(), swap), 2);
+    std::uint64_t first, second;
+    std::memcpy(&first, got.data(), 8);
+    std::memcpy(&second, got.data() + 8, 8);
+    EXPECT_EQ(first, Swap64(std::bit_cast<std::uint64_t>(3.5)));
+    EXPECT_EQ(second, std::bit_cast<std::uint64_t>(1.0)) << "coded cells come from the host's table";
+}
+
+void WriteRaw(const std::string& path, const std::vector<unsigned char>& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+long ReadError(const std::string& path, int cells, int cases) {
+    MURV_FileStream s(path.c_str(), "rb");
+    SparseFileIndex idx;
+    CompressedSystemFile c(cells, &s, &idx, 0);
+    std::vector<unsigned char> got(cells * 8);
+    try {
+        for (int i = 0; i < cases; ++i) c.ReadCase(got.data(), nullptr);
+    } catch (const SystemFileException& e) {
+        return e.Number();
+    }
+    return 0;
+}
+
+TEST_F(Fixture, MalformedData) {
+    // A block cut 4 bytes in.
+    WriteRaw(path, {101, 102, 103, 0});
+    EXPECT_EQ(ReadError(path, 1, 1), kErrFileEnds);
+    // A stored cell that is missing.
+    WriteRaw(path, {253, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3});
+    EXPECT_EQ(ReadError(path, 1, 1), kErrFileEnds);
+    // A case cut short: 3 cells wanted, the data holds 2.
+    WriteRaw(path, {101, 102, 0, 0, 0, 0, 0, 0});
+    EXPECT_EQ(ReadError(path, 3, 1), kErrFileEnds);
+    // A 252 ends a block's commands: cells after it in that block are ignored.
+    WriteRaw(path, {101, 252, 103, 103, 103, 103, 103, 103, 102, 0, 0, 0, 0, 0, 0, 0});
+    EXPECT_EQ(ReadError(path, 2, 2), 0);
+    {
+        MURV_FileStream s(path.c_str(), "rb");
+        SparseFileIndex idx;
+        CompressedSystemFile c(2, &s, &idx, 0);
+        std::vector<unsigned char> got(16);
+        ASSERT_EQ(c.ReadCase(got.data(), nullptr), 2);
+        EXPECT_EQ(got, Cells({1, 2}));
+        EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
+    }
+    // A trailing 252 after the last case reads to the end cleanly.
+    WriteRaw(path, {101, 102, 252, 0, 0, 0, 0, 0});
+    EXPECT_EQ(ReadError(path, 2, 3), 0);
+    // Zero cells per case never loops forever.
+    EXPECT_EQ(ReadError(path, 0, 3), 0);
+}
+
+TEST_F(Fixture, AppendContinuesThePartlyFilledLastBlock) {
+    const int cells = 3;
+    auto cases = WriteMix(path, index, cells, 5);  // 15 cells: the last block is half used
+    {
+        MURV_FileStream reader(path.c_str(), "rb");
+        SparseFileIndex idx;
+        CompressedSystemFile c(cells, &reader, &idx, 0);
+        MURV_FileStream writer;
+        c.PrepareAppend(5, &writer);
+        std::vector<unsigned char> row = Cells({4.25, 7, SysmisValue()});
+        for (int i = 0; i < 4; ++i) {
+            c.WriteCase(row.data());
+            cases.push_back(row);
+        }
+        c.Flush();
+    }
+    MURV_FileStream s(path.c_str(), "rb");
+    SparseFileIndex idx;
+    CompressedSystemFile c(cells, &s, &idx, 0);
+    std::vector<unsigned char> got(cells * 8);
+    for (std::size_t k = 0; k < cases.size(); ++k) {
+        ASSERT_EQ(c.ReadCase(got.data(), nullptr), cells) << k;
+        ASSERT_EQ(got, cases[k]) << k;
+    }
+    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
+}
+
+TEST(SparseIndex, SpacingAndThinning) {
+    SparseFileIndex idx;
+    EXPECT_EQ(idx.Lookup(12345), (std::pair<std::uint64_t, std::int64_t>(0, 0)));
+    std::uint64_t k = 0;
+    for (; idx.Count() < 255 || k < 41 * 255; ++k) idx.Add(k, static_cast<std::int64_t>(100 * k));
+    ASSERT_GE(idx.Entries().size(), 2u);
+    EXPECT_EQ(idx.Entries()[1].first, 41u) << "every 4100 units: the first not below the previous + 4096";
+    // Keep offering until the 256th entry thins the index.
+    while (idx.Spacing() == 4096) idx.Add(k, static_cast<std::int64_t>(100 * k)), ++k;
+    EXPECT_EQ(idx.Count(), 128u);
+    EXPECT_EQ(idx.Spacing(), 8192u);
+    EXPECT_EQ(idx.Lookup(45).first, 0u) << "after thinning the entry at 41 is gone";
+    EXPECT_EQ(idx.Lookup(82).first, 82u);
+    EXPECT_EQ(idx.Lookup(83).first, 82u);
+
+    SparseFileIndex wide;
+    wide.Add(0, 0);
+    wide.Add(1, 100000);
+    EXPECT_EQ(wide.Spacing(), 100000u) << "a case larger than the spacing raises it";
+    EXPECT_EQ(wide.Count(), 2u);
+    wide.Add(2, 100000);  // not beyond the last position: ignored
+    EXPECT_EQ(wide.Count(), 2u);
+}
+
+}  // namespace
+}  // namespace murv

@@ -1,0 +1,63 @@
+// The per-file block of header values and settings that the reader fills
+// from a file, that the writer takes its header and source parameters from,
+// and that the extension-record handlers read and fill.
+#pragma once
+
+#include <array>
+#include <bitset>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "model/constants.h"
+#include "sysfile/layout.h"
+
+namespace murv {
+
+// How the cells of a case as stored in the file map onto the dictionary's
+// variables when very long strings are split into segments. Empty when the
+// file has none.
+struct SegmentLayout {
+    // For each variable of the dictionary: its width as declared (may exceed
+    // 255) and the number of file variables (segments) it takes.
+    std::vector<std::pair<std::string, int>> longStrings;  // short name -> full width
+    bool Empty() const { return longStrings.empty(); }
+};
+
+struct SystemFileInfo {
+    static constexpr int kSeenFlags = 100;
+
+    double bias = kDefaultBias;
+    double sysmis = SysmisValue();
+    double highest = HighestValue();
+    double lowest = LowestValue();
+    std::int64_t _nCases = -1;
+    std::int32_t nominalCaseSize = -1;
+    std::string product = kDefaultProduct;
+    std::int32_t layoutCode = kLayoutCode;
+    std::array<std::int32_t, 3> release = {15, 0, 0};
+    std::int32_t machineCode = 720;
+    std::int32_t floatingPointCode = 1;
+    std::int32_t compressionCode = 1;
+    std::int32_t characterCode = 2;
+    std::int32_t weightIndex = 0;
+    // Writing: (full name, short name) of every variable. Reading: (short
+    // name, long name) of the long-name record.
+    std::vector<std::pair<std::string, std::string>> namePairs;
+    std::bitset<kSeenFlags> seen;
+    SegmentLayout segments;
+    // One byte per cell of the file's case, set at the first cell of every
+    // numeric variable, when the file is byte-reversed; empty otherwise.
+    std::vector<unsigned char> swapFlags;
+    bool compressed = false;
+    bool byteSwapped = false;
+    bool longNamesRead = false;
+
+    bool IsSubtypeSeen(int subtype) const { return subtype >= 0 && subtype < kSeenFlags && seen[subtype]; }
+    void MarkSeen(int subtype) {
+        if (subtype >= 0 && subtype < kSeenFlags) seen[subtype] = true;
+    }
+};
+
+}  // namespace murv

@@ -66,11 +66,11 @@ CompressedSystemFile::~CompressedSystemFile() {
 }
 
 void CompressedSystemFile::WriteBlock() {
-    unsigned char out[kKeySize + kKeySize * kCellSize];
+    unsigned char out[kKeySize + kKeySize * kCellBytes];
     std::memcpy(out, key_.data(), kKeySize);
     const unsigned stored = nextValue_ - 1;
-    for (unsigned i = 0; i < stored; ++i) StoreCell(out + kKeySize + i * kCellSize, values_[i + 1]);
-    file_->Write(out, kKeySize + stored * kCellSize);
+    for (unsigned i = 0; i < stored; ++i) StoreCell(out + kKeySize + i * kCellBytes, values_[i + 1]);
+    file_->Write(out, kKeySize + stored * kCellBytes);
 }
 
 void CompressedSystemFile::WriteCase(const unsigned char* cells) {
@@ -80,7 +80,7 @@ void CompressedSystemFile::WriteCase(const unsigned char* cells) {
             pos_ = 0;
             nextValue_ = 1;
         }
-        const std::uint64_t bits = LoadCell(cells + static_cast<std::size_t>(i) * kCellSize);
+        const std::uint64_t bits = LoadCell(cells + static_cast<std::size_t>(i) * kCellBytes);
         const unsigned char code = EncodeBits(bits);
         key_[pos_++] = code;
         if (code == kCodeStored) values_[nextValue_++] = bits;
@@ -119,13 +119,13 @@ bool CompressedSystemFile::LoadBlock() {
         if (c == kCodeStored) ++nu;
     }
     if (nu > 0) {
-        unsigned char raw[kKeySize * kCellSize];
-        const unsigned want = nu * kCellSize;
+        unsigned char raw[kKeySize * kCellBytes];
+        const unsigned want = nu * kCellBytes;
         if (file_->Read(raw, want) != want)
             throw SystemFileException(__FILE__, "nRead == nu*sizeof(OBS)", kErrFileEnds, __LINE__);
-        for (unsigned i = 0; i < nu; ++i) values_[i + 1] = LoadCell(raw + i * kCellSize);
+        for (unsigned i = 0; i < nu; ++i) values_[i + 1] = LoadCell(raw + i * kCellBytes);
     }
-    blockLength_ = kKeySize + nu * kCellSize;
+    blockLength_ = kKeySize + nu * kCellBytes;
     return true;
 }
 
@@ -151,14 +151,14 @@ int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* sw
             case kCodeStored: {
                 const std::uint64_t v = values_[nextValue_++];
                 if (cells) {
-                    StoreCell(cells + static_cast<std::size_t>(iCell) * kCellSize,
+                    StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes,
                               swap && swap[iCell] ? Swap64(v) : v);
                 }
                 ++iCell;
                 break;
             }
             default:
-                if (cells) StoreCell(cells + static_cast<std::size_t>(iCell) * kCellSize, gTable[code]);
+                if (cells) StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes, gTable[code]);
                 ++iCell;
                 break;
         }
@@ -174,7 +174,7 @@ CompressedPosition CompressedSystemFile::Tell() const {
     const std::int64_t offset = filepos - row0pos_;
     // The stream stands behind a whole block unless an earlier read of a
     // broken file stopped inside one.
-    if (offset % kCellSize != 0)
+    if (offset % kCellBytes != 0)
         throw SystemFileException(__FILE__, "(filepos-_row0pos)%sizeof(OBS) == 0", kErrBadContent, __LINE__);
     if (pos_ < kKeySize) return offset + static_cast<std::int64_t>(pos_) - static_cast<std::int64_t>(blockLength_);
     return offset;

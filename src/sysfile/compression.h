@@ -17,7 +17,7 @@ class MURV_FileStream;
 class SparseFileIndex;
 
 inline constexpr int kKeySize = 8;
-inline constexpr int kCellSize = 8;
+inline constexpr int kCellBytes = 8;
 inline constexpr int kCompressionBias = 100;
 
 enum CompressionCode : unsigned char {

@@ -75,10 +75,6 @@ bool HeaderIsSwapped(const unsigned char* bytes);
 // and "14:05:09".
 std::pair<std::string, std::string> FormatCreationStamp(std::int64_t unixSeconds);
 
-// Cells of a variable of type t (0 numeric, else a string width): strings of
-// up to 8 bytes take one cell, longer ones one per 8 bytes.
-inline constexpr int CellsOfType(int type) { return type <= 8 ? 1 : (type + 7) / 8; }
-
 // Blank-padded copy of text into a field of n bytes (cut at n).
 void PutPadded(unsigned char* field, const std::string& text, std::size_t n);
 // Removes trailing blanks.

@@ -2,7 +2,9 @@
 
 #include <cstring>
 
+#include "model/datasource.h"
 #include "port/assert.h"
+#include "sysfile/fileinfo.h"
 #include "sysfile/byteorder.h"
 #include "sysfile/filestream.h"
 #include "sysfile/layout.h"
@@ -68,6 +70,38 @@ std::int64_t WriteExtensionRecords(const std::vector<SystemFileExtensionRecord>&
         stream.Write(r.Contents(), static_cast<unsigned>(r.Size()));
     }
     return caseCountPosition;
+}
+
+void WriteDispatch(int subtype, MURV_DataSource& dataset, SystemFileInfo& info, SystemFileExtensionRecord& record) {
+    if (const SystemFileExtensionHandler* handler = ExtensionHandler(subtype)) {
+        handler->Write(dataset, info, record);
+        return;
+    }
+    if (!dataset.HasExtension(subtype)) return;
+    const MURV_Extension ext = dataset.GetExtension(subtype);
+    const std::size_t n = ext.NElements();
+    if (n == 0 || n > 0x7FFFFFFF) return;
+    record.SetUnitSize(ext.UnitSize());
+    record.SetNUnits(static_cast<std::int32_t>(n));
+    record.SetContents(ext.Contents().data());
+}
+
+void ReadDispatch(int subtype, MURV_DataSource& dataset, SystemFileInfo& info, const SystemFileExtensionRecord& record) {
+    if (const SystemFileExtensionHandler* handler = ExtensionHandler(subtype)) {
+        handler->Read(dataset, info, record);
+    } else {
+        dataset.SetExtension(subtype, record.UnitSize(), record.NUnits(), record.Contents());
+    }
+    info.MarkSeen(subtype);
+}
+
+std::vector<SystemFileExtensionRecord> CollectExtensionRecords(MURV_DataSource& dataset, SystemFileInfo& info) {
+    const int n = dataset.HighestExtensionType();
+    std::vector<SystemFileExtensionRecord> records(static_cast<std::size_t>(n) + 1);
+    // Highest first: the very long string handler splits variables and gives
+    // short names before the handlers that rely on that work run.
+    for (int subtype = n; subtype >= 1; --subtype) WriteDispatch(subtype, dataset, info, records[static_cast<std::size_t>(subtype)]);
+    return records;
 }
 
 }  // namespace murv

@@ -73,14 +73,5 @@ TEST(HeaderRecord, CreationStampFormat) {
     EXPECT_EQ(FormatCreationStamp(0).first.size(), 9u) << "an early clock is raised to one day";
 }
 
-TEST(Layout, CellsOfType) {
-    EXPECT_EQ(CellsOfType(0), 1);
-    EXPECT_EQ(CellsOfType(1), 1);
-    EXPECT_EQ(CellsOfType(8), 1);
-    EXPECT_EQ(CellsOfType(9), 2);
-    EXPECT_EQ(CellsOfType(255), 32);
-    EXPECT_EQ(CellsOfType(256), 32);
-}
-
 }  // namespace
 }  // namespace murv

@@ -1,0 +1,476 @@
+#include "model/datasource.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <ctime>
+
+#include "model/constants.h"
+#include "model/datetime.h"
+#include "model/refcnt.h"
+#include "port/assert.h"
+#include "text/mbtext.h"
+
+namespace murv {
+
+namespace {
+
+std::size_t ByteCount(int unitSize, std::size_t nElements)
+{
+    return static_cast<std::size_t>(unitSize) * nElements;
+}
+
+double CurrentLocalTimeStamp()
+{
+    double value = 0.0;
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (now != static_cast<std::time_t>(-1) && localtime_r(&now, &local) &&
+        DateTimeValue(local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
+                      local.tm_min, local.tm_sec, &value))
+        return value;
+    // A clock the calendar cannot place: a fixed moment instead.
+    if (DateTimeValue(1, 2, 1975, 12, 0, 0.0, &value)) return value;
+    return 0.0;
+}
+
+const std::string& NoContents()
+{
+    static const std::string empty;
+    return empty;
+}
+
+}  // namespace
+
+// ---- extension bodies and handles ----
+
+MURV_ExtensionImpl::MURV_ExtensionImpl(int type, int unitSize, std::size_t nElements, const void* bytes)
+    : fType(type), fUnitSize(unitSize < 1 ? 1 : unitSize)
+{
+    if (nElements > 0) {
+        MURV_ASSERT(bytes != nullptr);
+        fContents.assign(static_cast<const char*>(bytes), ByteCount(fUnitSize, nElements));
+    }
+}
+
+void MURV_ExtensionImpl::Append(std::size_t nElements, const void* bytes)
+{
+    if (nElements == 0) return;
+    MURV_ASSERT(bytes != nullptr);
+    fContents.append(static_cast<const char*>(bytes), ByteCount(fUnitSize, nElements));
+}
+
+int MURV_ExtensionImpl::LastInteger() const
+{
+    int value = 0;
+    if (fContents.size() >= sizeof value)
+        std::memcpy(&value, fContents.data() + fContents.size() - sizeof value, sizeof value);
+    return value;
+}
+
+MURV_Extension::MURV_Extension(int type, int unitSize, std::size_t nElements, const void* bytes)
+    : fpImpl(std::make_shared<MURV_ExtensionImpl>(type, unitSize, nElements, bytes))
+{
+}
+
+MURV_Extension::MURV_Extension(std::shared_ptr<MURV_ExtensionImpl> body) : fpImpl(std::move(body)) {}
+
+const std::string& MURV_Extension::Contents() const
+{
+    return fpImpl ? fpImpl->Contents() : NoContents();
+}
+
+std::size_t MURV_Extension::ReadElements(void* buffer, std::size_t nBytes)
+{
+    if (!fpImpl || fpImpl->UnitSize() < 1) return 0;
+    const auto unit = static_cast<std::size_t>(fpImpl->UnitSize());
+    const std::size_t total = fpImpl->NElements();
+    const std::size_t left = fPosition < total ? total - fPosition : 0;
+    const std::size_t n = std::min(nBytes / unit, left);
+    if (n > 0) std::memcpy(buffer, fpImpl->Contents().data() + fPosition * unit, n * unit);
+    fPosition += n;
+    return n;
+}
+
+void MURV_Extension::Append(std::size_t nElements, const void* bytes)
+{
+    MURV_ASSERT(fpImpl != nullptr);
+    MakePrivate(fpImpl).Append(nElements, bytes);
+}
+
+// ---- the dataset ----
+
+MURV_DataSource::Observer::~Observer() = default;
+
+void MURV_DataSource::Observer::IteratorCreated(MURV_InputCaseIterator&) {}
+
+MURV_DataSource::Data::Data()
+{
+    fSplitIDs.fill(MURV_VariableID());
+}
+
+MURV_DataSource::MURV_DataSource()
+{
+    fData.fTimeStamp = CurrentLocalTimeStamp();
+    fData.fTrendsInfo.SetDataSource(this);
+}
+
+MURV_DataSource::MURV_DataSource(MURV_DataSource* parent)
+{
+    MURV_ASSERT(parent != this);
+    if (parent) {
+        AdoptData(parent->fData);
+    } else {
+        fData.fTimeStamp = CurrentLocalTimeStamp();
+        fData.fTrendsInfo.SetDataSource(this);
+    }
+    fData.fpParent = parent;
+}
+
+MURV_DataSource::MURV_DataSource(const MURV_DataSource& other)
+{
+    AdoptData(other.fData);
+}
+
+MURV_DataSource::~MURV_DataSource() = default;
+
+void MURV_DataSource::AdoptData(const Data& data)
+{
+    // Observers watch one dataset object: a copy starts with this dataset's
+    // own list, not the other's.
+    std::vector<Observer*> observers = std::move(fData.fObservers);
+    fData = data;
+    fData.fObservers = std::move(observers);
+    fData.fTrendsInfo.SetDataSource(this);
+    DictionaryChanged();
+}
+
+void MURV_DataSource::SetParent(MURV_DataSource* parent)
+{
+    MURV_ASSERT(parent != this);
+    fData.fpParent = parent;
+}
+
+void MURV_DataSource::CopyDictionary(const MURV_DataSource& other)
+{
+    if (&other == this) {
+        fData.fSystemString.clear();
+        return;
+    }
+    MURV_DataSource* parent = fData.fpParent;
+    AdoptData(other.fData);
+    fData.fpParent = parent;
+    fData.fSystemString.clear();
+}
+
+std::uint32_t MURV_DataSource::GetNSplitVars() const
+{
+    return fData.fnSplitVars;
+}
+
+int MURV_DataSource::GetSplitVarIndex(std::uint32_t index) const
+{
+    MURV_ASSERT(index < fData.fnSplitVars);
+    return GetIndexOfID(fData.fSplitIDs[index]);
+}
+
+MURV_VariableID MURV_DataSource::GetSplitVarID(std::uint32_t index) const
+{
+    MURV_ASSERT(index < fData.fnSplitVars);
+    return fData.fSplitIDs[index];
+}
+
+std::uint8_t MURV_DataSource::GetSplitFlag() const
+{
+    return fData.fSplitFlag;
+}
+
+std::uint32_t MURV_DataSource::CaseSize() const
+{
+    return fData.fLayout.Total();
+}
+
+std::int64_t MURV_DataSource::NumberOfCases() const
+{
+    return -1;
+}
+
+bool MURV_DataSource::IsUsable() const
+{
+    return true;
+}
+
+// ---- variables ----
+
+MURV_Variable& MURV_DataSource::GetVariable(int index)
+{
+    MURV_ASSERT(0 <= index);
+    MURV_ASSERT(std::size_t(index) < fData.fDictionary.size());
+    return fData.fDictionary[static_cast<std::size_t>(index)];
+}
+
+const MURV_Variable& MURV_DataSource::GetVariable(int index) const
+{
+    MURV_ASSERT(0 <= index);
+    MURV_ASSERT(std::size_t(index) < fData.fDictionary.size());
+    return fData.fDictionary[static_cast<std::size_t>(index)];
+}
+
+const MURV_DataSource::Lookup& MURV_DataSource::CurrentLookup() const
+{
+    const std::uint64_t changes = MURV_Variable::IdentityChanges();
+    if (fLookup.valid && fLookup.seenChanges == changes) return fLookup;
+    fLookup.byName.clear();
+    fLookup.byID.clear();
+    fLookup.byName.reserve(fData.fDictionary.size());
+    fLookup.byID.reserve(fData.fDictionary.size());
+    for (std::size_t i = 0; i < fData.fDictionary.size(); ++i) {
+        const MURV_Variable& var = fData.fDictionary[i];
+        // emplace keeps the first (lowest) index of equal keys
+        fLookup.byName.emplace(var.GetUpperName(), static_cast<int>(i));
+        fLookup.byID.emplace(var.GetID().Value(), static_cast<int>(i));
+    }
+    fLookup.valid = true;
+    fLookup.seenChanges = changes;
+    return fLookup;
+}
+
+int MURV_DataSource::GetVarIndex(std::string_view name) const
+{
+    const std::size_t cut = std::min(name.size(), std::size_t{MURV_Variable::eMaxNameLength});
+    std::string_view key = name.substr(0, std::min(cut, name.substr(0, cut).find('\0')));
+    while (!key.empty() && key.back() == ' ') key.remove_suffix(1);
+    const std::string upper = text::UpperCopy(key);
+    const Lookup& lookup = CurrentLookup();
+    const auto found = lookup.byName.find(upper);
+    return found == lookup.byName.end() ? -1 : found->second;
+}
+
+int MURV_DataSource::GetIndexOfID(MURV_VariableID id) const
+{
+    const Lookup& lookup = CurrentLookup();
+    const auto found = lookup.byID.find(id.Value());
+    return found == lookup.byID.end() ? -1 : found->second;
+}
+
+MURV_Variable& MURV_DataSource::AddVariable(int type, int* index)
+{
+    return AppendVariable(MURV_Variable(type), index);
+}
+
+MURV_Variable& MURV_DataSource::AppendVariable(const MURV_Variable& variable, int* index)
+{
+    MURV_ASSERT(variable.IsValid());
+    // The type is read first: the variable given may be one of this
+    // dictionary's, which growing the dictionary can move.
+    const int type = variable.GetType();
+    if (index) *index = static_cast<int>(ColumnCount());
+    fData.fDictionary.push_back(variable);
+    fData.fLayout.AddColumn(type);
+    DictionaryChanged();
+    return fData.fDictionary.back();
+}
+
+MURV_Variable& MURV_DataSource::InsertVariable(int varAfter, const MURV_Variable& variable)
+{
+    MURV_ASSERT(0 <= varAfter && std::size_t(varAfter) <= fData.fDictionary.size());
+    MURV_ASSERT(variable.IsValid());
+    const auto position = static_cast<std::size_t>(varAfter);
+    const int type = variable.GetType();
+    fData.fDictionary.insert(fData.fDictionary.begin() + varAfter, variable);
+    fData.fLayout.InsertColumn(position, type);
+    DictionaryChanged();
+    return fData.fDictionary[position];
+}
+
+MURV_Variable& MURV_DataSource::ReplaceVariable(int index, const MURV_Variable& var)
+{
+    MURV_Variable& stored = GetVariable(index);
+    MURV_ASSERT(var.IsValid());
+    MURV_ASSERT(fData.fDictionary[index].GetID() == var.GetID());
+    fData.fLayout.ChangeColumnWidth(static_cast<std::size_t>(index), stored.GetType(), var.GetType());
+    stored = var;
+    DictionaryChanged();
+    return stored;
+}
+
+void MURV_DataSource::RemoveVariables(int start, int finish)
+{
+    MURV_ASSERT(finish < (int) ColumnCount());
+    if (start <= finish) {
+        MURV_ASSERT(0 <= start);
+        fData.fDictionary.erase(fData.fDictionary.begin() + start, fData.fDictionary.begin() + finish + 1);
+        fData.fLayout.RemoveColumns(start, finish);
+        DictionaryChanged();
+    }
+    for (std::uint32_t i = 0; i < fData.fnSplitVars; ++i) {
+        if (GetSplitVarIndex(i) == -1) {
+            SetSplitVars(0, nullptr, 0);
+            break;
+        }
+    }
+}
+
+void MURV_DataSource::FillWithMissing(void* buffer, int firstVar, int nVars) const
+{
+    MURV_ASSERT(0 <= firstVar && 0 <= nVars);
+    MURV_ASSERT(firstVar+nVars <= (int) ColumnCount());
+    if (nVars == 0) return;
+    const double sysmis = std::bit_cast<double>(kSysmisBits);
+    char* cell = static_cast<char*>(buffer) + fData.fLayout.StartCell(firstVar) * kCellSize;
+    for (int i = firstVar; i < firstVar + nVars; ++i) {
+        const int type = fData.fDictionary[static_cast<std::size_t>(i)].GetType();
+        const std::uint32_t cells = CellsForType(type);
+        if (type == 0)
+            std::memcpy(cell, &sysmis, sizeof sysmis);
+        else
+            std::memset(cell, ' ', cells * kCellSize);
+        cell += cells * kCellSize;
+    }
+}
+
+// ---- split variables and weight ----
+
+std::uint8_t MURV_DataSource::SetSplitVars(std::uint32_t nVars, const int* varIndexes, std::uint8_t flag)
+{
+    MURV_ASSERT(nVars <= eMaxSplitVars);
+    std::uint32_t totalSize = 0;
+    for (std::uint32_t i = 0; i < nVars; ++i) {
+        MURV_ASSERT(varIndexes[i] >= 0);
+        const MURV_Variable& var = GetVariable(varIndexes[i]);
+        totalSize += static_cast<std::uint32_t>(kCellSize) * CellsForType(var.GetType());
+        MURV_ASSERT(totalSize <= 64);
+        fData.fSplitIDs[i] = var.GetID();
+    }
+    for (std::uint32_t i = nVars; i < eMaxSplitVars; ++i) fData.fSplitIDs[i] = MURV_VariableID();
+    fData.fnSplitVars = nVars;
+    fData.fSplitFlag = flag;
+    return flag;
+}
+
+void MURV_DataSource::SetWeightVar(int index)
+{
+    if (0 <= index && std::size_t(index) < ColumnCount())
+        fData.fWeightID = GetVariable(index).GetID();
+    else
+        fData.fWeightID = MURV_VariableID();
+}
+
+int MURV_DataSource::GetWeightVarIndex() const
+{
+    if (fData.fWeightID.IsNull()) return -1;
+    return GetIndexOfID(fData.fWeightID);
+}
+
+// ---- strings ----
+
+void MURV_DataSource::SetIdString(const char* text)
+{
+    fData.fIdString.clear();
+    fData.fHasIdString = text != nullptr;
+    if (text) fData.fIdString = text;
+}
+
+void MURV_DataSource::SetIdString(std::string_view text)
+{
+    fData.fIdString.assign(text);
+    fData.fHasIdString = true;
+}
+
+const std::string* MURV_DataSource::GetIdString() const
+{
+    return fData.fHasIdString ? &fData.fIdString : nullptr;
+}
+
+void MURV_DataSource::SetSystemString(const char* text)
+{
+    fData.fSystemString = text ? text : "";
+}
+
+// ---- observers ----
+
+void MURV_DataSource::AddObserver(Observer* observer)
+{
+    fData.fObservers.push_back(observer);
+}
+
+void MURV_DataSource::RemoveObserver(Observer* observer)
+{
+    std::erase(fData.fObservers, observer);
+}
+
+void MURV_DataSource::NotifyIteratorCreated(MURV_InputCaseIterator& iterator)
+{
+    // A copy: an observer may add or remove observers while it is told.
+    const std::vector<Observer*> observers = fData.fObservers;
+    for (Observer* observer : observers)
+        if (observer) observer->IteratorCreated(iterator);
+}
+
+// ---- extensions ----
+
+bool MURV_DataSource::HasExtension(int type) const
+{
+    const auto found = fData.fExtensions.find(type);
+    return found != fData.fExtensions.end() && found->second && !found->second->Contents().empty();
+}
+
+MURV_Extension MURV_DataSource::GetExtension(int type) const
+{
+    if (HasExtension(type)) return MURV_Extension(fData.fExtensions.at(type));
+    return MURV_Extension(type, 1, 0, nullptr);
+}
+
+void MURV_DataSource::SetExtension(int type, int unitSize, int nElements, const void* content)
+{
+    MURV_ASSERT(0 <= type);
+    MURV_ASSERT(nElements >= 0);
+    MURV_ASSERT((nElements==0) >= (content==0));
+    if (nElements == 0) {
+        fData.fExtensions.erase(type);
+        return;
+    }
+    fData.fExtensions[type] =
+        std::make_shared<MURV_ExtensionImpl>(type, unitSize, static_cast<std::size_t>(nElements), content);
+    fData.fExtensionSlots = std::max(fData.fExtensionSlots, std::int64_t{type} + 1);
+}
+
+void MURV_DataSource::StoreExtension(const MURV_Extension& extension)
+{
+    const int type = extension.Type();
+    MURV_ASSERT(0 <= type);
+    if (extension.NElements() == 0) {
+        fData.fExtensions.erase(type);
+        return;
+    }
+    fData.fExtensions[type] = extension.Body();
+    fData.fExtensionSlots = std::max(fData.fExtensionSlots, std::int64_t{type} + 1);
+}
+
+void MURV_DataSource::AppendExtension(int type, int nElements, const void* content)
+{
+    MURV_ASSERT(HasExtension(type));
+    MURV_ASSERT(nElements >= 0);
+    MakePrivate(fData.fExtensions.at(type)).Append(static_cast<std::size_t>(nElements), content);
+}
+
+int MURV_DataSource::HighestExtensionType() const
+{
+    return static_cast<int>(std::max<std::int64_t>(fData.fExtensionSlots, eMinExtensionSlots) - 1);
+}
+
+std::vector<int> MURV_DataSource::ExtensionTypes() const
+{
+    std::vector<int> types;
+    for (const auto& [type, body] : fData.fExtensions)
+        if (body && !body->Contents().empty()) types.push_back(type);
+    return types;
+}
+
+// ---- the file-bound base ----
+
+void IndependentDataStore::SetCompression(bool) {}
+
+void IndependentDataStore::CommitDictionary() {}
+
+}  // namespace murv

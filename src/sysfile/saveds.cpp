@@ -1,0 +1,244 @@
+#include "sysfile/saveds.h"
+
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "port/assert.h"
+#include "port/errors.h"
+#include "port/file.h"
+#include "sysfile/byteorder.h"
+#include "sysfile/ext/extrecord.h"
+#include "sysfile/layout.h"
+#include "text/mbtext.h"
+
+namespace murv {
+
+namespace {
+
+constexpr std::int64_t kMaxHeaderCount = std::numeric_limits<std::int32_t>::max();
+
+// A small buffer that collects one record before a single stream write.
+class RecordBytes {
+public:
+    void I32(std::int32_t v) {
+        unsigned char b[4];
+        StoreI32(b, v);
+        bytes_.insert(bytes_.end(), b, b + 4);
+    }
+    void Raw(const void* p, std::size_t n) {
+        const auto* b = static_cast<const unsigned char*>(p);
+        bytes_.insert(bytes_.end(), b, b + n);
+    }
+    void Blanks(std::size_t n) { bytes_.insert(bytes_.end(), n, ' '); }
+    void Padded(const std::string& text, std::size_t n) {
+        const std::size_t len = std::min(text.size(), n);
+        Raw(text.data(), len);
+        Blanks(n - len);
+    }
+    void FlushTo(MURV_FileStream& stream) {
+        if (!bytes_.empty()) stream.Write(bytes_.data(), static_cast<unsigned>(bytes_.size()));
+        bytes_.clear();
+    }
+    std::size_t Size() const { return bytes_.size(); }
+
+private:
+    std::vector<unsigned char> bytes_;
+};
+
+}  // namespace
+
+SystemFileDataSource::SaveDS::SaveDS(const MURV_DataSource& source, SystemFileInfo& info, MURV_FileStream& stream)
+    : MURV_DataSource(source), info_(info), stream_(stream) {}
+
+SystemFileDataSource::SaveDS::~SaveDS() {
+    try {
+        Finish();
+    } catch (...) {
+        // A destructor cannot report; FinishWriting calls Finish first.
+    }
+}
+
+std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
+    // Names must be unique without regard to case.
+    std::unordered_set<std::string> seen;
+    for (std::size_t i = 0; i < ColumnCount(); ++i) {
+        const std::string& upper = GetVariable(static_cast<int>(i)).GetUpperName();
+        if (!seen.insert(upper).second) ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, upper);
+    }
+
+    // Handlers may reshape this dictionary, so the records are collected
+    // before the header is written.
+    const std::vector<SystemFileExtensionRecord> records = CollectExtensionRecords(*this, info_);
+
+    HeaderRecord h;
+    h.product = info_.product;
+    h.layoutCode = info_.layoutCode;
+    h.nominalCaseSize = static_cast<std::int32_t>(CaseSize());
+    h.compression = info_.compressed ? 1 : 0;
+    const int weight = GetWeightVarIndex();
+    h.weightIndex = weight >= 0 ? static_cast<std::int32_t>(1 + GetObsLayout().StartCell(weight)) : 0;
+    h.caseCount = (info_._nCases >= 0 && info_._nCases <= kMaxHeaderCount) ? static_cast<std::int32_t>(info_._nCases) : -1;
+    h.bias = info_.bias;
+    const auto [date, time] = FormatCreationStamp(static_cast<std::int64_t>(std::time(nullptr)));
+    h.creationDate = date;
+    h.creationTime = time;
+    const std::string* label = GetIdString();
+    h.fileLabel = label ? *label : std::string();
+    const auto header = EncodeHeader(h);
+    stream_.Write(header.data(), kHeaderSize);
+
+    WriteVariables();
+    WriteValueLabels();
+    WriteDocuments();
+    caseCountRecordPos_ = WriteExtensionRecords(records, stream_);
+
+    RecordBytes end;
+    end.I32(kRecEnd);
+    end.I32(0);
+    end.FlushTo(stream_);
+    return caseCountRecordPos_;
+}
+
+void SystemFileDataSource::SaveDS::WriteVariables() {
+    RecordBytes rec;
+    for (std::size_t i = 0; i < ColumnCount(); ++i) {
+        const MURV_Variable& v = GetVariable(static_cast<int>(i));
+        const int type = v.GetType();
+        const std::string* label = v.GetLabel();
+        const char* slots[3] = {nullptr, nullptr, nullptr};
+        const int code = v.GetMissingValues(&slots[0], &slots[1], &slots[2]);
+        rec.I32(kRecVariable);
+        rec.I32(type);
+        rec.I32(label ? 1 : 0);
+        rec.I32(code);
+        rec.I32(static_cast<std::int32_t>(v.GetPackedPrintFormat()));
+        rec.I32(static_cast<std::int32_t>(v.GetPackedWriteFormat()));
+        rec.Padded(v.GetName(), kShortNameSize);
+        if (label) {
+            rec.I32(static_cast<std::int32_t>(label->size()));
+            rec.Raw(label->data(), label->size());
+            rec.Blanks((4 - label->size() % 4) % 4);
+        }
+        const int nMissing = code < 0 ? -code : code;
+        for (int k = 0; k < nMissing && k < 3; ++k) rec.Raw(slots[k], 8);
+        for (std::uint32_t c = 1; c < CellsForType(type); ++c) {
+            rec.I32(kRecVariable);
+            rec.I32(-1);
+            rec.I32(0);
+            rec.I32(0);
+            rec.I32(kContinuationFormat);
+            rec.I32(kContinuationFormat);
+            rec.Blanks(kShortNameSize);
+        }
+        if (rec.Size() >= 64 * 1024) rec.FlushTo(stream_);
+    }
+    rec.FlushTo(stream_);
+}
+
+void SystemFileDataSource::SaveDS::WriteValueLabels() {
+    // One record pair per distinct label set (the same shared body, not
+    // merely equal contents), in the order of its first variable.
+    std::unordered_map<const void*, std::vector<int>> users;
+    std::vector<const void*> order;
+    for (std::size_t i = 0; i < ColumnCount(); ++i) {
+        const MURV_ValueLabelMap labels = GetVariable(static_cast<int>(i)).GetValueLabels();
+        if (labels.Count() == 0) continue;
+        auto [it, added] = users.try_emplace(labels.BodyIdentity());
+        if (added) order.push_back(labels.BodyIdentity());
+        it->second.push_back(static_cast<int>(i));
+    }
+    RecordBytes rec;
+    for (const void* body : order) {
+        const std::vector<int>& vars = users[body];
+        const MURV_ValueLabelMap labels = GetVariable(vars.front()).GetValueLabels();
+        rec.I32(kRecValueLabels);
+        rec.I32(static_cast<std::int32_t>(labels.Count()));
+        for (const auto& [key, label] : labels.Entries()) {
+            const std::string text = text::Truncated(label, 255);
+            rec.Raw(key.data(), 8);
+            const auto n = static_cast<unsigned char>(text.size());
+            rec.Raw(&n, 1);
+            rec.Raw(text.data(), text.size());
+            rec.Blanks((8 - (1 + text.size()) % 8) % 8);
+        }
+        MURV_ASSERT(!vars.empty());
+        rec.I32(kRecValueLabelVars);
+        rec.I32(static_cast<std::int32_t>(vars.size()));
+        for (int i : vars) rec.I32(static_cast<std::int32_t>(1 + GetObsLayout().StartCell(i)));
+        if (rec.Size() >= 64 * 1024) rec.FlushTo(stream_);
+    }
+    rec.FlushTo(stream_);
+}
+
+void SystemFileDataSource::SaveDS::WriteDocuments() {
+    if (!HasExtension(0)) return;
+    const MURV_Extension docs = GetExtension(0);
+    const std::string& bytes = docs.Contents();
+    // An incomplete last line is not written.
+    const std::size_t lines = bytes.size() / kDocumentLineSize;
+    if (lines == 0 || lines > 0x7FFFFFFF / kDocumentLineSize) return;
+    RecordBytes rec;
+    rec.I32(kRecDocument);
+    rec.I32(static_cast<std::int32_t>(lines));
+    rec.Raw(bytes.data(), lines * kDocumentLineSize);
+    rec.FlushTo(stream_);
+}
+
+void SystemFileDataSource::SaveDS::CreateCompressed(SparseFileIndex& index, std::int64_t row0pos) {
+    compressed_ = std::make_unique<CompressedSystemFile>(static_cast<int>(info_.nominalCaseSize), &stream_, &index, row0pos);
+}
+
+void SystemFileDataSource::SaveDS::WriteCase(const void* cells) {
+    const auto* bytes = static_cast<const unsigned char*>(cells);
+    if (compressed_) {
+        compressed_->WriteCase(bytes);
+    } else {
+        const unsigned toWrite = static_cast<unsigned>(info_.nominalCaseSize) * 8u;
+        if (stream_.Write(bytes, toWrite) == 0 && toWrite != 0)
+            throw SystemFileException(__FILE__, "toWrite", kErrCaseWrite, __LINE__);
+    }
+    ++casesWritten_;
+}
+
+void SystemFileDataSource::SaveDS::PrepareAppend(std::int64_t caseCountRecordPos, std::int64_t existingCases) {
+    caseCountRecordPos_ = caseCountRecordPos;
+    baseCaseCount_ = existingCases;
+    // Prepares what writing cases needs from the handlers; nothing is written.
+    (void)CollectExtensionRecords(*this, info_);
+    if (compressed_) compressed_->PrepareAppend(static_cast<std::uint64_t>(existingCases), &stream_);
+}
+
+std::int64_t SystemFileDataSource::SaveDS::Finish() {
+    if (finished_) return info_._nCases;
+    finished_ = true;
+    if (compressed_) {
+        compressed_->Flush();
+        compressed_.reset();
+    }
+    stream_.Flush();
+    const std::int64_t total =
+        baseCaseCount_ < 0 ? -1 : baseCaseCount_ + static_cast<std::int64_t>(casesWritten_);
+    if (total == info_._nCases && total <= kMaxHeaderCount) return total;
+    const std::string name = stream_.Name();
+    if (!stream_.Open(name.c_str(), "rb+"))
+        ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, name, port::LastErrorText());
+    unsigned char count32[4];
+    StoreI32(count32, (total >= 0 && total <= kMaxHeaderCount) ? static_cast<std::int32_t>(total) : -1);
+    stream_.Seek(kOffCaseCount, 0);
+    stream_.Write(count32, 4);
+    stream_.Flush();
+    if (caseCountRecordPos_ > 0) {
+        unsigned char count64[8];
+        StoreI64(count64, total);
+        stream_.Seek(caseCountRecordPos_ + 8, 0);
+        stream_.Write(count64, 8);
+        stream_.Flush();
+    }
+    info_._nCases = total;
+    return total;
+}
+
+}  // namespace murv

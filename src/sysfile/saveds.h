@@ -1,0 +1,51 @@
+// The writer of a system file: a dataset of its own whose dictionary starts
+// as a copy of the file dataset's (so that writing may reshape it without
+// touching the caller's), which serialises the dictionary and then takes
+// cases, plainly or compressed. Finish brings the case counts up to date.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "model/caseiterator.h"
+#include "sysfile/compression.h"
+#include "sysfile/systemfile.h"
+
+namespace murv {
+
+class SystemFileDataSource::SaveDS : public MURV_DataSource {
+public:
+    SaveDS(const MURV_DataSource& source, SystemFileInfo& info, MURV_FileStream& stream);
+    ~SaveDS() override;
+
+    std::unique_ptr<MURV_InputCaseIterator> NewInputCaseIterator(void*) override { return nullptr; }
+
+    // Writes the header and all dictionary records; returns the position of
+    // the 64-bit case-count payload (0 when none was written).
+    std::int64_t WriteDictionary();
+    void WriteCase(const void* cells);
+    void CreateCompressed(SparseFileIndex& index, std::int64_t row0pos);
+    // Continues an existing file holding existingCases cases.
+    void PrepareAppend(std::int64_t caseCountRecordPos, std::int64_t existingCases);
+    // Completes the file: last block, header and 64-bit case counts. Returns
+    // the total number of cases (-1 when unknown).
+    std::int64_t Finish();
+
+    std::uint64_t CasesWritten() const { return casesWritten_; }
+
+private:
+    void WriteVariables();
+    void WriteValueLabels();
+    void WriteDocuments();
+
+    std::uint64_t casesWritten_ = 0;
+    std::int64_t baseCaseCount_ = 0;
+    std::int64_t caseCountRecordPos_ = 0;
+    SystemFileInfo& info_;
+    MURV_FileStream& stream_;
+    std::unique_ptr<CompressedSystemFile> compressed_;
+    bool finished_ = false;
+};
+
+}  // namespace murv

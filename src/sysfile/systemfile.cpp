@@ -1,0 +1,523 @@
+#include "sysfile/systemfile.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <cwctype>
+#include <limits>
+#include <unordered_set>
+#include <vector>
+
+#include "model/caseiterator.h"
+#include "model/datetime.h"
+#include "port/assert.h"
+#include "port/errors.h"
+#include "port/file.h"
+#include "sysfile/byteorder.h"
+#include "sysfile/compression.h"
+#include "sysfile/ext/extrecord.h"
+#include "sysfile/layout.h"
+#include "sysfile/saveds.h"
+#include "text/mbtext.h"
+
+namespace murv {
+
+// ---------------------------------------------------------------------------
+// Reading the dictionary
+
+namespace {
+
+#define MURV_THROW_FILE(condition, number) throw SystemFileException(__FILE__, condition, number, __LINE__)
+
+// Reads records from the stream, never trusting a length the file gives
+// before checking it against the bytes the file still holds.
+class RecordReader {
+public:
+    RecordReader(MURV_FileStream& stream, std::int64_t fileSize) : stream_(stream), fileSize_(fileSize) {}
+
+    bool swapped = false;
+
+    std::int64_t Left() const { return std::max<std::int64_t>(0, fileSize_ - stream_.Tell()); }
+
+    // Exactly n bytes, or SystemFileException 1205 with the condition.
+    void Exact(void* dst, std::int64_t n, const char* condition) {
+        if (n < 0 || n > Left()) MURV_THROW_FILE(condition, kErrFileEnds);
+        if (n == 0) return;
+        if (stream_.Read(dst, static_cast<unsigned>(n)) != static_cast<unsigned>(n)) MURV_THROW_FILE(condition, kErrFileEnds);
+    }
+    std::vector<unsigned char> Bytes(std::int64_t n, const char* condition) {
+        if (n < 0 || n > Left()) MURV_THROW_FILE(condition, kErrFileEnds);
+        std::vector<unsigned char> out(static_cast<std::size_t>(n));
+        Exact(out.data(), n, condition);
+        return out;
+    }
+    std::int32_t I32(const char* condition) {
+        unsigned char b[4];
+        Exact(b, 4, condition);
+        return LoadI32(b, swapped);
+    }
+
+private:
+    MURV_FileStream& stream_;
+    std::int64_t fileSize_;
+};
+
+// Lower-cases a name character by character; bytes that form no character
+// are dropped.
+std::string LowerName(const std::string& name) {
+    std::string out;
+    out.reserve(name.size());
+    std::size_t pos = 0;
+    while (pos < name.size()) {
+        const int len = text::CharacterLengthAt(name.c_str() + pos, name.size() - pos);
+        if (len <= 0) {
+            ++pos;  // not a character: dropped
+            continue;
+        }
+        char ch[8] = {};
+        std::memcpy(ch, name.data() + pos, static_cast<std::size_t>(len));
+        text::ToLower(ch);
+        out.append(ch, static_cast<std::size_t>(len));
+        pos += static_cast<std::size_t>(len);
+    }
+    return out;
+}
+
+bool NameCanStay(const std::string& name) {
+    if (name.empty()) return false;
+    const auto first = static_cast<unsigned char>(name[0]);
+    if (first == '#' || first == '$' || first == '_' || first == '.') return false;
+    for (unsigned char c : name) {
+        if (c >= 128) continue;
+        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) continue;
+        if (c == '@' || c == '#' || c == '$' || c == '_' || c == '.') continue;
+        return false;
+    }
+    return true;
+}
+
+int MonthOf(const std::string& s) {
+    static const char* const kMonths[12] = {"jan", "feb", "mar", "apr", "may", "jun",
+                                            "jul", "aug", "sep", "oct", "nov", "dec"};
+    for (int m = 0; m < 12; ++m) {
+        bool same = s.size() >= 3;
+        for (int i = 0; same && i < 3; ++i) same = std::tolower(static_cast<unsigned char>(s[i])) == kMonths[m][i];
+        if (same) return m + 1;
+    }
+    return 13;
+}
+
+int TwoDigits(const std::string& s, std::size_t at) {
+    if (s.size() < at + 2) return -1;
+    const char a = s[at], b = s[at + 1];
+    if (a < '0' || a > '9' || b < '0' || b > '9') return -1;
+    return (a - '0') * 10 + (b - '0');
+}
+
+}  // namespace
+
+SystemFileDataSource::Data::Data() = default;
+SystemFileDataSource::Data::~Data() = default;
+
+SystemFileDataSource::SystemFileDataSource(std::string fileName, CreateTag) : m_data(std::make_unique<Data>()) {
+    m_data->fileName = std::move(fileName);
+    m_data->state = kDefining;
+}
+
+SystemFileDataSource::SystemFileDataSource(std::string fileName) : m_data(std::make_unique<Data>()) {
+    m_data->fileName = std::move(fileName);
+    if (!m_data->stream.Open(m_data->fileName.c_str(), "rb"))
+        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, m_data->fileName, port::LastErrorText());
+    try {
+        ReadFile();
+    } catch (const SystemFileException& e) {
+        ErrorText::Throw(kDataSourceMessages, e.Number(), m_data->fileName);
+    }
+    m_data->state = kReading;
+}
+
+SystemFileDataSource::~SystemFileDataSource() {
+    if (m_data && m_data->state == kWriting) {
+        try {
+            FinishWriting();
+        } catch (...) {
+            // Nothing can be reported from a destructor.
+        }
+    }
+}
+
+void SystemFileDataSource::ReadFile() {
+    SystemFileInfo& info = m_data->m_options;
+    MURV_FileStream& stream = m_data->stream;
+    if (stream.Seek(0, 2) != 0) MURV_THROW_FILE("nRead == 4", kErrFileEnds);
+    const std::int64_t fileSize = stream.Tell();
+    stream.Seek(0, 0);
+    RecordReader in(stream, fileSize);
+
+    // Header.
+    unsigned char header[kHeaderSize];
+    if (fileSize < 4) MURV_THROW_FILE("nRead == 4", kErrFileEnds);
+    in.Exact(header, 4, "nRead == 4");
+    if (std::memcmp(header, kMagic, 4) != 0) MURV_THROW_FILE("std::string(magic) == \"$FL2\"", kErrBadContent);
+    in.Exact(header + 4, kHeaderSize - 4, "nRead == len1");
+    info.byteSwapped = HeaderIsSwapped(header);
+    in.swapped = info.byteSwapped;
+    const HeaderRecord h = DecodeHeader(header, info.byteSwapped);
+    info.product = TrimRight(h.product);
+    info.layoutCode = h.layoutCode;
+    info.nominalCaseSize = h.nominalCaseSize;
+    info.weightIndex = h.weightIndex;
+    info.compressed = h.compression != 0;
+    info._nCases = h.caseCount;
+    info.bias = h.bias;
+    const std::string label = TrimRight(h.fileLabel);
+    if (!label.empty()) SetIdString(label);
+    {
+        const int day = TwoDigits(h.creationDate, 0);
+        const int month = MonthOf(h.creationDate.substr(3));
+        int year = TwoDigits(h.creationDate, 7);
+        if (year >= 0) year += year < 70 ? 2000 : 1900;
+        const int hour = TwoDigits(h.creationTime, 0);
+        const int minute = TwoDigits(h.creationTime, 3);
+        const int second = TwoDigits(h.creationTime, 6);
+        double stamp = 0;
+        if (DateTimeValue(day, month, year, hour, minute, second, &stamp) && stamp != 0) SetTimeStamp(stamp);
+    }
+
+    // Dictionary records up to the termination record.
+    DictionaryIndex dictIndex(*this);
+    bool indexCurrent = false;
+    std::uint32_t fileCells = 0;
+    for (;;) {
+        const std::int32_t recType = in.I32("len == sizeof(recType)");
+        if (recType == kRecVariable) {
+            indexCurrent = false;
+            unsigned char v[28];
+            in.Exact(v, 28, "len == sizeof(varRecord)");
+            const std::int32_t type = LoadI32(v, in.swapped);
+            const std::int32_t hasLabel = LoadI32(v + 4, in.swapped);
+            const std::int32_t code = LoadI32(v + 8, in.swapped);
+            const auto print = static_cast<std::uint32_t>(LoadI32(v + 12, in.swapped));
+            const auto write = static_cast<std::uint32_t>(LoadI32(v + 16, in.swapped));
+            // A code outside -3..3 would ask for more values than a variable
+            // holds: the record is refused rather than read.
+            if (code < -3 || code > 3 || code == -1) MURV_THROW_FILE("nMissing >= -3 && nMissing <= 3", kErrBadContent);
+            if (type > MURV_Variable::MAX_STRING_TYPE || type < -1) MURV_THROW_FILE("type >= -1 && type <= 32767", kErrBadContent);
+            std::string varLabel;
+            if (hasLabel) {
+                const std::int32_t n = in.I32("len == sizeof(labelLen)");
+                if (n < 0) MURV_THROW_FILE("labelLen >= 0", kErrBadContent);
+                const std::int64_t padded = (static_cast<std::int64_t>(n) + 3) / 4 * 4;
+                const auto bytes = in.Bytes(padded, "len == paddedLabelLen");
+                varLabel.assign(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n));
+            }
+            unsigned char missing[3][8] = {};
+            const int nMissing = code < 0 ? -code : code;
+            for (int k = 0; k < nMissing; ++k) {
+                in.Exact(missing[k], 8, "len == sizeof(missingValue)");
+                if (in.swapped && type == 0) StoreU64(missing[k], Swap64(LoadU64(missing[k])));
+            }
+            if (type < 0) {
+                fileCells += 1;
+                continue;  // a continuation cell of the string before it
+            }
+            fileCells += 1;
+            MURV_Variable& var = AddVariable(type);
+            var.SetName(TrimRight(std::string(reinterpret_cast<const char*>(v + 20), kShortNameSize)));
+            var.SetPrintFormat(UnpackFormat(print));
+            var.SetWriteFormat(UnpackFormat(write));
+            if (hasLabel) var.SetLabel(varLabel.data(), varLabel.size());
+            if (code != 0) var.SetMissingValues(code, missing[0], nMissing > 1 ? missing[1] : nullptr, nMissing > 2 ? missing[2] : nullptr);
+        } else if (recType == kRecValueLabels) {
+            if (!indexCurrent) {
+                dictIndex.Rebuild();
+                indexCurrent = true;
+            }
+            const std::int32_t nLabels = in.I32("len == sizeof(nLabels)");
+            // Each label takes at least 16 bytes: no more can be in the file.
+            if (nLabels < 0 || static_cast<std::int64_t>(nLabels) * 16 > in.Left())
+                MURV_THROW_FILE("nLabels >= 0 && nLabels*16 <= bytesLeft", kErrBadContent);
+            std::vector<std::pair<ValueLabelKey, std::string>> pairs;
+            pairs.reserve(static_cast<std::size_t>(nLabels));
+            for (std::int32_t i = 0; i < nLabels; ++i) {
+                unsigned char head[9];
+                in.Exact(head, 9, "len == header.size()");
+                const int n = head[8];
+                const auto bytes = in.Bytes((n + 8) / 8 * 8 - 1, "len == paddedLen");
+                ValueLabelKey key;
+                std::memcpy(key.data(), head, 8);
+                pairs.emplace_back(key, std::string(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n)));
+            }
+            unsigned char vh[8];
+            in.Exact(vh, 8, "len == 2*sizeof(int32)");
+            if (LoadI32(vh, in.swapped) != kRecValueLabelVars) MURV_THROW_FILE("h[0] == 4", kErrBadContent);
+            const std::int32_t nVars = LoadI32(vh + 4, in.swapped);
+            if (nVars <= 0) MURV_THROW_FILE("h[1] > 0", kErrBadContent);
+            const auto raw = in.Bytes(static_cast<std::int64_t>(nVars) * 4, "len == nVars*sizeof(int32)");
+            std::vector<int> vars;
+            vars.reserve(static_cast<std::size_t>(nVars));
+            for (std::int32_t i = 0; i < nVars; ++i) {
+                const int index = dictIndex.IndexAt(LoadI32(raw.data() + 4 * i, in.swapped));
+                // A position on a continuation cell or outside the case names
+                // no variable: the file is inconsistent.
+                if (index < 0) MURV_THROW_FILE("position names a variable", kErrBadContent);
+                vars.push_back(index);
+            }
+            const bool numeric = GetVariable(vars.front()).GetType() == 0;
+            for (int index : vars)
+                if ((GetVariable(index).GetType() == 0) != numeric)
+                    MURV_THROW_FILE("value labels of one kind of variable", kErrBadContent);
+            MURV_ValueLabelMap labels;
+            for (auto& [key, text] : pairs) {
+                if (in.swapped && numeric) StoreU64(key.data(), Swap64(LoadU64(key.data())));
+                labels.SetLabel(key, text);
+            }
+            for (int index : vars) GetVariable(index).SetValueLabels(labels);
+        } else if (recType == kRecDocument) {
+            const std::int32_t n = in.I32("len == sizeof(nLines)");
+            if (n < 0) MURV_THROW_FILE("nLines >= 0", kErrBadContent);
+            const auto bytes = in.Bytes(static_cast<std::int64_t>(n) * kDocumentLineSize, "len == nLines*80");
+            SetExtension(0, 1, n * kDocumentLineSize, bytes.empty() ? nullptr : bytes.data());
+            info.MarkSeen(0);
+        } else if (recType == kRecExtension) {
+            unsigned char eh[12];
+            in.Exact(eh, 12, "len == 3*sizeof(int32)");
+            const std::int32_t subtype = LoadI32(eh, in.swapped);
+            const std::int32_t unitSize = LoadI32(eh + 4, in.swapped);
+            const std::int32_t nUnits = LoadI32(eh + 8, in.swapped);
+            if (subtype < 0) MURV_THROW_FILE("0 <= type", kErrBadContent);
+            if (unitSize < 1 || nUnits < 0) MURV_THROW_FILE("unitSize > 0 && nUnits >= 0", kErrBadContent);
+            const std::int64_t len = static_cast<std::int64_t>(unitSize) * nUnits;
+            if (len > std::numeric_limits<std::int32_t>::max()) MURV_THROW_FILE("unitSize*nUnits fits", kErrBadContent);
+            if (subtype == 16) m_data->caseCountRecordPos = stream.Tell();
+            if (len > in.Left()) MURV_THROW_FILE("len == h[2]*h[1]", kErrFileEnds);
+            // A record with no units is accepted: an unhandled subtype is then
+            // removed from the dataset, and a handler judges the empty payload.
+            SystemFileExtensionRecord record;
+            record.SetUnitSize(unitSize);
+            record.SetNUnits(nUnits);
+            if (nUnits > 0) in.Exact(record.Contents(), len, "len == h[2]*h[1]");
+            ReadDispatch(subtype, *this, info, record);
+        } else if (recType == kRecEnd) {
+            unsigned char filler[4];
+            in.Exact(filler, 4, "len == sizeof(padding)");
+            break;
+        } else {
+            MURV_THROW_FILE("false", kErrBadContent);
+        }
+    }
+
+    // One variable or continuation record per cell, and a case as stored
+    // that is what the dictionary describes. A header that does not know its
+    // case size (-1) takes the dictionary's.
+    if (fileCells != CaseSize()) MURV_THROW_FILE("continuation records == string cells", kErrBadContent);
+    if (info.nominalCaseSize < 0) info.nominalCaseSize = static_cast<std::int32_t>(fileCells);
+    if (static_cast<std::uint32_t>(info.nominalCaseSize) != fileCells)
+        MURV_THROW_FILE("nominalCaseSize == dictionary cells", kErrBadContent);
+
+    dictIndex.Rebuild();
+    const int weight = info.weightIndex > 0 ? dictIndex.IndexAt(info.weightIndex) : -1;
+    SetWeightVar(weight >= 0 && GetVariable(weight).GetType() == 0 ? weight : -1);
+
+    // Names: lower-cased when the file carries no long names, then repaired.
+    if (!info.longNamesRead)
+        for (std::size_t i = 0; i < ColumnCount(); ++i) {
+            MURV_Variable& v = GetVariable(static_cast<int>(i));
+            v.SetName(LowerName(v.GetName()));
+        }
+    {
+        std::unordered_set<std::string> taken;
+        std::vector<std::size_t> repair;
+        for (std::size_t i = 0; i < ColumnCount(); ++i) {
+            const MURV_Variable& v = GetVariable(static_cast<int>(i));
+            if (NameCanStay(v.GetName()) && taken.insert(v.GetUpperName()).second) continue;
+            repair.push_back(i);
+        }
+        int counter = 1;
+        for (std::size_t i : repair) {
+            std::string name;
+            do {
+                char buf[16];
+                std::snprintf(buf, sizeof buf, "V%d", counter++);
+                name = buf;
+            } while (taken.count(text::UpperCopy(name)));
+            taken.insert(text::UpperCopy(name));
+            GetVariable(static_cast<int>(i)).SetName(name);
+        }
+    }
+
+    if (info.byteSwapped) {
+        info.swapFlags.assign(static_cast<std::size_t>(info.nominalCaseSize), 0);
+        for (std::size_t i = 0; i < ColumnCount(); ++i)
+            if (GetVariable(static_cast<int>(i)).GetType() == 0)
+                info.swapFlags[static_cast<std::size_t>(GetObsLayout().StartCell(static_cast<long>(i)))] = 1;
+    }
+    m_data->row0pos = stream.Tell();
+}
+
+bool SystemFileDataSource::GetReleaseInfo(int release[3]) const {
+    const SystemFileInfo& info = m_data->m_options;
+    for (int i = 0; i < 3; ++i) release[i] = info.release[static_cast<std::size_t>(i)];
+    return info.IsSubtypeSeen(3);
+}
+
+// ---------------------------------------------------------------------------
+// Writing
+
+void SystemFileDataSource::CommitDictionary() {
+    Data& d = *m_data;
+    if (d.state != kDefining) ErrorText::Throw(kDataSourceMessages, kErrBadState);
+    d.writer = std::make_unique<SaveDS>(*this, d.m_options, d.stream);
+    if (!d.stream.Open(d.fileName.c_str(), "wb")) {
+        d.writer.reset();
+        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+    }
+    d.m_options.nominalCaseSize = static_cast<std::int32_t>(d.writer->CaseSize());
+    d.caseCountRecordPos = d.writer->WriteDictionary();
+    d.row0pos = d.stream.Tell();
+    if (d.m_options.compressed) d.writer->CreateCompressed(d.index, d.row0pos);
+    d.state = kWriting;
+}
+
+void SystemFileDataSource::StartAppend() {
+    Data& d = *m_data;
+    d.writer = std::make_unique<SaveDS>(*this, d.m_options, d.stream);
+    std::int64_t existing = d.m_options._nCases;
+    const std::int64_t caseBytes = static_cast<std::int64_t>(d.m_options.nominalCaseSize) * 8;
+    if (d.m_options.compressed) {
+        d.writer->CreateCompressed(d.index, d.row0pos);
+        if (existing < 0) {
+            // Count the cases by walking to the end of the data.
+            CompressedSystemFile counter(d.m_options.nominalCaseSize, &d.stream, &d.index, d.row0pos);
+            counter.SetTarget(static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
+            counter.PositionAtTarget();
+            existing = static_cast<std::int64_t>(counter.CurrentCase());
+        }
+    } else {
+        d.stream.Flush();
+        if (existing < 0 && caseBytes > 0) {
+            d.stream.Seek(0, 2);
+            existing = (d.stream.Tell() - d.row0pos) / caseBytes;
+        }
+        const std::string name = d.fileName;
+        if (!d.stream.Open(name.c_str(), "ab"))
+            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, name, port::LastErrorText());
+        // Cases go right behind the last whole case.
+        d.stream.Seek(d.row0pos + existing * caseBytes, 0);
+    }
+    d.m_options._nCases = existing;
+    d.writer->PrepareAppend(d.caseCountRecordPos, existing);
+    d.state = kWriting;
+}
+
+void SystemFileDataSource::WriteCase(const void* cells) {
+    Data& d = *m_data;
+    if (d.iterators > 0) ErrorText::Throw(kDataSourceMessages, kErrBadState);
+    try {
+        if (d.state == kReading) StartAppend();
+        if (d.state == kDefining) CommitDictionary();
+        d.writer->WriteCase(cells);
+    } catch (const SystemFileException& e) {
+        ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+    }
+}
+
+void SystemFileDataSource::FinishWriting() {
+    Data& d = *m_data;
+    if (d.state != kWriting) return;
+    try {
+        std::unique_ptr<SaveDS> writer = std::move(d.writer);
+        writer->Finish();
+    } catch (const SystemFileException& e) {
+        d.state = kReading;
+        ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+    }
+    d.stream.Flush();
+    d.state = kReading;
+}
+
+void SystemFileDataSource::EndWriting() {
+    Data& d = *m_data;
+    if (d.state == kWriting) FinishWriting();
+    if (d.state == kDefining) return;
+    d.stream.Flush();
+    if (!d.stream.Open(d.fileName.c_str(), "rb"))
+        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+    d.state = kReading;
+}
+
+// ---------------------------------------------------------------------------
+// Reading cases
+
+class SystemFileDataSource::Iterator : public MURV_InputCaseIterator {
+public:
+    Iterator(SystemFileDataSource& ds, void* caseBuffer)
+        : MURV_InputCaseIterator(&ds, caseBuffer), data_(*ds.m_data), stream_(data_.stream) {
+        if (data_.m_options.compressed)
+            compressed_ = std::make_unique<CompressedSystemFile>(data_.m_options.nominalCaseSize, &stream_, &data_.index,
+                                                                 data_.row0pos);
+        ++data_.iterators;
+    }
+    ~Iterator() override { --data_.iterators; }
+
+    bool CanSeek() override { return true; }
+    bool Seek(std::int64_t caseIndex) override {
+        if (caseIndex < 0) return false;
+        pos_ = static_cast<std::uint64_t>(caseIndex);
+        return true;
+    }
+    std::int64_t Tell() override { return static_cast<std::int64_t>(pos_); }
+
+    int ReadNext() override {
+        SystemFileInfo& info = data_.m_options;
+        const unsigned cells = static_cast<unsigned>(info.nominalCaseSize);
+        const std::int64_t caseLen = static_cast<std::int64_t>(cells) * 8;
+        if (static_cast<std::int64_t>(pos_) != streamCase_) {
+            if (compressed_)
+                compressed_->SetTarget(pos_);
+            else
+                stream_.Seek(data_.row0pos + static_cast<std::int64_t>(pos_) * caseLen, 0);
+            streamCase_ = static_cast<std::int64_t>(pos_);
+        }
+        unsigned char* dst = reinterpret_cast<unsigned char*>(GetCase().GetValuePtr(0));
+        const unsigned char* swap = info.swapFlags.empty() ? nullptr : info.swapFlags.data();
+        std::int64_t readLen;
+        if (compressed_) {
+            readLen = static_cast<std::int64_t>(compressed_->ReadCase(dst, swap)) * 8;
+            // Positioning may have stopped early at the end of the data.
+            streamCase_ = static_cast<std::int64_t>(compressed_->CurrentCase()) - (readLen ? 1 : 0);
+        } else {
+            readLen = caseLen == 0 ? 0 : stream_.Read(dst, static_cast<unsigned>(caseLen));
+            if (readLen != 0 && readLen != caseLen)
+                throw SystemFileException(__FILE__, "readLen== 0 || readLen == caseLen", kErrFileEnds, __LINE__);
+            if (readLen == 0 && info._nCases > static_cast<std::int64_t>(pos_))
+                throw SystemFileException(__FILE__, "readLen || m_data.m_options._nCases <= m_pos", kErrFileEnds,
+                                          __LINE__);
+            if (readLen && swap)
+                for (unsigned c = 0; c < cells; ++c)
+                    if (swap[c]) StoreU64(dst + 8 * c, Swap64(LoadU64(dst + 8 * c)));
+        }
+        if (readLen != 0) {
+            ++streamCase_;
+            ++pos_;
+            return 1;
+        }
+        if (info._nCases == -1) info._nCases = streamCase_;
+        return 0;
+    }
+
+private:
+    Data& data_;
+    std::uint64_t pos_ = 0;
+    std::int64_t streamCase_ = -1;
+    MURV_FileStream stream_;
+    std::unique_ptr<CompressedSystemFile> compressed_;
+};
+
+std::unique_ptr<MURV_InputCaseIterator> SystemFileDataSource::NewInputCaseIterator(void* caseBuffer) {
+    if (m_data->state != kReading) EndWriting();
+    if (m_data->state != kReading) return nullptr;  // nothing on disk yet
+    return std::make_unique<Iterator>(*this, caseBuffer);
+}
+
+}  // namespace murv

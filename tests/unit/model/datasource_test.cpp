@@ -1,0 +1,498 @@
+#include "model/datasource.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "model/datetime.h"
+#include "support/locale_guard.h"
+#include "unit/model/test_datasource.h"
+
+namespace murv {
+namespace {
+
+using test::MemoryDataSource;
+
+std::vector<long> Starts(const ObsLayout& layout)
+{
+    std::vector<long> starts;
+    for (std::size_t i = 0; i < layout.ColumnCount(); ++i) starts.push_back(layout.StartCell(long(i)));
+    return starts;
+}
+
+ObsLayout LayoutOf(std::initializer_list<int> types)
+{
+    ObsLayout layout;
+    for (int type : types) layout.AddColumn(type);
+    return layout;
+}
+
+// Every start cell follows from the dictionary's types.
+void ExpectLayoutMatchesDictionary(const MURV_DataSource& ds)
+{
+    const ObsLayout& layout = ds.GetObsLayout();
+    ASSERT_EQ(layout.ColumnCount(), ds.ColumnCount());
+    long cell = 0;
+    for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+        EXPECT_EQ(layout.StartCell(long(i)), cell) << "variable " << i;
+        cell += CellsForType(ds.GetVariable(int(i)).GetType());
+    }
+    EXPECT_EQ(layout.Total(), std::uint32_t(cell));
+    EXPECT_EQ(ds.CaseSize(), std::uint32_t(cell));
+    EXPECT_EQ(layout.LastWidth(),
+              ds.ColumnCount() ? CellsForType(ds.GetVariable(int(ds.ColumnCount() - 1)).GetType()) : 0u);
+}
+
+TEST(ObsLayout, CellsPerWidth)
+{
+    EXPECT_EQ(CellsForType(0), 1u);
+    EXPECT_EQ(CellsForType(1), 1u);
+    EXPECT_EQ(CellsForType(8), 1u);
+    EXPECT_EQ(CellsForType(9), 2u);
+    EXPECT_EQ(CellsForType(255), 32u);
+    EXPECT_EQ(CellsForType(256), 32u);
+    EXPECT_EQ(CellsForType(257), 33u);
+    EXPECT_EQ(CellsForType(32767), 4096u);
+
+    const ObsLayout layout = LayoutOf({1, 8, 9, 255, 256, 0});
+    EXPECT_EQ(Starts(layout), (std::vector<long>{0, 1, 2, 4, 36, 68}));
+    EXPECT_EQ(layout.Total(), 69u);
+    EXPECT_EQ(layout.ColumnCells(4), 32u);
+    EXPECT_EQ(layout.StartCell(-1), -1);
+    EXPECT_EQ(layout.StartCell(6), 69);
+}
+
+TEST(ObsLayout, InsertAndRemoveColumns)
+{
+    ObsLayout layout = LayoutOf({0, 8, 9, 0});
+    EXPECT_EQ(Starts(layout), (std::vector<long>{0, 1, 2, 4}));
+    EXPECT_EQ(layout.Total(), 5u);
+    EXPECT_EQ(layout.LastWidth(), 1u);
+
+    ObsLayout inserted = layout;
+    inserted.InsertColumn(1, 20);
+    EXPECT_EQ(Starts(inserted), (std::vector<long>{0, 1, 4, 5, 7}));
+    EXPECT_EQ(inserted.Total(), 8u);
+    inserted.InsertColumn(5, 24);  // at the end
+    EXPECT_EQ(inserted.LastWidth(), 3u);
+    EXPECT_EQ(inserted.Total(), 11u);
+
+    ObsLayout removed = layout;
+    removed.RemoveColumns(1, 2);
+    EXPECT_EQ(Starts(removed), (std::vector<long>{0, 1}));
+    EXPECT_EQ(removed.Total(), 2u);
+    EXPECT_EQ(removed.LastWidth(), 1u);
+
+    ObsLayout tail = LayoutOf({0, 24});
+    tail.RemoveColumns(1, 1);
+    EXPECT_EQ(tail.Total(), 1u);
+    EXPECT_EQ(tail.LastWidth(), 1u);
+
+    ObsLayout lastTwo = LayoutOf({16, 0, 40});
+    lastTwo.RemoveColumns(1, 2);
+    EXPECT_EQ(lastTwo.Total(), 2u);
+    EXPECT_EQ(lastTwo.LastWidth(), 2u);
+
+    ObsLayout all = LayoutOf({9, 0});
+    all.RemoveColumns(0, 1);
+    EXPECT_EQ(all.ColumnCount(), 0u);
+    EXPECT_EQ(all.Total(), 0u);
+    EXPECT_EQ(all.LastWidth(), 0u);
+    EXPECT_EQ(all.StartCell(0), 0);
+}
+
+TEST(ObsLayout, ChangeColumnWidthMovesOnlyOnNewCellCounts)
+{
+    ObsLayout layout = LayoutOf({10, 0, 0});
+    layout.ChangeColumnWidth(0, 10, 16);
+    EXPECT_EQ(Starts(layout), (std::vector<long>{0, 2, 3}));
+    layout.ChangeColumnWidth(0, 16, 17);
+    EXPECT_EQ(Starts(layout), (std::vector<long>{0, 3, 4}));
+    EXPECT_EQ(layout.Total(), 5u);
+    layout.ChangeColumnWidth(0, 17, 0);
+    EXPECT_EQ(Starts(layout), (std::vector<long>{0, 1, 2}));
+    EXPECT_EQ(layout.Total(), 3u);
+    layout.ChangeColumnWidth(2, 0, 30);
+    EXPECT_EQ(layout.LastWidth(), 4u);
+    EXPECT_EQ(layout.Total(), 6u);
+    layout.ChangeColumnWidth(2, 30, 3);
+    EXPECT_EQ(layout.LastWidth(), 1u);
+    EXPECT_EQ(layout.Total(), 3u);
+}
+
+TEST(Dictionary, LookupByNameIgnoresCaseAndTrailingBlanks)
+{
+    MemoryDataSource ds;
+    ds.Add(0, "Age");
+    ds.Add(8, "name");
+    ds.Add(0, "AGE");  // the model itself keeps no names unique
+    EXPECT_EQ(ds.GetVarIndex("age"), 0);
+    EXPECT_EQ(ds.GetVarIndex("NAME   "), 1);
+    EXPECT_EQ(ds.GetVarIndex("nam"), -1);
+    EXPECT_EQ(ds.GetVarIndex(""), -1);
+    EXPECT_EQ(ds.GetVarIndex(std::string_view("name\0xyz", 8)), 1);
+
+    const std::string longName(64, 'q');
+    ds.Add(0, longName.c_str());
+    EXPECT_EQ(ds.GetVarIndex(longName + "tail"), 3);
+}
+
+TEST(Dictionary, LookupsFollowEveryChange)
+{
+    MemoryDataSource ds;
+    for (const char* name : {"a", "b", "c", "d"}) ds.Add(0, name);
+    EXPECT_EQ(ds.GetVarIndex("c"), 2);
+
+    // Renamed through a reference into the dictionary.
+    ds.GetVariable(2).SetName("renamed");
+    EXPECT_EQ(ds.GetVarIndex("c"), -1);
+    EXPECT_EQ(ds.GetVarIndex("renamed"), 2);
+
+    MURV_Variable inserted(4);
+    inserted.SetName("new");
+    ds.InsertVariable(0, inserted);
+    EXPECT_EQ(ds.GetVarIndex("new"), 0);
+    EXPECT_EQ(ds.GetVarIndex("renamed"), 3);
+    EXPECT_EQ(ds.GetIndexOfID(inserted.GetID()), 0);
+
+    const MURV_VariableID idOfB = ds.GetVariable(2).GetID();
+    ds.RemoveVariables(0, 1);
+    EXPECT_EQ(ds.GetVarIndex("new"), -1);
+    EXPECT_EQ(ds.GetVarIndex("a"), -1);
+    EXPECT_EQ(ds.GetVarIndex("b"), 0);
+    EXPECT_EQ(ds.GetIndexOfID(idOfB), 0);
+    EXPECT_EQ(ds.GetIndexOfID(inserted.GetID()), -1);
+
+    // A handle re-pointed through a reference changes name and ID at once.
+    MURV_Variable other(0);
+    other.SetName("other");
+    const MURV_VariableID idOfD = ds.GetVariable(2).GetID();
+    ds.GetVariable(2) = other;
+    EXPECT_EQ(ds.GetVarIndex("d"), -1);
+    EXPECT_EQ(ds.GetVarIndex("other"), 2);
+    EXPECT_EQ(ds.GetIndexOfID(idOfD), -1);
+    EXPECT_EQ(ds.GetIndexOfID(other.GetID()), 2);
+    EXPECT_EQ(ds.GetIndexOfID(MURV_VariableID()), -1);
+}
+
+TEST(Dictionary, LookupUsesTheLocalesCaseMapping)
+{
+    MURV_USE_LOCALE(guard, "en_US.UTF-8");
+    MemoryDataSource ds;
+    ds.Add(0, "caf\xC3\xA9");
+    EXPECT_EQ(ds.GetVarIndex("CAF\xC3\x89"), 0);
+}
+
+TEST(Dictionary, InsertReplaceAndRemoveKeepTheLayout)
+{
+    MemoryDataSource ds;
+    ds.Add(0, "n1");
+    ds.Add(8, "s8");
+    ds.Add(9, "s9");
+    ds.Add(0, "n2");
+    ExpectLayoutMatchesDictionary(ds);
+
+    MURV_Variable first(20);
+    ds.InsertVariable(0, first);
+    EXPECT_EQ(ds.GetObsLayout().StartCell(1), 3);
+    ExpectLayoutMatchesDictionary(ds);
+    ds.InsertVariable(int(ds.ColumnCount()), MURV_Variable(300));
+    ExpectLayoutMatchesDictionary(ds);
+
+    // Replace a variable by a changed version of itself.
+    MURV_Variable widened = ds.GetVariable(3);
+    widened.SetType(40);
+    ds.ReplaceVariable(3, widened);
+    EXPECT_EQ(ds.GetVariable(3).GetType(), 40);
+    ExpectLayoutMatchesDictionary(ds);
+
+    ds.RemoveVariables(1, 2);
+    ExpectLayoutMatchesDictionary(ds);
+    ds.RemoveVariables(2, 1);  // an empty range removes nothing
+    EXPECT_EQ(ds.ColumnCount(), 4u);
+    ds.RemoveVariables(int(ds.ColumnCount()) - 1, int(ds.ColumnCount()) - 1);
+    ExpectLayoutMatchesDictionary(ds);
+    ds.RemoveVariables(0, int(ds.ColumnCount()) - 1);
+    ExpectLayoutMatchesDictionary(ds);
+    EXPECT_EQ(ds.CaseSize(), 0u);
+
+    // A variable of this very dictionary may be appended or inserted again.
+    ds.Add(100, "long");
+    for (int i = 0; i < 20; ++i) ds.AppendVariable(ds.GetVariable(0));
+    ds.InsertVariable(1, ds.GetVariable(0));
+    ExpectLayoutMatchesDictionary(ds);
+    EXPECT_EQ(ds.CaseSize(), 22u * 13u);
+}
+
+TEST(Dictionary, SplitVariables)
+{
+    MemoryDataSource ds;
+    for (int i = 0; i < 10; ++i) ds.Add(i < 4 ? 32 : 0, ("v" + std::to_string(i)).c_str());
+    const int strings[] = {0, 1};
+    EXPECT_EQ(ds.SetSplitVars(2, strings, 7), 7);
+    EXPECT_EQ(ds.GetNSplitVars(), 2u);
+    EXPECT_EQ(ds.GetSplitFlag(), 7);
+    EXPECT_EQ(ds.GetSplitVarID(1), ds.GetVariable(1).GetID());
+
+    const int allNumeric[] = {4, 5, 6, 7, 8, 9, 4, 5};
+    ds.SetSplitVars(8, allNumeric, 0);
+    EXPECT_EQ(ds.GetNSplitVars(), 8u);
+
+    // Removing a variable that is not split keeps them, at their new places.
+    ds.SetSplitVars(2, strings, 1);
+    ds.RemoveVariables(0, -1);
+    ds.InsertVariable(0, MURV_Variable(0));
+    ds.RemoveVariables(5, 5);
+    EXPECT_EQ(ds.GetNSplitVars(), 2u);
+    EXPECT_EQ(ds.GetSplitVarIndex(0), 1);
+    EXPECT_EQ(ds.GetSplitVarIndex(1), 2);
+
+    // Removing a split variable clears them all.
+    ds.RemoveVariables(2, 2);
+    EXPECT_EQ(ds.GetNSplitVars(), 0u);
+    EXPECT_EQ(ds.GetSplitFlag(), 0);
+}
+
+TEST(DictionaryDeathTest, SplitVariablesOverTheirLimits)
+{
+    MemoryDataSource ds;
+    ds.Add(40, "a");
+    ds.Add(40, "b");
+    for (int i = 0; i < 9; ++i) ds.Add(0, ("n" + std::to_string(i)).c_str());
+    const int wide[] = {0, 1};
+    EXPECT_DEATH(ds.SetSplitVars(2, wide, 0), "totalSize <= 64");
+    const int nine[] = {2, 3, 4, 5, 6, 7, 8, 9, 10};
+    EXPECT_DEATH(ds.SetSplitVars(9, nine, 0), "eMaxSplitVars");
+}
+
+TEST(Dictionary, WeightVariable)
+{
+    MemoryDataSource ds;
+    ds.Add(0, "a");
+    ds.Add(0, "w");
+    ds.SetWeightVar(1);
+    ds.RemoveVariables(0, 0);
+    EXPECT_EQ(ds.GetWeightVarIndex(), 0);
+    ds.SetWeightVar(1);  // outside the dictionary: no weight
+    EXPECT_TRUE(ds.GetWeightVarID().IsNull());
+    EXPECT_EQ(ds.GetWeightVarIndex(), -1);
+    ds.SetWeightVar(0);
+    ds.RemoveVariables(0, 0);
+    EXPECT_EQ(ds.GetWeightVarIndex(), -1);
+    EXPECT_FALSE(ds.GetWeightVarID().IsNull());
+}
+
+TEST(Dataset, StringsAndTimeStamp)
+{
+    MemoryDataSource ds;
+    EXPECT_EQ(ds.GetIdString(), nullptr);
+    ds.SetIdString("label");
+    ds.SetIdString(static_cast<const char*>(nullptr));
+    EXPECT_EQ(ds.GetIdString(), nullptr);
+    ds.SetIdString("");
+    ASSERT_NE(ds.GetIdString(), nullptr);
+    EXPECT_EQ(*ds.GetIdString(), "");
+
+    ds.SetSystemString("sys");
+    ds.SetSystemString(nullptr);
+    EXPECT_EQ(ds.GetSystemString(), "");
+
+    double from = 0, to = 0;
+    ASSERT_TRUE(DateTimeValue(1, 1, 2020, 0, 0, 0, &from));
+    ASSERT_TRUE(DateTimeValue(1, 1, 2200, 0, 0, 0, &to));
+    EXPECT_GT(ds.GetTimeStamp(), from);
+    EXPECT_LT(ds.GetTimeStamp(), to);
+
+    EXPECT_EQ(ds.NumberOfCases(), -1);
+    EXPECT_TRUE(ds.IsUsable());
+}
+
+TEST(Dataset, FillWithMissing)
+{
+    MemoryDataSource ds;
+    ds.Add(0, "n");
+    ds.Add(10, "s");
+    ds.Add(0, "m");
+    std::vector<char> buffer(ds.CaseSize() * kCellSize, 'z');
+    ds.FillWithMissing(buffer.data(), 0, 2);
+    double value;
+    std::memcpy(&value, buffer.data(), 8);
+    EXPECT_EQ(value, -DBL_MAX);
+    EXPECT_EQ(std::string(buffer.data() + 8, 16), std::string(16, ' '));
+    EXPECT_EQ(std::string(buffer.data() + 24, 8), std::string(8, 'z'));
+    ds.FillWithMissing(buffer.data(), 2, 1);
+    std::memcpy(&value, buffer.data() + 24, 8);
+    EXPECT_EQ(value, -DBL_MAX);
+}
+
+TEST(Dataset, CopiesAreSnapshots)
+{
+    MemoryDataSource parent;
+    parent.Add(0, "x");
+    parent.Add(12, "s");
+    parent.SetWeightVar(0);
+    parent.SetIdString("id");
+    parent.SetSystemString("system");
+    parent.SetExtension(3, 4, 1, "abcd");
+    Attributes attributes;
+    attributes.Set("a", {"1"});
+    parent.SetFileAttributes(attributes);
+
+    MemoryDataSource child(&parent);
+    EXPECT_EQ(child.GetParent(), &parent);
+    EXPECT_EQ(child.ColumnCount(), 2u);
+    EXPECT_EQ(child.GetWeightVarIndex(), 0);
+    EXPECT_EQ(child.GetSystemString(), "system");
+    EXPECT_EQ(child.GetTrendsInfo().GetDataSource(), &child);
+
+    child.GetVariable(0).SetName("changed");
+    EXPECT_EQ(parent.GetVariable(0).GetName(), "x");
+    EXPECT_EQ(parent.GetVarIndex("changed"), -1);
+    EXPECT_EQ(child.GetVarIndex("x"), -1);
+    child.AddVariable(0);
+    EXPECT_EQ(parent.ColumnCount(), 2u);
+
+    // CopyDictionary takes everything but the parent and the system string.
+    MemoryDataSource other;
+    MemoryDataSource target(&other);
+    target.Add(0, "old");
+    target.CopyDictionary(parent);
+    EXPECT_EQ(target.GetParent(), &other);
+    EXPECT_EQ(target.GetSystemString(), "");
+    EXPECT_EQ(target.ColumnCount(), 2u);
+    EXPECT_EQ(target.GetVarIndex("old"), -1);
+    EXPECT_EQ(target.GetVarIndex("s"), 1);
+    EXPECT_EQ(*target.GetIdString(), "id");
+    EXPECT_EQ(target.GetWeightVarIndex(), 0);
+    EXPECT_TRUE(target.HasExtension(3));
+    EXPECT_TRUE(target.GetFileAttributes() == attributes);
+    EXPECT_EQ(target.GetTrendsInfo().GetDataSource(), &target);
+    EXPECT_EQ(target.GetObsLayout(), parent.GetObsLayout());
+    EXPECT_TRUE(target.GetVariable(1) == parent.GetVariable(1));
+    EXPECT_EQ(target.GetVariable(1).GetID(), parent.GetVariable(1).GetID());
+
+    MemoryDataSource copy(target);
+    EXPECT_EQ(copy.GetParent(), &other);
+    EXPECT_EQ(copy.ColumnCount(), 2u);
+}
+
+TEST(Extensions, SetGetAndEmpty)
+{
+    MemoryDataSource ds;
+    EXPECT_FALSE(ds.HasExtension(7));
+    EXPECT_EQ(ds.HighestExtensionType(), 19);
+
+    const char bytes[] = "abcdefghijkl";
+    ds.SetExtension(7, 4, 3, bytes);
+    EXPECT_TRUE(ds.HasExtension(7));
+    MURV_Extension ext = ds.GetExtension(7);
+    EXPECT_EQ(ext.UnitSize(), 4);
+    EXPECT_EQ(ext.NElements(), 3u);
+
+    char buffer[10] = {};
+    EXPECT_EQ(ext.ReadElements(buffer, sizeof buffer), 2u);
+    EXPECT_EQ(std::string(buffer, 8), "abcdefgh");
+    EXPECT_EQ(ext.ReadElements(buffer, sizeof buffer), 1u);
+    EXPECT_EQ(std::string(buffer, 4), "ijkl");
+    EXPECT_EQ(ext.ReadElements(buffer, sizeof buffer), 0u);
+
+    ds.SetExtension(7, 1, 0, nullptr);
+    EXPECT_FALSE(ds.HasExtension(7));
+    MURV_Extension absent = ds.GetExtension(7);
+    EXPECT_EQ(absent.Type(), 7);
+    EXPECT_EQ(absent.NElements(), 0u);
+    EXPECT_EQ(absent.ReadElements(buffer, sizeof buffer), 0u);
+    EXPECT_EQ(ext.NElements(), 3u);  // the earlier handle keeps its body
+
+    MURV_Extension none;
+    EXPECT_EQ(none.Type(), -1);
+    EXPECT_EQ(none.ReadElements(buffer, sizeof buffer), 0u);
+
+    ds.SetExtension(2, 0, 2, "xy");  // a unit size below 1 counts as 1
+    EXPECT_EQ(ds.GetExtension(2).UnitSize(), 1);
+    EXPECT_EQ(ds.GetExtension(2).NElements(), 2u);
+}
+
+TEST(Extensions, TableSizeOnlyGrows)
+{
+    MemoryDataSource ds;
+    ds.SetExtension(24, 1, 1, "x");
+    EXPECT_EQ(ds.HighestExtensionType(), 24);
+    ds.SetExtension(24, 1, 0, nullptr);
+    EXPECT_EQ(ds.HighestExtensionType(), 24);
+    ds.SetExtension(30, 1, 0, nullptr);  // emptying a slot that does not exist
+    EXPECT_EQ(ds.HighestExtensionType(), 24);
+
+    // Types come from files: a huge one must not make a huge table.
+    ds.SetExtension(2000000000, 1, 1, "y");
+    EXPECT_EQ(ds.HighestExtensionType(), 2000000000);
+    ds.SetExtension(0, 80, 1, std::string(80, 'd').c_str());
+    ds.SetExtension(5, 1, 2, "vs");
+    EXPECT_EQ(ds.ExtensionTypes(), (std::vector<int>{0, 5, 2000000000}));
+    EXPECT_TRUE(ds.HasExtension(0));
+    EXPECT_FALSE(ds.HasExtension(-1));
+}
+
+TEST(Extensions, AppendCopiesASharedBody)
+{
+    MemoryDataSource ds;
+    const int values[] = {1, 2};
+    ds.SetExtension(8, 4, 2, values);
+    MURV_Extension before = ds.GetExtension(8);
+    const int more[] = {3};
+    ds.AppendExtension(8, 1, more);
+    EXPECT_EQ(ds.GetExtension(8).NElements(), 3u);
+    EXPECT_EQ(ds.GetExtension(8).LastInteger(), 3);
+    EXPECT_EQ(before.NElements(), 2u);
+    EXPECT_EQ(before.LastInteger(), 2);
+
+    // A handle's own Append does not reach the table until stored.
+    MURV_Extension handle = ds.GetExtension(8);
+    handle.Append(1, more);
+    EXPECT_EQ(ds.GetExtension(8).NElements(), 3u);
+    ds.StoreExtension(handle);
+    EXPECT_EQ(ds.GetExtension(8).NElements(), 4u);
+    ds.StoreExtension(MURV_Extension(8, 4, 0, nullptr));
+    EXPECT_FALSE(ds.HasExtension(8));
+
+    MURV_Extension shortOne(9, 1, 3, "abc");
+    EXPECT_EQ(shortOne.LastInteger(), 0);
+}
+
+TEST(DictionaryIndex, PositionsPerCell)
+{
+    MemoryDataSource ds;
+    ds.Add(0, "a");
+    ds.Add(20, "b");
+    ds.Add(0, "c");
+    DictionaryIndex index(ds);
+    EXPECT_EQ(index.Size(), 5u);
+    const int expected[] = {0, 1, -1, -1, 2};
+    for (int position = 1; position <= 5; ++position)
+        EXPECT_EQ(index.IndexAt(position), expected[position - 1]) << position;
+    EXPECT_EQ(index.IndexAt(0), -1);
+    EXPECT_EQ(index.IndexAt(6), -1);
+    EXPECT_EQ(index.IndexAt(-3), -1);
+    EXPECT_EQ(index.VariableAt(5).GetName(), "c");
+
+    ds.InsertVariable(0, MURV_Variable(9));
+    index.Rebuild();
+    EXPECT_EQ(index.Size(), 7u);
+    EXPECT_EQ(index.IndexAt(3), 1);
+}
+
+TEST(Dictionary, HundredThousandVariablesStayFast)
+{
+    MemoryDataSource ds;
+    const int count = 100000;
+    for (int i = 0; i < count; ++i) ds.Add(i % 7 == 0 ? 12 : 0, ("VAR" + std::to_string(i)).c_str());
+    for (int i = 0; i < count; ++i) ASSERT_EQ(ds.GetVarIndex("var" + std::to_string(i)), i);
+    for (int i = 0; i < count; i += 97) ASSERT_EQ(ds.GetIndexOfID(ds.GetVariable(i).GetID()), i);
+    ExpectLayoutMatchesDictionary(ds);
+}
+
+}  // namespace
+}  // namespace murv

@@ -1,0 +1,454 @@
+// Writer -> reader round trips, the bytes the writer produces, and the
+// reader's handling of files the writer never makes.
+#include "sysfile/systemfile.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "model/caseiterator.h"
+#include "model/constants.h"
+#include "port/errors.h"
+#include "support/byte_builder.h"
+#include "support/temp_dir.h"
+#include "sysfile/byteorder.h"
+
+namespace murv {
+namespace {
+
+using testing::ByteBuilder;
+
+std::vector<unsigned char> FileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// A case buffer in a dataset's layout.
+struct CaseBuffer {
+    explicit CaseBuffer(const MURV_DataSource& ds) : ds(ds), bytes(ds.CaseSize() * 8) {
+        ds.FillWithMissing(bytes.data(), 0, static_cast<int>(ds.ColumnCount()));
+    }
+    void Num(int var, double v) { std::memcpy(At(var), &v, 8); }
+    void Str(int var, const std::string& s) {
+        const int width = ds.GetVariable(var).GetType();
+        const std::size_t cells = width <= 8 ? 1 : (width + 7) / 8;
+        std::memset(At(var), ' ', cells * 8);
+        std::memcpy(At(var), s.data(), std::min<std::size_t>(s.size(), width));
+    }
+    char* At(int var) { return bytes.data() + 8 * ds.GetObsLayout().StartCell(var); }
+    const MURV_DataSource& ds;
+    std::vector<char> bytes;
+};
+
+struct SystemFile : ::testing::Test {
+    testing::TempDir dir;
+    std::string path = dir.File("test.sav");
+
+    // numeric age, string name(12), numeric score, string code(1), string long(255)
+    static void Define(MURV_DataSource& ds) {
+        auto& age = ds.AddVariable(0);
+        age.SetName("Age");
+        age.SetLabel("Age at interview");
+        double lo = 0, hi = 17, d = 999;
+        age.SetMissingRange(&lo, &hi, &d);
+        ds.AddVariable(12).SetName("name");
+        auto& score = ds.AddVariable(0);
+        score.SetName("score");
+        ds.AddVariable(1).SetName("code");
+        ds.AddVariable(255).SetName("long");
+        MURV_ValueLabelMap shared;
+        shared.SetNumericLabel(1, "one");
+        shared.SetNumericLabel(-2.5, "minus two and a half");
+        ds.GetVariable(0).SetValueLabels(shared);
+        ds.GetVariable(2).SetValueLabels(shared);
+        MURV_ValueLabelMap codes;
+        codes.SetStringLabel("a", "alpha");
+        ds.GetVariable(3).SetValueLabels(codes);
+        ds.GetVariable(2).SetMeasureLevel(3);
+        ds.GetVariable(2).SetColumnWidth(14);
+        ds.SetWeightVar(2);
+        ds.SetIdString("A file label");
+        const std::string docs = std::string(80, 'x') + std::string(80, 'y');
+        ds.SetExtension(0, 1, 160, docs.data());
+        ds.SetExtension(25, 4, 2, "abcdefgh");
+    }
+
+    std::vector<std::vector<char>> WriteCases(SystemFileDataSource& ds, int n) {
+        std::vector<std::vector<char>> cases;
+        std::mt19937 gen(5);
+        for (int k = 0; k < n; ++k) {
+            CaseBuffer c(ds);
+            c.Num(0, k % 7 == 0 ? SysmisValue() : static_cast<double>(gen() % 90));
+            c.Str(1, "name" + std::to_string(k));
+            c.Num(2, (gen() % 1000) / 8.0);
+            c.Str(3, k % 2 ? "a" : "b");
+            c.Str(4, std::string(static_cast<std::size_t>(k % 255), 'z'));
+            ds.WriteCase(c.bytes.data());
+            cases.push_back(c.bytes);
+        }
+        return cases;
+    }
+};
+
+TEST_F(SystemFile, RoundTripPlainAndCompressed) {
+    for (bool compressed : {false, true}) {
+        std::vector<std::vector<char>> cases;
+        {
+            SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+            Define(ds);
+            ds.SetCompression(compressed);
+            ds.CommitDictionary();
+            cases = WriteCases(ds, 300);
+            ds.FinishWriting();
+        }
+        SystemFileDataSource rd(path);
+        EXPECT_EQ(rd.IsCompressed(), compressed);
+        EXPECT_EQ(rd.NumberOfCases(), 300);
+        ASSERT_EQ(rd.ColumnCount(), 5u);
+        EXPECT_EQ(rd.GetVariable(0).GetName(), "age") << "no long names: lower-cased";
+        EXPECT_EQ(rd.GetVariable(4).GetType(), 255);
+        ASSERT_NE(rd.GetVariable(0).GetLabel(), nullptr);
+        EXPECT_EQ(*rd.GetVariable(0).GetLabel(), "Age at interview");
+        EXPECT_TRUE(rd.GetVariable(0).IsMissing(5.0));
+        EXPECT_TRUE(rd.GetVariable(0).IsMissing(999.0));
+        EXPECT_FALSE(rd.GetVariable(0).IsMissing(18.0));
+        const auto a = rd.GetVariable(0).GetValueLabels();
+        const auto b = rd.GetVariable(2).GetValueLabels();
+        EXPECT_TRUE(a.SharesBodyWith(b)) << "one record read back as one shared set";
+        ASSERT_NE(a.GetNumericLabel(-2.5), nullptr);
+        EXPECT_EQ(*a.GetNumericLabel(-2.5), "minus two and a half");
+        ASSERT_NE(rd.GetVariable(3).GetValueLabels().GetStringLabel("a"), nullptr);
+        EXPECT_EQ(rd.GetVariable(2).GetMeasureLevel(), 3);
+        EXPECT_EQ(rd.GetVariable(2).GetColumnWidth(), 14);
+        EXPECT_EQ(rd.GetWeightVarIndex(), 2);
+        ASSERT_NE(rd.GetIdString(), nullptr);
+        EXPECT_EQ(*rd.GetIdString(), "A file label");
+        EXPECT_EQ(rd.GetExtension(0).Contents(), std::string(80, 'x') + std::string(80, 'y'));
+        EXPECT_EQ(rd.GetExtension(25).Contents(), "abcdefgh");
+        EXPECT_EQ(rd.GetExtension(25).UnitSize(), 4);
+        int release[3];
+        EXPECT_TRUE(rd.GetReleaseInfo(release));
+        EXPECT_EQ(release[0], 15);
+        EXPECT_TRUE(rd.IsSubtypeSeen(11));
+        EXPECT_TRUE(rd.IsSubtypeSeen(16));
+        EXPECT_TRUE(rd.IsSubtypeSeen(0));
+
+        auto it = rd.NewInputCaseIterator(nullptr);
+        ASSERT_TRUE(it);
+        for (std::size_t k = 0; k < cases.size(); ++k) {
+            ASSERT_TRUE(it->ReadNext()) << k;
+            ASSERT_EQ(std::memcmp(it->GetValuePtr(0), cases[k].data(), cases[k].size()), 0) << k;
+        }
+        EXPECT_FALSE(it->ReadNext());
+        // Random access gives the same cells.
+        std::mt19937 gen(9);
+        for (int i = 0; i < 200; ++i) {
+            const std::size_t k = gen() % cases.size();
+            ASSERT_TRUE(it->Seek(static_cast<std::int64_t>(k)));
+            ASSERT_TRUE(it->ReadNext());
+            ASSERT_EQ(std::memcmp(it->GetValuePtr(0), cases[k].data(), cases[k].size()), 0) << k;
+        }
+    }
+}
+
+TEST_F(SystemFile, PlainFileBytes) {
+    {
+        SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+        for (const char* n : {"a", "b", "c"}) ds.AddVariable(0).SetName(n);
+        ds.CommitDictionary();
+        CaseBuffer c(ds);
+        for (int k = 0; k < 5; ++k) {
+            c.Num(0, k);
+            ds.WriteCase(c.bytes.data());
+        }
+    }  // destruction finishes the file
+    const auto bytes = FileBytes(path);
+    EXPECT_EQ(LoadI32(bytes.data() + 80, false), 5);
+    EXPECT_EQ(LoadI32(bytes.data() + 68, false), 3);
+    EXPECT_EQ(LoadI32(bytes.data() + 72, false), 0);
+    // Header, three variable records, then extension records up to the
+    // termination record, then 5 cases of 24 bytes.
+    ASSERT_GE(bytes.size(), 176u + 96 + 8 + 120);
+    const std::size_t end = bytes.size() - 120 - 8;
+    EXPECT_EQ(LoadI32(bytes.data() + end, false), 999);
+    // Extension records in ascending subtype order: 3, 4, 11, 16.
+    std::size_t p = 176 + 96;
+    std::vector<int> subtypes;
+    while (p < end) {
+        ASSERT_EQ(LoadI32(bytes.data() + p, false), 7);
+        subtypes.push_back(LoadI32(bytes.data() + p + 4, false));
+        const int unit = LoadI32(bytes.data() + p + 8, false), count = LoadI32(bytes.data() + p + 12, false);
+        if (subtypes.back() == 3) {
+            const int expect[8] = {15, 0, 0, 720, 1, 1, 2, 2};
+            for (int i = 0; i < 8; ++i) EXPECT_EQ(LoadI32(bytes.data() + p + 16 + 4 * i, false), expect[i]);
+        }
+        if (subtypes.back() == 4) {
+            EXPECT_EQ(LoadU64(bytes.data() + p + 16), 0xFFEFFFFFFFFFFFFFull);
+            EXPECT_EQ(LoadU64(bytes.data() + p + 24), 0x7FEFFFFFFFFFFFFFull);
+            EXPECT_EQ(LoadU64(bytes.data() + p + 32), 0xFFEFFFFFFFFFFFFEull);
+        }
+        if (subtypes.back() == 11) {
+            const int expect[9] = {0, 8, 1, 0, 8, 1, 0, 8, 1};
+            ASSERT_EQ(count, 9);
+            for (int i = 0; i < 9; ++i) EXPECT_EQ(LoadI32(bytes.data() + p + 16 + 4 * i, false), expect[i]);
+        }
+        if (subtypes.back() == 16) {
+            EXPECT_EQ(LoadI64(bytes.data() + p + 16, false), 1);
+            EXPECT_EQ(LoadI64(bytes.data() + p + 24, false), 5) << "patched when the file was finished";
+        }
+        p += 16 + static_cast<std::size_t>(unit) * count;
+    }
+    EXPECT_EQ(subtypes, (std::vector<int>{3, 4, 11, 16}));
+}
+
+TEST_F(SystemFile, ValueLabelRecordsFollowSharing) {
+    {
+        SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+        for (const char* n : {"a", "b", "c"}) ds.AddVariable(0).SetName(n);
+        MURV_ValueLabelMap shared;
+        shared.SetNumericLabel(1, "1234567");  // 1 + 7: no padding
+        ds.GetVariable(0).SetValueLabels(shared);
+        ds.GetVariable(1).SetValueLabels(shared);
+        MURV_ValueLabelMap equal;
+        equal.SetNumericLabel(1, "1234567");
+        ds.GetVariable(2).SetValueLabels(equal);
+        ds.CommitDictionary();
+    }
+    const auto bytes = FileBytes(path);
+    const std::size_t p = 176 + 96;
+    EXPECT_EQ(LoadI32(bytes.data() + p, false), 3);
+    EXPECT_EQ(LoadI32(bytes.data() + p + 4, false), 1);
+    EXPECT_EQ(bytes[p + 16], 7);
+    EXPECT_EQ(LoadI32(bytes.data() + p + 24, false), 4);
+    EXPECT_EQ(LoadI32(bytes.data() + p + 28, false), 2) << "both sharing variables in one record";
+    EXPECT_EQ(LoadI32(bytes.data() + p + 32, false), 1);
+    EXPECT_EQ(LoadI32(bytes.data() + p + 36, false), 2);
+    EXPECT_EQ(LoadI32(bytes.data() + p + 40, false), 3) << "an equal but separate set has its own record";
+    EXPECT_EQ(FileBytes(path)[80], 0) << "a file committed without cases has case count 0";
+}
+
+TEST_F(SystemFile, AppendToPlainAndCompressed) {
+    for (bool compressed : {false, true}) {
+        std::vector<std::vector<char>> cases;
+        {
+            SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+            Define(ds);
+            ds.SetCompression(compressed);
+            cases = WriteCases(ds, 37);
+        }
+        {
+            SystemFileDataSource ds(path);
+            ASSERT_EQ(ds.NumberOfCases(), 37);
+            auto more = WriteCases(ds, 21);
+            cases.insert(cases.end(), more.begin(), more.end());
+            ds.FinishWriting();
+            EXPECT_EQ(ds.NumberOfCases(), 58);
+            // The same dataset reads back what it appended.
+            auto it = ds.NewInputCaseIterator(nullptr);
+            ASSERT_TRUE(it->Seek(57));
+            ASSERT_TRUE(it->ReadNext());
+            EXPECT_EQ(std::memcmp(it->GetValuePtr(0), cases[57].data(), cases[57].size()), 0);
+        }
+        SystemFileDataSource rd(path);
+        EXPECT_EQ(rd.NumberOfCases(), 58);
+        auto it = rd.NewInputCaseIterator(nullptr);
+        for (std::size_t k = 0; k < cases.size(); ++k) {
+            ASSERT_TRUE(it->ReadNext()) << compressed << ' ' << k;
+            ASSERT_EQ(std::memcmp(it->GetValuePtr(0), cases[k].data(), cases[k].size()), 0) << k;
+        }
+        EXPECT_FALSE(it->ReadNext());
+    }
+}
+
+TEST_F(SystemFile, WritingWhileAnIteratorLivesIsRefused) {
+    {
+        SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+        ds.AddVariable(0).SetName("x");
+        WriteCases(ds, 0);
+        CaseBuffer c(ds);
+        ds.WriteCase(c.bytes.data());
+    }
+    SystemFileDataSource rd(path);
+    auto it = rd.NewInputCaseIterator(nullptr);
+    CaseBuffer c(rd);
+    try {
+        rd.WriteCase(c.bytes.data());
+        FAIL();
+    } catch (const ErrorText& e) {
+        EXPECT_EQ(e.Number(), kErrBadState);
+    }
+    SystemFileDataSource twice(dir.File("b.sav"), SystemFileDataSource::CreateTag{});
+    twice.AddVariable(0).SetName("x");
+    twice.CommitDictionary();
+    EXPECT_THROW(twice.CommitDictionary(), ErrorText);
+}
+
+TEST_F(SystemFile, DuplicateNamesAtCommit) {
+    SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+    ds.AddVariable(0).SetName("age");
+    ds.AddVariable(0).SetName("AGE");
+    try {
+        ds.CommitDictionary();
+        FAIL();
+    } catch (const ErrorText& e) {
+        EXPECT_EQ(e.Number(), kErrDuplicateName);
+        EXPECT_NE(std::string(e.what()).find("AGE"), std::string::npos);
+    }
+}
+
+// ---- files crafted byte by byte ----
+
+ByteBuilder SmallFile(bool big, std::int32_t caseCount, int casesPresent) {
+    ByteBuilder b(big);
+    b.Header(3, caseCount);
+    b.Variable(0, "X").StringVariable(9, "S");
+    b.NumericLabels({{1.0, "one"}}, {1});
+    b.ExtensionI32(3, {15, 0, 0, 720, 1, 1, big ? 1 : 2, 2});
+    b.End();
+    for (int k = 0; k < casesPresent; ++k) b.Number(k + 0.5).StringCell("abcdefgh").StringCell("i       ");
+    return b;
+}
+
+TEST_F(SystemFile, ReadsBigEndianFiles) {
+    SmallFile(true, 4, 4).Save(path);
+    SystemFileDataSource rd(path);
+    EXPECT_TRUE(rd.IsByteSwapped());
+    ASSERT_EQ(rd.ColumnCount(), 2u);
+    EXPECT_EQ(rd.GetVariable(1).GetType(), 9);
+    ASSERT_NE(rd.GetVariable(0).GetValueLabels().GetNumericLabel(1.0), nullptr);
+    int release[3];
+    ASSERT_TRUE(rd.GetReleaseInfo(release));
+    EXPECT_EQ(release[0], 15);
+    auto it = rd.NewInputCaseIterator(nullptr);
+    for (int k = 0; k < 4; ++k) {
+        ASSERT_TRUE(it->ReadNext());
+        double v;
+        std::memcpy(&v, it->GetValuePtr(0), 8);
+        EXPECT_EQ(v, k + 0.5);
+        EXPECT_EQ(std::string(it->GetValuePtr(1), 9), "abcdefghi") << "strings are never reversed";
+    }
+    EXPECT_FALSE(it->ReadNext());
+}
+
+long OpenError(const std::string& path) {
+    try {
+        SystemFileDataSource rd(path);
+    } catch (const ErrorText& e) {
+        return e.Number();
+    }
+    return 0;
+}
+
+TEST_F(SystemFile, MalformedFilesAreRefused) {
+    ByteBuilder().Save(path);
+    EXPECT_EQ(OpenError(path), kErrFileEnds) << "empty file";
+    ByteBuilder().Text("$FL3").Zeros(200).Save(path);
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "bad magic";
+    EXPECT_EQ(OpenError(dir.File("missing")), kErrFileOpen);
+
+    auto header = [] { ByteBuilder b; b.Header(1, 0); return b; };
+    { auto b = header(); b.Variable(0, "X").I32(4).I32(1).I32(1).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "type 4 without type 3";
+    { auto b = header(); b.Variable(0, "X", 0x050802, 0x050802, nullptr, 5, {}); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "missing-value code 5";
+    { auto b = header(); b.I32(2).I32(0).I32(1).I32(0).I32(0).I32(0).Text("X", 8).I32(0x7FFFFFF0); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrFileEnds) << "a label longer than the file";
+    { ByteBuilder b; b.Header(2, 0); b.StringVariable(9, "S").NumericLabels({{1, "x"}}, {2}).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "labels on a continuation cell";
+    { auto b = header(); b.Variable(0, "X").NumericLabels({{1, "x"}}, {9}).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "labels outside the case";
+    { auto b = header(); b.Variable(0, "X").I32(3).I32(0x7FFFFFFF); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "more labels than the file can hold";
+    { auto b = header(); b.Variable(0, "X").ExtensionHeader(40, 0, 5).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "unit size 0";
+    { auto b = header(); b.Variable(0, "X").ExtensionHeader(-3, 1, 1).Byte(0).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "negative subtype";
+    { auto b = header(); b.Variable(0, "X").ExtensionHeader(40, 65536, 65536).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "a payload size that overflows";
+    { auto b = header(); b.Variable(0, "X").ExtensionHeader(40, 4, 1000).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrFileEnds) << "a payload past the end";
+    { auto b = header(); b.Variable(0, "X").ExtensionI32(3, {1, 2, 3, 4, 5, 6, 7, 8, 9}).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "source parameters of 9 units";
+    { auto b = header(); b.Variable(0, "X").ExtensionI32(4, {1, 2, 3}).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "floating-point parameters of unit size 4";
+    { auto b = header(); b.Variable(0, "X").ExtensionI32(11, {0, 8, 1, 0, 8, 1}).End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "display parameters for 2 variables of 1";
+    { ByteBuilder b; b.Header(2, 0); b.Variable(0, "X").End(); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "case size disagrees with the dictionary";
+    { auto b = header(); b.Variable(0, "X").I32(55); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrBadContent) << "unknown record type";
+    { auto b = header(); b.Variable(0, "X"); b.Save(path); }
+    EXPECT_EQ(OpenError(path), kErrFileEnds) << "no termination record";
+    for (std::size_t cut = 1; cut < SmallFile(false, 1, 0).Size(); cut += 3) {
+        auto b = SmallFile(false, 1, 0);
+        std::vector<unsigned char> part(b.Bytes().begin(), b.Bytes().begin() + static_cast<long>(cut));
+        ByteBuilder().Raw(part.data(), part.size()).Save(path);
+        EXPECT_NE(OpenError(path), 0) << "cut at " << cut;
+    }
+}
+
+TEST_F(SystemFile, CaseCountsAndShortData) {
+    SmallFile(false, 10, 7).Save(path);
+    {
+        SystemFileDataSource rd(path);
+        auto it = rd.NewInputCaseIterator(nullptr);
+        for (int k = 0; k < 7; ++k) ASSERT_TRUE(it->ReadNext());
+        try {
+            it->ReadNext();
+            FAIL() << "the header promised 10 cases";
+        } catch (const SystemFileException& e) {
+            EXPECT_EQ(e.Number(), kErrFileEnds);
+        }
+    }
+    SmallFile(false, -1, 6).Save(path);
+    {
+        SystemFileDataSource rd(path);
+        EXPECT_EQ(rd.NumberOfCases(), -1);
+        auto it = rd.NewInputCaseIterator(nullptr);
+        while (it->ReadNext()) {
+        }
+        EXPECT_EQ(rd.NumberOfCases(), 6);
+    }
+    auto b = SmallFile(false, -1, 2);
+    b.Zeros(5);
+    b.Save(path);
+    {
+        SystemFileDataSource rd(path);
+        auto it = rd.NewInputCaseIterator(nullptr);
+        ASSERT_TRUE(it->ReadNext());
+        ASSERT_TRUE(it->ReadNext());
+        EXPECT_THROW(it->ReadNext(), SystemFileException) << "a trailing partial case";
+    }
+    // The 64-bit count record wins when it is not smaller.
+    ByteBuilder c;
+    c.Header(1, -1).Variable(0, "X").ExtensionHeader(16, 8, 2).I64(1).I64(1000).End();
+    c.Save(path);
+    EXPECT_EQ(SystemFileDataSource(path).NumberOfCases(), 1000);
+    ByteBuilder d(true);
+    d.Header(1, 500).Variable(0, "X").ExtensionHeader(16, 8, 2).I64(1).I64(200).End();
+    d.Save(path);
+    EXPECT_EQ(SystemFileDataSource(path).NumberOfCases(), 500);
+}
+
+TEST_F(SystemFile, NameRepairAndOpaqueRecords) {
+    ByteBuilder b;
+    b.Header(4, 0).Variable(0, "age").Variable(0, "AGE").Variable(0, "_x").Variable(0, "V1");
+    b.ExtensionText(9, "first").ExtensionText(9, "second").ExtensionText(120, "far").End();
+    b.Save(path);
+    SystemFileDataSource rd(path);
+    EXPECT_EQ(rd.GetVariable(0).GetName(), "age");
+    EXPECT_EQ(rd.GetVariable(1).GetName(), "V2") << "AGE repeats age; v1 is taken";
+    EXPECT_EQ(rd.GetVariable(2).GetName(), "V3");
+    EXPECT_EQ(rd.GetVariable(3).GetName(), "v1");
+    EXPECT_EQ(rd.GetExtension(9).Contents(), "second");
+    EXPECT_EQ(rd.GetExtension(120).Contents(), "far");
+    EXPECT_TRUE(rd.IsSubtypeSeen(9));
+    EXPECT_FALSE(rd.IsSubtypeSeen(120));
+}
+
+}  // namespace
+}  // namespace murv

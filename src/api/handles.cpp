@@ -1,0 +1,134 @@
+#include "api/handles.h"
+
+#include <cstring>
+
+#include "text/mbtext.h"
+#include "text/names.h"
+
+namespace murv::api {
+
+namespace {
+
+// The file table: 100 slots, empty at load, never released (files left open
+// at unload are neither finished nor closed).
+std::array<std::unique_ptr<dioDataSource>, kTableSize>& Table() {
+    static auto* table = new std::array<std::unique_ptr<dioDataSource>, kTableSize>();
+    return *table;
+}
+
+}  // namespace
+
+dioDataSource::dioDataSource(int openMode, std::string fileName)
+    : SystemFileDataSource(std::move(fileName)), state_(std::make_unique<dioHandleState>()) {
+    state_->openMode = openMode;
+    state_->committed = true;
+}
+
+dioDataSource::dioDataSource(int openMode, std::string fileName, CreateTag tag)
+    : SystemFileDataSource(std::move(fileName), tag), state_(std::make_unique<dioHandleState>()) {
+    state_->openMode = openMode;
+    state_->committed = openMode != dioWriteMode;
+}
+
+void dioDataSource::Close() {
+    // The iterator reads through the dataset: it goes first.
+    state_->caseIterator.reset();
+    if (state_->openMode == dioWriteMode || state_->openMode == dioAppendMode) FinishWriting();
+}
+
+dioDataSource::~dioDataSource() {
+    state_->caseIterator.reset();
+    try {
+        if (state_->openMode == dioWriteMode || state_->openMode == dioAppendMode) FinishWriting();
+    } catch (...) {
+        // Reported by Close when the handle is closed normally.
+    }
+}
+
+int allocateHandle(int openMode, const char* fileName, int* handle) {
+    if (handle) *handle = -1;
+    std::unique_ptr<dioDataSource> ds;
+    const std::string name = fileName ? fileName : "";
+    if (openMode == dioWriteMode)
+        ds = std::make_unique<dioDataSource>(openMode, name, SystemFileDataSource::CreateTag{});
+    else
+        ds = std::make_unique<dioDataSource>(openMode, name);
+    if (!ds) return MURV_RC_FILE_OPEN;
+    auto& table = Table();
+    for (int i = 0; i < kTableSize; ++i) {
+        if (!table[static_cast<std::size_t>(i)]) {
+            table[static_cast<std::size_t>(i)] = std::move(ds);
+            if (handle) *handle = i;
+            return MURV_RC_OK;
+        }
+    }
+    return MURV_RC_TABLE_FULL;
+}
+
+int releaseHandle(int handle) {
+    dioDataSource* ds = nullptr;
+    const int rc = lookupHandle(handle, anyMode, &ds);
+    if (rc != MURV_RC_OK) return rc;
+    std::unique_ptr<dioDataSource> owned = std::move(Table()[static_cast<std::size_t>(handle)]);
+    try {
+        owned->Close();
+    } catch (...) {
+        return MURV_RC_BAD_HANDLE;
+    }
+    return MURV_RC_OK;
+}
+
+int lookupHandle(int handle, int level, dioDataSource** dataSource) {
+    if (dataSource) *dataSource = nullptr;
+    if (handle < 0 || handle >= kTableSize) return MURV_RC_BAD_HANDLE;
+    dioDataSource* ds = Table()[static_cast<std::size_t>(handle)].get();
+    if (!ds) return MURV_RC_BAD_HANDLE;
+    if (dataSource) *dataSource = ds;
+    const dioHandleState& st = ds->State();
+    switch (level) {
+        case 0:
+        case anyMode:
+            return MURV_RC_OK;
+        case dictionaryOpen:
+            if (st.openMode == dioReadMode) return MURV_RC_READ_MODE;
+            if (st.committed) return MURV_RC_DICT_COMMITTED;
+            return MURV_RC_OK;
+        case readMode:
+            return st.openMode != dioReadMode ? MURV_RC_WRITE_MODE : MURV_RC_OK;
+        case caseWrite:
+            if (st.openMode == dioReadMode) return MURV_RC_READ_MODE;
+            if (!st.committed) return MURV_RC_DICT_NOT_COMMITTED;
+            return MURV_RC_OK;
+        default:
+            return MURV_RC_BAD_HANDLE;
+    }
+}
+
+std::string NameKey(const char* name) {
+    if (!name) return std::string();
+    std::size_t n = 0;
+    while (n < names::kMaxNameBytes && name[n] != '\0') ++n;
+    std::size_t begin = 0, end = n;
+    while (begin < end && name[begin] == ' ') ++begin;
+    while (end > begin && name[end - 1] == ' ') --end;
+    return text::UpperCopy(std::string_view(name + begin, end - begin));
+}
+
+int BuildNameIndex(dioDataSource& ds) {
+    auto& index = ds.State().nameIndex;
+    index.clear();
+    for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+        const std::string key = NameKey(ds.GetVariable(static_cast<int>(i)).GetName().c_str());
+        if (!index.emplace(key, static_cast<int>(i)).second) return MURV_RC_BAD_FILE;
+    }
+    return MURV_RC_OK;
+}
+
+int FindVariable(dioDataSource& ds, const char* name) {
+    if (!name) return -1;
+    const auto& index = ds.State().nameIndex;
+    const auto it = index.find(NameKey(name));
+    return it == index.end() ? -1 : it->second;
+}
+
+}  // namespace murv::api

@@ -1,0 +1,90 @@
+// The process-wide table of open files and the per-handle state behind every
+// file handle of the interface.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "model/caseiterator.h"
+#include "murvio.h"
+#include "sysfile/systemfile.h"
+
+namespace murv::api {
+
+enum OpenMode : int { dioReadMode = 1, dioWriteMode = 2, dioAppendMode = 3 };
+enum CaseState : int { caseEmpty = 0, caseCurrent = 1, caseAtEnd = 2 };
+// What a call needs of its handle.
+enum AccessLevel : int { anyMode = 1, dictionaryOpen = 2, readMode = 3, caseWrite = 4 };
+
+inline constexpr int kTableSize = 100;
+inline constexpr int kExtensionSubtypes = 33;  // subtypes 0 to 32 reachable through the interface
+// The product text of every file created through murvOpenWrite.
+inline constexpr char kInterfaceProduct[] = "@(#) MURV DATA FILE MS Windows Release 14.0.1C murvio32.dll";
+
+struct dioHandleState {
+    // Chunked extension reads in progress, by subtype.
+    std::array<std::unique_ptr<MURV_Extension>, kExtensionSubtypes> extensionCursors;
+    std::array<std::int32_t, kExtensionSubtypes> extensionRemaining{};
+    // Upper-cased, trimmed name (at most 64 bytes) -> position in the dictionary.
+    std::map<std::string, int> nameIndex;
+    std::unique_ptr<MURV_InputCaseIterator> caseIterator;
+    // The current case record, in the dictionary's layout.
+    std::unique_ptr<std::uint64_t[]> caseBuffer;
+    std::size_t caseBufferCells = 0;
+    int openMode = dioReadMode;
+    int caseState = caseEmpty;
+    bool committed = true;
+};
+
+// The dataset behind one handle.
+class dioDataSource : public SystemFileDataSource {
+public:
+    // Read or append: opens the file and reads its dictionary.
+    dioDataSource(int openMode, std::string fileName);
+    // Write: nothing exists on disk until the header is committed.
+    dioDataSource(int openMode, std::string fileName, CreateTag);
+    // Finishes a file being written or appended to.
+    ~dioDataSource() override;
+
+    dioHandleState& State() { return *state_; }
+    // Finishes writing so that failures can be reported (the destructor
+    // cannot report them).
+    void Close();
+
+private:
+    std::unique_ptr<dioHandleState> state_;
+};
+
+// Creates the dataset for a new handle in the lowest free slot: 0, 1 when the
+// dataset cannot be created, 4 when the table is full. Exceptions from the
+// reader propagate.
+int allocateHandle(int openMode, const char* fileName, int* handle);
+// Closes the handle: its lookup code (5 for an unknown handle), or 5 when
+// finishing a written file failed (the handle is released all the same).
+int releaseHandle(int handle);
+// Finds the dataset of a handle and checks the access level.
+int lookupHandle(int handle, int level, dioDataSource** dataSource);
+
+// The key of a name in the name index: the first 64 bytes, without leading
+// and trailing blanks, upper-cased.
+std::string NameKey(const char* name);
+// Rebuilds the name index from the dictionary; 6 when two variables share a
+// key, else 0.
+int BuildNameIndex(dioDataSource& ds);
+// Dictionary position of a variable by name, or -1.
+int FindVariable(dioDataSource& ds, const char* name);
+
+// Runs f, turning any exception into failCode.
+template <class F>
+int Guarded(int failCode, F&& f) noexcept {
+    try {
+        return f();
+    } catch (...) {
+        return failCode;
+    }
+}
+
+}  // namespace murv::api

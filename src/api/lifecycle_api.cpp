@@ -1,0 +1,158 @@
+// Opening, committing and closing files.
+#include "api/handles.h"
+#include "port/file.h"
+
+using namespace murv;
+using namespace murv::api;
+
+namespace {
+
+// Closes a handle that failed part-way through its open call.
+void Abandon(int& handle) {
+    if (handle >= 0) {
+        try {
+            releaseHandle(handle);
+        } catch (...) {
+        }
+    }
+    handle = -1;
+}
+
+// Opens for reading (mode 1) or appending (mode 3) and builds the name index.
+int OpenExisting(int mode, const char* fileName, int* handleOut) {
+    int handle = -1;
+    try {
+        int rc = allocateHandle(mode, fileName, &handle);
+        if (rc != MURV_RC_OK) {
+            handle = -1;
+            return rc;
+        }
+        dioDataSource* ds = nullptr;
+        rc = lookupHandle(handle, anyMode, &ds);
+        if (rc == MURV_RC_OK) rc = BuildNameIndex(*ds);
+        if (rc != MURV_RC_OK) {
+            Abandon(handle);
+            return rc;
+        }
+        *handleOut = handle;
+        return MURV_RC_OK;
+    } catch (...) {
+        Abandon(handle);
+        return MURV_RC_BAD_FILE;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+MURV_API int MURV_CALL murvOpenRead(const char* fileName, int* handle) {
+    if (!handle) return MURV_RC_BAD_FILE;
+    *handle = -1;
+    if (!fileName) return MURV_RC_BAD_FILE;  // no file: what a missing file gives
+    return OpenExisting(dioReadMode, fileName, handle);
+}
+
+MURV_API int MURV_CALL murvOpenAppend(const char* fileName, int* handle) {
+    if (!handle) return MURV_RC_BAD_FILE;
+    *handle = -1;
+    if (!port::ProbeUpdatable(fileName)) return MURV_RC_FILE_OPEN;
+    return OpenExisting(dioAppendMode, fileName, handle);
+}
+
+MURV_API int MURV_CALL murvOpenWrite(const char* fileName, int* handle) {
+    if (!handle) return MURV_RC_BAD_FILE;
+    *handle = -1;
+    if (!port::ProbeCreatable(fileName)) return MURV_RC_FILE_OPEN;
+    int h = -1;
+    try {
+        if (allocateHandle(dioWriteMode, fileName, &h) != MURV_RC_OK) return MURV_RC_FILE_OPEN;
+        dioDataSource* ds = nullptr;
+        if (lookupHandle(h, dictionaryOpen, &ds) != MURV_RC_OK) {
+            Abandon(h);
+            return MURV_RC_FILE_OPEN;
+        }
+        ds->SetProduct(kInterfaceProduct);
+        *handle = h;
+        return MURV_RC_OK;
+    } catch (...) {
+        Abandon(h);
+        return MURV_RC_BAD_FILE;
+    }
+}
+
+MURV_API int MURV_CALL murvOpenWriteCopy(const char* fileName, const char* dictFileName, int* handle) {
+    if (!handle) return MURV_RC_FILE_READ;
+    *handle = -1;
+    int oldHandle = -1, newHandle = -1;
+    auto removeNew = [&] {
+        if (newHandle >= 0) {
+            Abandon(newHandle);
+            port::RemoveFile(fileName);
+        }
+    };
+    try {
+        if (!port::ProbeReadable(dictFileName)) return MURV_RC_FILE_OPEN;
+        int rc = allocateHandle(dioReadMode, dictFileName, &oldHandle);
+        if (rc != MURV_RC_OK) {
+            oldHandle = -1;
+            return rc;
+        }
+        dioDataSource* oldDs = nullptr;
+        rc = lookupHandle(oldHandle, anyMode, &oldDs);
+        dioDataSource* newDs = nullptr;
+        if (rc == MURV_RC_OK) {
+            if (!port::ProbeCreatable(fileName)) {
+                rc = MURV_RC_FILE_OPEN;
+            } else {
+                rc = allocateHandle(dioWriteMode, fileName, &newHandle);
+                if (rc != MURV_RC_OK) newHandle = -1;
+                if (rc == MURV_RC_OK) rc = lookupHandle(newHandle, dictionaryOpen, &newDs);
+            }
+        }
+        if (rc == MURV_RC_OK) {
+            // The whole description of the data, no cases; the new file keeps
+            // the writer's own product text.
+            newDs->CopyDictionary(*oldDs);
+            newDs->SetFileName(fileName);
+            rc = BuildNameIndex(*newDs);
+        }
+        Abandon(oldHandle);
+        if (rc != MURV_RC_OK) {
+            removeNew();
+            return rc;
+        }
+        *handle = newHandle;
+        return MURV_RC_OK;
+    } catch (...) {
+        Abandon(oldHandle);
+        removeNew();
+        return MURV_RC_FILE_READ;
+    }
+}
+
+MURV_API int MURV_CALL murvCommitHeader(int handle) {
+    return Guarded(MURV_RC_BAD_HANDLE, [&] {
+        dioDataSource* ds = nullptr;
+        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
+        if (rc != MURV_RC_OK) return rc;
+        if (ds->ColumnCount() == 0) return MURV_RC_EMPTY_DICT;
+        ds->CommitDictionary();
+        ds->State().committed = true;
+        return MURV_RC_OK;
+    });
+}
+
+MURV_API int MURV_CALL murvCloseRead(int handle) {
+    return Guarded(MURV_RC_BAD_HANDLE, [&] { return releaseHandle(handle); });
+}
+
+MURV_API int MURV_CALL murvCloseWrite(int handle) {
+    return Guarded(MURV_RC_BAD_HANDLE, [&] { return releaseHandle(handle); });
+}
+
+MURV_API int MURV_CALL murvCloseAppend(int handle) {
+    return Guarded(MURV_RC_BAD_HANDLE, [&] { return releaseHandle(handle); });
+}
+
+}  // extern "C"

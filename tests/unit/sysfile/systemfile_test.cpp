@@ -334,6 +334,46 @@ TEST_F(SystemFile, ReadsBigEndianFiles) {
     EXPECT_FALSE(it->ReadNext());
 }
 
+TEST_F(SystemFile, ReadsBigEndianCompressedFiles) {
+    // Two cases of (numeric, string 9): 1.5 is stored raw (reversed in the
+    // file), 3 is coded, the strings are stored raw and never reversed.
+    ByteBuilder b(true);
+    b.Header(3, 2, true).Variable(0, "X").StringVariable(9, "S").End();
+    b.Bytes({253, 253, 254, 103, 253, 253, 0, 0}).F64(1.5).Text("abcdefgh").Text("xyzxyzxy").Text("q       ");
+    b.Save(path);
+    SystemFileDataSource rd(path);
+    auto it = rd.NewInputCaseIterator(nullptr);
+    double v;
+    ASSERT_TRUE(it->ReadNext());
+    std::memcpy(&v, it->GetValuePtr(0), 8);
+    EXPECT_EQ(v, 1.5);
+    EXPECT_EQ(std::string(it->GetValuePtr(1), 16), "abcdefgh        ");
+    ASSERT_TRUE(it->ReadNext());
+    std::memcpy(&v, it->GetValuePtr(0), 8);
+    EXPECT_EQ(v, 3.0);
+    EXPECT_EQ(std::string(it->GetValuePtr(1), 16), "xyzxyzxyq       ");
+    EXPECT_FALSE(it->ReadNext());
+}
+
+TEST_F(SystemFile, VariableRecordLabelPadding) {
+    {
+        SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+        ds.AddVariable(0).SetName("a");
+        ds.GetVariable(0).SetLabel("12345");
+        ds.AddVariable(0).SetName("b");
+        ds.GetVariable(1).SetLabel("12345678");
+        ds.CommitDictionary();
+    }
+    const auto bytes = FileBytes(path);
+    // Record of a: 32 bytes, length 5, 5 bytes and 3 blanks; then b's record.
+    EXPECT_EQ(LoadI32(bytes.data() + 176 + 8, false), 1);
+    EXPECT_EQ(LoadI32(bytes.data() + 176 + 32, false), 5);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data()) + 176 + 36, 8), "12345   ");
+    EXPECT_EQ(LoadI32(bytes.data() + 176 + 44, false), 2) << "the next record follows at once";
+    EXPECT_EQ(LoadI32(bytes.data() + 176 + 44 + 32, false), 8);
+    EXPECT_EQ(LoadI32(bytes.data() + 176 + 44 + 44, false), 7) << "8 bytes need no padding: the extension records follow";
+}
+
 long OpenError(const std::string& path) {
     try {
         SystemFileDataSource rd(path);

@@ -246,6 +246,12 @@ int MURV_DataSource::GetVarIndex(std::string_view name) const
     return found == lookup.byName.end() ? -1 : found->second;
 }
 
+int MURV_DataSource::GetVarIndex(const char* name) const
+{
+    if (name == nullptr) return -1;
+    return GetVarIndex(std::string_view(name, strnlen(name, MURV_Variable::eMaxNameLength)));
+}
+
 int MURV_DataSource::GetIndexOfID(MURV_VariableID id) const
 {
     const Lookup& lookup = CurrentLookup();
@@ -319,9 +325,11 @@ void MURV_DataSource::FillWithMissing(void* buffer, int firstVar, int nVars) con
     const double sysmis = std::bit_cast<double>(kSysmisBits);
     char* cell = static_cast<char*>(buffer) + fData.fLayout.StartCell(firstVar) * kCellSize;
     for (int i = firstVar; i < firstVar + nVars; ++i) {
-        const int type = fData.fDictionary[static_cast<std::size_t>(i)].GetType();
-        const std::uint32_t cells = CellsForType(type);
-        if (type == 0)
+        // The run is the layout's: a type changed through a reference into
+        // the dictionary (rather than by ReplaceVariable) must not make this
+        // write beyond the case.
+        const std::uint32_t cells = fData.fLayout.ColumnCells(static_cast<std::size_t>(i));
+        if (fData.fDictionary[static_cast<std::size_t>(i)].GetType() == 0)
             std::memcpy(cell, &sysmis, sizeof sysmis);
         else
             std::memset(cell, ' ', cells * kCellSize);

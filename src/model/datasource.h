@@ -130,12 +130,16 @@ public:
     // ---- variables ----
     std::size_t ColumnCount() const { return fData.fDictionary.size(); }
     // The stored variable: changes through the reference change the dataset.
+    // A change of type goes through ReplaceVariable, which moves the layout
+    // with it.
     MURV_Variable& GetVariable(int index);
     const MURV_Variable& GetVariable(int index) const;
     // Index of the first variable whose upper-cased name equals the name
     // given (at most 64 bytes, cut at a NUL, trailing blanks dropped,
     // upper-cased under the current locale); -1 when there is none.
     int GetVarIndex(std::string_view name) const;
+    // The same for a NUL-terminated name; a null name finds nothing.
+    int GetVarIndex(const char* name) const;
     // Index of the first variable with the ID, -1 when there is none.
     int GetIndexOfID(MURV_VariableID id) const;
 
@@ -201,7 +205,9 @@ public:
     // The types that hold a record, in ascending order.
     std::vector<int> ExtensionTypes() const;
 
-protected:
+private:
+    // Private, so that the dictionary, its layout and the lookups below
+    // change only together.
     struct Data {
         Data();
         std::array<MURV_VariableID, eMaxSplitVars> fSplitIDs;
@@ -228,7 +234,6 @@ protected:
 
     Data fData;
 
-private:
     // Lookup tables by upper-cased name and by ID, built on demand: each maps
     // to the lowest index. They are dropped by every change of the dictionary
     // made here, and rebuilt whenever some variable has been renamed or some

@@ -71,7 +71,7 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
 
     // Handlers may reshape this dictionary, so the records are collected
     // before the header is written.
-    const std::vector<SystemFileExtensionRecord> records = CollectExtensionRecords(*this, info_);
+    const ExtensionRecords records = CollectExtensionRecords(*this, info_);
 
     HeaderRecord h;
     h.product = info_.product;
@@ -209,6 +209,11 @@ void SystemFileDataSource::SaveDS::PrepareAppend(std::int64_t caseCountRecordPos
     // Prepares what writing cases needs from the handlers; nothing is written.
     (void)CollectExtensionRecords(*this, info_);
     if (compressed_) compressed_->PrepareAppend(static_cast<std::uint64_t>(existingCases), &stream_);
+}
+
+void SystemFileDataSource::SaveDS::Abandon() {
+    finished_ = true;
+    compressed_.reset();
 }
 
 std::int64_t SystemFileDataSource::SaveDS::Finish() {

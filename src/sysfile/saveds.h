@@ -31,6 +31,9 @@ public:
     // Completes the file: last block, header and 64-bit case counts. Returns
     // the total number of cases (-1 when unknown).
     std::int64_t Finish();
+    // Gives up a file whose dictionary could not be written: nothing more is
+    // written to it, not even when the writer is destroyed.
+    void Abandon();
 
     std::uint64_t CasesWritten() const { return casesWritten_; }
 

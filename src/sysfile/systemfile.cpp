@@ -117,7 +117,8 @@ int TwoDigits(const std::string& s, std::size_t at) {
 }  // namespace
 
 SystemFileDataSource::Data::Data() = default;
-SystemFileDataSource::Data::~Data() = default;
+// The writer refers to the stream and the file information: it goes first.
+SystemFileDataSource::Data::~Data() { writer.reset(); }
 
 SystemFileDataSource::SystemFileDataSource(std::string fileName, CreateTag) : m_data(std::make_unique<Data>()) {
     m_data->fileName = std::move(fileName);
@@ -372,8 +373,18 @@ void SystemFileDataSource::CommitDictionary() {
         d.writer.reset();
         ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
     }
+    try {
+        d.caseCountRecordPos = d.writer->WriteDictionary();
+    } catch (...) {
+        // A dictionary that cannot be written leaves no half-written file.
+        d.writer->Abandon();
+        d.writer.reset();
+        d.stream.Open("", "rb");  // closes the file without writing out the buffer
+        port::RemoveFile(d.fileName.c_str());
+        throw;
+    }
+    // The writer's case (very long strings split into segments) is the file's.
     d.m_options.nominalCaseSize = static_cast<std::int32_t>(d.writer->CaseSize());
-    d.caseCountRecordPos = d.writer->WriteDictionary();
     d.row0pos = d.stream.Tell();
     if (d.m_options.compressed) d.writer->CreateCompressed(d.index, d.row0pos);
     d.state = kWriting;

@@ -1,6 +1,7 @@
 #include "sysfile/ext/extrecord.h"
 
 #include <cstring>
+#include <set>
 
 #include "model/datasource.h"
 #include "port/assert.h"
@@ -55,10 +56,10 @@ const SystemFileExtensionHandler* ExtensionHandler(int subtype) {
     return table[static_cast<std::size_t>(subtype)];
 }
 
-std::int64_t WriteExtensionRecords(const std::vector<SystemFileExtensionRecord>& records, MURV_FileStream& stream) {
+std::int64_t WriteExtensionRecords(const ExtensionRecords& records, MURV_FileStream& stream) {
     std::int64_t caseCountPosition = 0;
-    for (std::size_t subtype = 1; subtype < records.size(); ++subtype) {
-        const SystemFileExtensionRecord& r = records[subtype];
+    for (const auto& [subtype, r] : records) {
+        if (subtype < 1) continue;
         if (r.NUnits() <= 0 || r.UnitSize() <= 0 || !r.Contents()) continue;
         unsigned char head[16];
         StoreI32(head, kRecExtension);
@@ -95,12 +96,20 @@ void ReadDispatch(int subtype, MURV_DataSource& dataset, SystemFileInfo& info, c
     info.MarkSeen(subtype);
 }
 
-std::vector<SystemFileExtensionRecord> CollectExtensionRecords(MURV_DataSource& dataset, SystemFileInfo& info) {
-    const int n = dataset.HighestExtensionType();
-    std::vector<SystemFileExtensionRecord> records(static_cast<std::size_t>(n) + 1);
+ExtensionRecords CollectExtensionRecords(MURV_DataSource& dataset, SystemFileInfo& info) {
+    // Only subtypes with a handler or a stored block can give a record; the
+    // stored ones come from files and may be far apart, so they are not
+    // counted down one by one.
+    std::set<int> subtypes;
+    for (int t : dataset.ExtensionTypes())
+        if (t >= 1) subtypes.insert(t);
+    const int handled = static_cast<int>(HandlerTable().size());
+    for (int t = 1; t < handled; ++t)
+        if (ExtensionHandler(t)) subtypes.insert(t);
+    ExtensionRecords records;
     // Highest first: the very long string handler splits variables and gives
     // short names before the handlers that rely on that work run.
-    for (int subtype = n; subtype >= 1; --subtype) WriteDispatch(subtype, dataset, info, records[static_cast<std::size_t>(subtype)]);
+    for (auto it = subtypes.rbegin(); it != subtypes.rend(); ++it) WriteDispatch(*it, dataset, info, records[*it]);
     return records;
 }
 

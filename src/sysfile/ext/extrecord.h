@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -67,13 +68,16 @@ void WriteDispatch(int subtype, MURV_DataSource& dataset, SystemFileInfo& info, 
 // the dataset's extension table; then the subtype is marked seen.
 void ReadDispatch(int subtype, MURV_DataSource& dataset, SystemFileInfo& info, const SystemFileExtensionRecord& record);
 
-// Collects every extension record of the dataset, asking subtypes from the
-// highest down to 1 (handlers may change the dataset on the way). Index 0 of
-// the result is unused.
-std::vector<SystemFileExtensionRecord> CollectExtensionRecords(MURV_DataSource& dataset, SystemFileInfo& info);
+// The records of one dictionary by subtype.
+using ExtensionRecords = std::map<int, SystemFileExtensionRecord>;
+
+// Collects every extension record of the dataset, asking every subtype that
+// has a handler or a stored block, from the highest down to 1 (handlers may
+// change the dataset on the way).
+ExtensionRecords CollectExtensionRecords(MURV_DataSource& dataset, SystemFileInfo& info);
 
 // Writes the collected records in ascending subtype order, skipping empty
 // ones. Returns the stream position of the subtype-16 payload, or 0.
-std::int64_t WriteExtensionRecords(const std::vector<SystemFileExtensionRecord>& records, MURV_FileStream& stream);
+std::int64_t WriteExtensionRecords(const ExtensionRecords& records, MURV_FileStream& stream);
 
 }  // namespace murv

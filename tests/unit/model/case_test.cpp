@@ -24,7 +24,7 @@ double NumberAt(const char* cell)
     return value;
 }
 
-class CaseTest : public ::testing::Test {
+class CaseBufferTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -35,7 +35,7 @@ protected:
     MemoryDataSource ds;
 };
 
-TEST_F(CaseTest, StringsAreCutAndBlankPadded)
+TEST_F(CaseBufferTest, StringsAreCutAndBlankPadded)
 {
     MURV_Case c(&ds, nullptr);
     EXPECT_TRUE(c.OwnsBuffer());
@@ -57,7 +57,7 @@ TEST_F(CaseTest, StringsAreCutAndBlankPadded)
     EXPECT_EQ(std::string(c.GetValuePtr(2), 8), "uvw     ");
 }
 
-TEST_F(CaseTest, StringsNeverEndInsideACharacter)
+TEST_F(CaseBufferTest, StringsNeverEndInsideACharacter)
 {
     MURV_USE_LOCALE(guard, "zh_CN.GBK");
     MURV_Case c(&ds, nullptr);
@@ -68,7 +68,7 @@ TEST_F(CaseTest, StringsNeverEndInsideACharacter)
     EXPECT_EQ(std::string(c.GetValuePtr(1), 16), "abcdefgh\xB0\xA1" + std::string(6, ' '));
 }
 
-TEST_F(CaseTest, BorrowedBuffersAndMissingValues)
+TEST_F(CaseBufferTest, BorrowedBuffersAndMissingValues)
 {
     std::vector<char> buffer(ds.CaseSize() * kCellSize, 'z');
     {
@@ -88,7 +88,7 @@ TEST_F(CaseTest, BorrowedBuffersAndMissingValues)
     EXPECT_EQ(NumberAt(buffer.data()), 7.0);
 }
 
-TEST_F(CaseTest, LayoutIsTakenWhenTheCaseIsMade)
+TEST_F(CaseBufferTest, LayoutIsTakenWhenTheCaseIsMade)
 {
     MURV_Case c(&ds, nullptr);
     ds.InsertVariable(0, MURV_Variable(64));
@@ -98,7 +98,7 @@ TEST_F(CaseTest, LayoutIsTakenWhenTheCaseIsMade)
     EXPECT_EQ(c.GetValuePtr(1), c.GetValuePtr(0) + 8);
 }
 
-TEST_F(CaseTest, CaseValueViews)
+TEST_F(CaseBufferTest, CaseValueViews)
 {
     test::MemoryIterator it(&ds, nullptr);
     it.SetAllMissing();
@@ -145,7 +145,7 @@ struct RecordingObserver : MURV_DataSource::Observer {
     bool sawCase = false;
 };
 
-TEST_F(CaseTest, ObserversHearOfEveryIterator)
+TEST_F(CaseBufferTest, ObserversHearOfEveryIterator)
 {
     RecordingObserver first, second;
     ds.AddObserver(&first);
@@ -163,7 +163,7 @@ TEST_F(CaseTest, ObserversHearOfEveryIterator)
     EXPECT_EQ(second.seen.size(), 2u);
 }
 
-TEST_F(CaseTest, PassedValueTravelsAlongTheChain)
+TEST_F(CaseBufferTest, PassedValueTravelsAlongTheChain)
 {
     test::MemoryIterator outer(&ds, nullptr);
     test::MemoryIterator middle(&ds, nullptr);
@@ -182,7 +182,7 @@ TEST_F(CaseTest, PassedValueTravelsAlongTheChain)
     EXPECT_EQ(middle.GetPassedValue(), 7u);
 }
 
-TEST_F(CaseTest, IteratorOverAnotherDatasetSharesTheBuffer)
+TEST_F(CaseBufferTest, IteratorOverAnotherDatasetSharesTheBuffer)
 {
     test::MemoryIterator it(&ds, nullptr);
     MemoryDataSource other(&ds);

@@ -298,6 +298,7 @@ TEST_F(SystemFile, DuplicateNamesAtCommit) {
         EXPECT_EQ(e.Number(), kErrDuplicateName);
         EXPECT_NE(std::string(e.what()).find("AGE"), std::string::npos);
     }
+    EXPECT_FALSE(std::filesystem::exists(path)) << "no half-written file is left";
 }
 
 // ---- files crafted byte by byte ----

@@ -12,18 +12,9 @@
 
 #include "model/constants.h"
 #include "sysfile/layout.h"
+#include "sysfile/segments.h"
 
 namespace murv {
-
-// How the cells of a case as stored in the file map onto the dictionary's
-// variables when very long strings are split into segments. Empty when the
-// file has none.
-struct SegmentLayout {
-    // For each variable of the dictionary: its width as declared (may exceed
-    // 255) and the number of file variables (segments) it takes.
-    std::vector<std::pair<std::string, int>> longStrings;  // short name -> full width
-    bool Empty() const { return longStrings.empty(); }
-};
 
 struct SystemFileInfo {
     static constexpr int kSeenFlags = 100;
@@ -46,7 +37,9 @@ struct SystemFileInfo {
     // name, long name) of the long-name record.
     std::vector<std::pair<std::string, std::string>> namePairs;
     std::bitset<kSeenFlags> seen;
-    SegmentLayout segments;
+    // How the file's case maps onto the dataset's when very long strings
+    // are stored as segments; empty otherwise.
+    SystemFileDechunker segments;
     // One byte per cell of the file's case, set at the first cell of every
     // numeric variable, when the file is byte-reversed; empty otherwise.
     std::vector<unsigned char> swapFlags;

@@ -1,5 +1,6 @@
 #include "sysfile/saveds.h"
 
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <limits>
@@ -12,6 +13,7 @@
 #include "sysfile/byteorder.h"
 #include "sysfile/ext/extrecord.h"
 #include "sysfile/layout.h"
+#include "sysfile/segments.h"
 #include "text/mbtext.h"
 
 namespace murv {
@@ -72,6 +74,14 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
     // Handlers may reshape this dictionary, so the records are collected
     // before the header is written.
     const ExtensionRecords records = CollectExtensionRecords(*this, info_);
+    // The names as they go into the file (short names, and the segments of
+    // very long strings) must be unique too: a variable already named like a
+    // segment would otherwise appear twice.
+    seen.clear();
+    for (std::size_t i = 0; i < ColumnCount(); ++i) {
+        const std::string upper = text::UpperCopy(GetVariable(static_cast<int>(i)).GetName());
+        if (!seen.insert(upper).second) ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, upper);
+    }
 
     HeaderRecord h;
     h.product = info_.product;
@@ -191,8 +201,83 @@ void SystemFileDataSource::SaveDS::CreateCompressed(SparseFileIndex& index, std:
     compressed_ = std::make_unique<CompressedSystemFile>(static_cast<int>(info_.nominalCaseSize), &stream_, &index, row0pos);
 }
 
+void SystemFileDataSource::SaveDS::SplitVeryLongStrings(const std::vector<std::pair<int, int>>& list) {
+    // The movers use the cells of the dictionary as it stands, before the split.
+    movers_.clear();
+    std::uint32_t extra = 0;
+    for (const auto& [index, w] : list) extra += FileCells(w) - DictionaryCells(w);
+    const std::uint32_t dictCells = static_cast<std::uint32_t>(CaseSize());
+    caseBuffer_.assign(8 * static_cast<std::size_t>(dictCells + extra), ' ');
+    std::uint32_t d = 0, f = 0;
+    for (const auto& [index, w] : list) {
+        const auto s = static_cast<std::uint32_t>(GetObsLayout().StartCell(index));
+        if (s > d) {
+            movers_.push_back({d, f, s - d, 0});
+            f += s - d;
+            d = s;
+        }
+        movers_.push_back({d, f, 0, w});
+        d += DictionaryCells(w);
+        f += FileCells(w);
+    }
+    if (d < dictCells) movers_.push_back({d, f, dictCells - d, 0});
+
+    // Segment j of a string is named by its stem and j. Two strings whose
+    // names share a stem would give their segments one name: a later one
+    // takes the next free number instead (readers check only the stem). A
+    // variable of the dataset named like a segment is still refused when the
+    // dictionary is written.
+    std::vector<std::vector<std::string>> names(list.size());
+    {
+        std::unordered_set<std::string> taken;
+        for (std::size_t k = 0; k < list.size(); ++k) {
+            const auto [index, w] = list[k];
+            const std::string stem = text::Truncated(GetVariable(index).GetUpperName(), 5);
+            int number = 1;
+            for (int j = 1; j < SegmentCount(w); ++j) {
+                if (number < j) number = j;
+                std::string name;
+                do {
+                    char digits[16];
+                    std::snprintf(digits, sizeof digits, "%.3d", number++);
+                    name = stem + digits;
+                } while (!taken.insert(name).second && number < 100000);
+                names[k].push_back(std::move(name));
+            }
+        }
+    }
+
+    // Split from the last string to the first, so that earlier indexes hold.
+    for (std::size_t k = list.size(); k-- > 0;) {
+        const auto [index, w] = list[k];
+        const MURV_Variable original = GetVariable(index);
+        RemoveVariables(index, index);
+        const int segments = SegmentCount(w);
+        for (int j = 0; j < segments; ++j) {
+            MURV_Variable seg = original;
+            const int width = j < FullSegments(w) ? kSegmentWidth : RestWidth(w);
+            seg.SetType(width);
+            seg.SetPrintFormat(1, width, 0);
+            if (j > 0) seg.SetName(names[k][static_cast<std::size_t>(j - 1)]);
+            InsertVariable(index + j, seg);
+        }
+    }
+}
+
 void SystemFileDataSource::SaveDS::WriteCase(const void* cells) {
     const auto* bytes = static_cast<const unsigned char*>(cells);
+    if (!movers_.empty()) {
+        unsigned char* out = caseBuffer_.data();
+        for (const Mover& m : movers_) {
+            if (m.width == 0)
+                std::memcpy(out + 8 * static_cast<std::size_t>(m.destination), bytes + 8 * static_cast<std::size_t>(m.source),
+                            8 * static_cast<std::size_t>(m.cells));
+            else
+                CutVeryLongString(bytes + 8 * static_cast<std::size_t>(m.source), m.width,
+                                  out + 8 * static_cast<std::size_t>(m.destination));
+        }
+        bytes = out;
+    }
     if (compressed_) {
         compressed_->WriteCase(bytes);
     } else {

@@ -37,6 +37,11 @@ public:
 
     std::uint64_t CasesWritten() const { return casesWritten_; }
 
+    // Replaces every very long string of list ((index, width) in dictionary
+    // order) by its segments, and prepares the movers that cut each case's
+    // values into them.
+    void SplitVeryLongStrings(const std::vector<std::pair<int, int>>& list);
+
 private:
     void WriteVariables();
     void WriteValueLabels();
@@ -49,6 +54,18 @@ private:
     MURV_FileStream& stream_;
     std::unique_ptr<CompressedSystemFile> compressed_;
     bool finished_ = false;
+
+    // Copies one run of a case given in the dictionary's layout into the
+    // file's layout: width 0 copies cells as they are, a width cuts a very
+    // long string into its segments.
+    struct Mover {
+        std::uint32_t source;       // first cell in the dictionary case
+        std::uint32_t destination;  // first cell in the file case
+        std::uint32_t cells;        // cells copied (width 0)
+        int width;
+    };
+    std::vector<Mover> movers_;
+    std::vector<unsigned char> caseBuffer_;
 };
 
 }  // namespace murv

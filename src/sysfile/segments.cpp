@@ -108,4 +108,15 @@ std::uint32_t SystemFileDechunker::FileCellOf(std::uint32_t dictCell) const {
     return dictCell + shift;
 }
 
+long SystemFileDechunker::DictCellOf(std::uint32_t fileCell) const {
+    std::uint32_t shift = 0;
+    for (const Entry& e : entries_) {
+        if (e.width == 0) continue;
+        if (fileCell < e.fileCell) break;
+        if (fileCell < e.fileCellAfter) return fileCell == e.fileCell ? static_cast<long>(e.dictCell) : -1;
+        shift = e.fileCellAfter - e.dictCellAfter;
+    }
+    return static_cast<long>(fileCell - shift);
+}
+
 }  // namespace murv

@@ -54,6 +54,9 @@ public:
     void Assemble(const unsigned char* fileCase, unsigned char* dictCase) const;
     // The cell in the file's case where the dataset's cell dictCell lies.
     std::uint32_t FileCellOf(std::uint32_t dictCell) const;
+    // The dataset's cell at a cell of the file's case; -1 for a cell inside
+    // a very long string other than its first.
+    long DictCellOf(std::uint32_t fileCell) const;
     const std::vector<Entry>& Entries() const { return entries_; }
 
 private:

@@ -8,6 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "meta/variableset.h"
 #include "model/caseiterator.h"
 #include "model/datetime.h"
 #include "port/assert.h"
@@ -18,6 +19,7 @@
 #include "sysfile/ext/extrecord.h"
 #include "sysfile/layout.h"
 #include "sysfile/saveds.h"
+#include "sysfile/segments.h"
 #include "text/mbtext.h"
 
 namespace murv {
@@ -167,6 +169,7 @@ void SystemFileDataSource::ReadFile() {
     info.product = TrimRight(h.product);
     info.layoutCode = h.layoutCode;
     info.nominalCaseSize = h.nominalCaseSize;
+    const std::int32_t headerCaseSize = h.nominalCaseSize;
     info.weightIndex = h.weightIndex;
     info.compressed = h.compression != 0;
     info._nCases = h.caseCount;
@@ -308,16 +311,20 @@ void SystemFileDataSource::ReadFile() {
         }
     }
 
-    // One variable or continuation record per cell, and a case as stored
-    // that is what the dictionary describes. A header that does not know its
-    // case size (-1) takes the dictionary's.
-    if (fileCells != CaseSize()) MURV_THROW_FILE("continuation records == string cells", kErrBadContent);
-    if (info.nominalCaseSize < 0) info.nominalCaseSize = static_cast<std::int32_t>(fileCells);
-    if (static_cast<std::uint32_t>(info.nominalCaseSize) != fileCells)
+    // One variable or continuation record per cell of the file's case; a
+    // header that does not know its case size (-1) takes the dictionary's.
+    std::uint32_t expectCells = static_cast<std::uint32_t>(CaseSize());
+    for (const auto& e : info.segments.Entries())
+        if (e.width > 0) expectCells += FileCells(e.width) - DictionaryCells(e.width);
+    if (fileCells != expectCells) MURV_THROW_FILE("continuation records == string cells", kErrBadContent);
+    if (headerCaseSize >= 0 && static_cast<std::uint32_t>(headerCaseSize) != fileCells)
         MURV_THROW_FILE("nominalCaseSize == dictionary cells", kErrBadContent);
+    info.nominalCaseSize = static_cast<std::int32_t>(fileCells);
 
     dictIndex.Rebuild();
-    const int weight = info.weightIndex > 0 ? dictIndex.IndexAt(info.weightIndex) : -1;
+    // The header counts positions in the file's case.
+    const long weightCell = info.weightIndex > 0 ? info.segments.DictCellOf(static_cast<std::uint32_t>(info.weightIndex - 1)) : -1;
+    const int weight = weightCell >= 0 ? dictIndex.IndexAt(weightCell + 1) : -1;
     SetWeightVar(weight >= 0 && GetVariable(weight).GetType() == 0 ? weight : -1);
 
     // Names: lower-cased when the file carries no long names, then repaired.
@@ -347,11 +354,15 @@ void SystemFileDataSource::ReadFile() {
         }
     }
 
+    // Sets naming variables the dictionary does not hold lose those members.
+    PruneSetsAfterRead(*this);
+
     if (info.byteSwapped) {
         info.swapFlags.assign(static_cast<std::size_t>(info.nominalCaseSize), 0);
         for (std::size_t i = 0; i < ColumnCount(); ++i)
             if (GetVariable(static_cast<int>(i)).GetType() == 0)
-                info.swapFlags[static_cast<std::size_t>(GetObsLayout().StartCell(static_cast<long>(i)))] = 1;
+                info.swapFlags[info.segments.FileCellOf(
+                    static_cast<std::uint32_t>(GetObsLayout().StartCell(static_cast<long>(i))))] = 1;
     }
     m_data->row0pos = stream.Tell();
 }
@@ -467,6 +478,9 @@ public:
         if (data_.m_options.compressed)
             compressed_ = std::make_unique<CompressedSystemFile>(data_.m_options.nominalCaseSize, &stream_, &data_.index,
                                                                  data_.row0pos);
+        // Very long strings: the file's case is read whole, then assembled.
+        if (!data_.m_options.segments.Empty())
+            fileCase_.resize(8 * static_cast<std::size_t>(data_.m_options.nominalCaseSize));
         ++data_.iterators;
     }
     ~Iterator() override { --data_.iterators; }
@@ -490,7 +504,8 @@ public:
                 stream_.Seek(data_.row0pos + static_cast<std::int64_t>(pos_) * caseLen, 0);
             streamCase_ = static_cast<std::int64_t>(pos_);
         }
-        unsigned char* dst = reinterpret_cast<unsigned char*>(GetCase().GetValuePtr(0));
+        unsigned char* const caseCells = reinterpret_cast<unsigned char*>(GetCase().GetValuePtr(0));
+        unsigned char* dst = fileCase_.empty() ? caseCells : fileCase_.data();
         const unsigned char* swap = info.swapFlags.empty() ? nullptr : info.swapFlags.data();
         std::int64_t readLen;
         if (compressed_) {
@@ -509,6 +524,7 @@ public:
                     if (swap[c]) StoreU64(dst + 8 * c, Swap64(LoadU64(dst + 8 * c)));
         }
         if (readLen != 0) {
+            if (!fileCase_.empty()) info.segments.Assemble(fileCase_.data(), caseCells);
             ++streamCase_;
             ++pos_;
             return 1;
@@ -523,6 +539,7 @@ private:
     std::int64_t streamCase_ = -1;
     MURV_FileStream stream_;
     std::unique_ptr<CompressedSystemFile> compressed_;
+    std::vector<unsigned char> fileCase_;
 };
 
 std::unique_ptr<MURV_InputCaseIterator> SystemFileDataSource::NewInputCaseIterator(void* caseBuffer) {

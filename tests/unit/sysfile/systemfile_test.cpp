@@ -109,7 +109,7 @@ TEST_F(SystemFile, RoundTripPlainAndCompressed) {
         EXPECT_EQ(rd.IsCompressed(), compressed);
         EXPECT_EQ(rd.NumberOfCases(), 300);
         ASSERT_EQ(rd.ColumnCount(), 5u);
-        EXPECT_EQ(rd.GetVariable(0).GetName(), "age") << "no long names: lower-cased";
+        EXPECT_EQ(rd.GetVariable(0).GetName(), "Age") << "the long-name record keeps the case";
         EXPECT_EQ(rd.GetVariable(4).GetType(), 255);
         ASSERT_NE(rd.GetVariable(0).GetLabel(), nullptr);
         EXPECT_EQ(*rd.GetVariable(0).GetLabel(), "Age at interview");
@@ -175,7 +175,7 @@ TEST_F(SystemFile, PlainFileBytes) {
     ASSERT_GE(bytes.size(), 176u + 96 + 8 + 120);
     const std::size_t end = bytes.size() - 120 - 8;
     EXPECT_EQ(LoadI32(bytes.data() + end, false), 999);
-    // Extension records in ascending subtype order: 3, 4, 11, 16.
+    // Extension records in ascending subtype order: 3, 4, 11, 13, 16.
     std::size_t p = 176 + 96;
     std::vector<int> subtypes;
     while (p < end) {
@@ -202,7 +202,7 @@ TEST_F(SystemFile, PlainFileBytes) {
         }
         p += 16 + static_cast<std::size_t>(unit) * count;
     }
-    EXPECT_EQ(subtypes, (std::vector<int>{3, 4, 11, 16}));
+    EXPECT_EQ(subtypes, (std::vector<int>{3, 4, 11, 13, 16}));
 }
 
 TEST_F(SystemFile, ValueLabelRecordsFollowSharing) {
@@ -473,6 +473,125 @@ TEST_F(SystemFile, CaseCountsAndShortData) {
     d.Header(1, 500).Variable(0, "X").ExtensionHeader(16, 8, 2).I64(1).I64(200).End();
     d.Save(path);
     EXPECT_EQ(SystemFileDataSource(path).NumberOfCases(), 500);
+}
+
+TEST_F(SystemFile, VeryLongStringsAndLongNames) {
+    const int widths[] = {256, 300, 504, 510, 1000, 32767};
+    std::vector<std::vector<char>> cases;
+    for (bool compressed : {false, true}) {
+        cases.clear();
+        {
+            SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+            ds.AddVariable(0).SetName("before");
+            int i = 0;
+            for (int w : widths) ds.AddVariable(w).SetName("LongVariable" + std::to_string(i++));
+            ds.AddVariable(0).SetName("LongNameNumberOne");
+            ds.AddVariable(0).SetName("LongNameNumberTwo");
+            ds.AddVariable(3).SetName("after");
+            ds.SetWeightVar(static_cast<int>(ds.ColumnCount()) - 2);
+            ds.SetCompression(compressed);
+            ds.CommitDictionary();
+            std::mt19937 gen(1);
+            for (int k = 0; k < 40; ++k) {
+                CaseBuffer c(ds);
+                c.Num(0, k);
+                for (int v = 1; v <= 6; ++v) {
+                    const int w = widths[v - 1];
+                    std::string value;
+                    // Values of every length, and some that fill the width.
+                    const int len = k % 3 == 0 ? w : static_cast<int>(gen() % static_cast<unsigned>(w + 1));
+                    for (int b = 0; b < len; ++b) value += static_cast<char>('a' + (b + k) % 26);
+                    c.Str(v, value);
+                }
+                c.Num(7, k * 0.5);
+                c.Num(8, -k);
+                c.Str(9, "xyz");
+                ds.WriteCase(c.bytes.data());
+                cases.push_back(c.bytes);
+            }
+            ds.FinishWriting();
+            EXPECT_EQ(ds.Options().namePairs.size(), 10u);
+            EXPECT_EQ(ds.Options().namePairs[7].second, "LONGNAME");
+            EXPECT_EQ(ds.Options().namePairs[8].second, "LONGNA_A");
+            EXPECT_EQ(ds.ColumnCount(), 10u) << "the caller's dictionary is not split";
+        }
+        SystemFileDataSource rd(path);
+        ASSERT_EQ(rd.ColumnCount(), 10u);
+        for (int v = 1; v <= 6; ++v) {
+            EXPECT_EQ(rd.GetVariable(v).GetType(), widths[v - 1]);
+            EXPECT_EQ(rd.GetVariable(v).GetName(), "LongVariable" + std::to_string(v - 1));
+            EXPECT_EQ(rd.GetVariable(v).GetPrintFormat().width, widths[v - 1]);
+        }
+        EXPECT_EQ(rd.GetVariable(7).GetName(), "LongNameNumberOne");
+        EXPECT_EQ(rd.GetWeightVarIndex(), 8);
+        EXPECT_EQ(rd.NumberOfCases(), 40);
+        auto it = rd.NewInputCaseIterator(nullptr);
+        for (std::size_t k = 0; k < cases.size(); ++k) {
+            ASSERT_TRUE(it->ReadNext()) << k;
+            ASSERT_EQ(std::memcmp(it->GetValuePtr(0), cases[k].data(), cases[k].size()), 0) << compressed << ' ' << k;
+        }
+        EXPECT_FALSE(it->ReadNext());
+        ASSERT_TRUE(it->Seek(17));
+        ASSERT_TRUE(it->ReadNext());
+        EXPECT_EQ(std::memcmp(it->GetValuePtr(0), cases[17].data(), cases[17].size()), 0);
+    }
+    // Appending to a file with very long strings splits the new cases too.
+    {
+        SystemFileDataSource ds(path);
+        ds.WriteCase(cases[3].data());
+        ds.FinishWriting();
+    }
+    SystemFileDataSource rd(path);
+    auto it = rd.NewInputCaseIterator(nullptr);
+    ASSERT_TRUE(it->Seek(40));
+    ASSERT_TRUE(it->ReadNext());
+    EXPECT_EQ(std::memcmp(it->GetValuePtr(0), cases[3].data(), cases[3].size()), 0);
+}
+
+TEST_F(SystemFile, SegmentNamesThatClashAreRefused) {
+    SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
+    ds.AddVariable(300).SetName("LongVariable");
+    ds.AddVariable(0).SetName("LONGV001");
+    try {
+        ds.CommitDictionary();
+        FAIL() << "the second segment would share a name with a variable";
+    } catch (const ErrorText& e) {
+        EXPECT_EQ(e.Number(), kErrDuplicateName);
+    }
+}
+
+TEST_F(SystemFile, MalformedLongStringRecordsAreIgnored) {
+    // Two segments (255 + 48) of a 300-byte string, listed under a short
+    // name the long-name record does not know: the segments stay apart.
+    auto make = [&](const std::string& names, const std::string& strings) {
+        ByteBuilder b;
+        b.Header(38, 0).StringVariable(255, "LONGVARI").StringVariable(48, "LONGV001");
+        b.ExtensionText(13, names).ExtensionText(14, strings).End();
+        b.Save(path);
+        return SystemFileDataSource(path).ColumnCount();
+    };
+    const std::string nul("\0\t", 2);
+    EXPECT_EQ(make("LONGVARI=LongVariable\tLONGV001=LONGV001", "LONGVARI=300" + nul), 1u);
+    EXPECT_EQ(make("LONGVARI=LongVariable", "OTHER=300" + nul), 2u) << "unknown short name";
+    EXPECT_EQ(make("LONGVARI=LongVariable", "LONGVARI=300000" + nul), 2u) << "six digits";
+    EXPECT_EQ(make("LONGVARI=LongVariable", "LONGVARI=3x0" + nul), 2u) << "not a number";
+    EXPECT_EQ(make("LONGVARI=LongVariable", "LONGVARI=600" + nul), 2u) << "segments do not match";
+    EXPECT_EQ(make("LONGVARI=LongVariable", "LONGVARI=300"), 2u) << "a last entry without its terminator";
+    ByteBuilder bad;
+    bad.Header(1, 0).Variable(0, "A").ExtensionText(13, "A").End();
+    bad.Save(path);
+    EXPECT_THROW(SystemFileDataSource{path}, ErrorText) << "a long-name entry without =";
+    ByteBuilder bad2;
+    bad2.Header(1, 0).Variable(0, "A").ExtensionText(13, "A=b=c").End();
+    bad2.Save(path);
+    EXPECT_THROW(SystemFileDataSource{path}, ErrorText);
+    ByteBuilder ok;
+    ok.Header(3, 0).Variable(0, "A").Variable(0, "B").Variable(0, "C").ExtensionText(13, "A=alpha\tB=beta\t").End();
+    ok.Save(path);
+    SystemFileDataSource rd(path);
+    EXPECT_EQ(rd.GetVariable(0).GetName(), "alpha");
+    EXPECT_EQ(rd.GetVariable(1).GetName(), "beta");
+    EXPECT_EQ(rd.GetVariable(2).GetName(), "C") << "no entry: the name stays as it was";
 }
 
 TEST_F(SystemFile, NameRepairAndOpaqueRecords) {

@@ -1,0 +1,291 @@
+// Variable dictionary calls, used as a client uses them: through murvio.h.
+#include <array>
+#include <clocale>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "murvio.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+// A file open for writing, closed (and so finished) when the test ends.
+class VariableCalls : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK); }
+    void TearDown() override {
+        if (h >= 0) murvCloseWrite(h);
+    }
+
+    murv::testing::TempDir dir;
+    std::string path = dir.File("dict.sav");
+    int h = -1;
+};
+
+// A format getter's three outputs: type, decimals, width.
+template <class Get>
+std::array<int, 3> Format(Get get, int handle, const char* name, int expectedCode = MURV_RC_OK) {
+    int t = -1, d = -1, w = -1;
+    EXPECT_EQ(get(handle, name, &t, &d, &w), expectedCode) << name;
+    return {t, d, w};
+}
+
+// The display properties: alignment, column width, measurement level.
+std::array<int, 3> Display(int handle, const char* name) {
+    int a = -1, w = -1, m = -1;
+    EXPECT_EQ(murvGetVarAlignment(handle, name, &a), MURV_RC_OK);
+    EXPECT_EQ(murvGetVarColumnWidth(handle, name, &w), MURV_RC_OK);
+    EXPECT_EQ(murvGetVarMeasureLevel(handle, name, &m), MURV_RC_OK);
+    return {a, w, m};
+}
+
+TEST_F(VariableCalls, NamesAreCheckedInOrderAndFoundIgnoringCaseAndBlanks) {
+    EXPECT_EQ(murvSetVarName(-1, "x", 0), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarName(h, nullptr, 0), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarName(h, "  MixedCase ", 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "MIXEDCASE", 0), MURV_RC_DUP_VAR);
+    EXPECT_EQ(murvSetVarName(h, "mixedcase", -1), MURV_RC_BAD_VAR_TYPE) << "type before duplicate";
+    EXPECT_EQ(murvSetVarName(h, "#tmp", 40000), MURV_RC_BAD_VAR_NAME) << "name before type";
+    for (const char* bad : {"$sys", "", "   ", "1abc", "a b", "with"})
+        EXPECT_EQ(murvSetVarName(h, bad, 0), MURV_RC_BAD_VAR_NAME) << bad;
+    EXPECT_EQ(murvSetVarName(h, "s", 32768), MURV_RC_BAD_VAR_TYPE);
+    EXPECT_EQ(murvSetVarName(h, "s", 32767), MURV_RC_OK);
+
+    double vh = -1;
+    EXPECT_EQ(murvGetVarHandle(h, " mixedCASE", &vh), MURV_RC_OK);
+    EXPECT_EQ(vh, 1.0);
+    EXPECT_EQ(murvGetVarHandle(h, "S", &vh), MURV_RC_OK);
+    EXPECT_EQ(vh, 2.0);
+    EXPECT_EQ(murvGetVarHandle(h, "nope", &vh), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(vh, 0.0);
+    EXPECT_EQ(murvGetVarHandle(h, nullptr, &vh), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetVarHandle(h, "s", nullptr), MURV_RC_BAD_HANDLE);
+
+    char name[65] = "junk";
+    int type = -1, count = -1;
+    EXPECT_EQ(murvGetVarInfo(h, 0, name, &type), MURV_RC_OK);
+    EXPECT_STREQ(name, "MixedCase") << "the stored name keeps its case, without blanks";
+    EXPECT_EQ(type, 0);
+    EXPECT_EQ(murvGetVarInfo(h, 1, name, &type), MURV_RC_OK);
+    EXPECT_EQ(type, 32767);
+    // A longer name is judged, stored and found by its first 64 bytes.
+    const std::string longName(70, 'q');
+    EXPECT_EQ(murvSetVarName(h, longName.c_str(), 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, longName.substr(0, 64).c_str(), 0), MURV_RC_DUP_VAR);
+    EXPECT_EQ(murvGetVarInfo(h, 2, name, &type), MURV_RC_OK);
+    EXPECT_EQ(name, longName.substr(0, 64));
+    EXPECT_EQ(murvGetVarInfo(h, 3, name, &type), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_STREQ(name, "");
+    EXPECT_EQ(type, 0);
+    EXPECT_EQ(murvGetVarInfo(h, -1, name, &type), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(murvGetVarInfo(h, 0, nullptr, &type), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetNumberofVariables(h, &count), MURV_RC_OK);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(murvGetNumberofVariables(h, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetNumberofVariables(99, &count), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(count, 0);
+}
+
+TEST_F(VariableCalls, NameArraysComeFromTheLibraryAndGoBackToIt) {
+    int n = -1, *types = nullptr;
+    char** names = nullptr;
+    EXPECT_EQ(murvGetVarNames(h, &n, &names, &types), MURV_RC_BAD_FILE);
+    EXPECT_EQ(n, 0);
+    EXPECT_EQ(names, nullptr);
+    EXPECT_EQ(types, nullptr);
+    EXPECT_EQ(murvGetVarNames(h, &n, nullptr, &types), MURV_RC_BAD_HANDLE);
+
+    ASSERT_EQ(murvSetVarName(h, "a", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "Bee", 12), MURV_RC_OK);
+    ASSERT_EQ(murvGetVarNames(h, &n, &names, &types), MURV_RC_OK);
+    ASSERT_EQ(n, 2);
+    EXPECT_STREQ(names[0], "a");
+    EXPECT_STREQ(names[1], "Bee");
+    EXPECT_EQ(types[0], 0);
+    EXPECT_EQ(types[1], 12);
+    EXPECT_EQ(murvFreeVarNames(names, types, 0), MURV_RC_OK) << "a count below 1 releases nothing";
+    // Each array can go back on its own; the sanitizer checks that nothing leaks.
+    EXPECT_EQ(murvFreeVarNames(nullptr, types, n), MURV_RC_OK);
+    EXPECT_EQ(murvFreeVarNames(names, nullptr, n), MURV_RC_OK);
+    EXPECT_EQ(murvGetVarNames(-3, &n, &names, &types), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(names, nullptr);
+}
+
+TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
+    ASSERT_EQ(murvSetVarName(h, "v", 0), MURV_RC_OK);
+    char buf[400] = "junk";
+    int len = -1;
+    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_NO_LABEL);
+    EXPECT_STREQ(buf, "");
+    EXPECT_EQ(murvSetVarLabel(h, "w", "x"), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(murvSetVarLabel(h, "v", nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetVarLabel(h, "v", nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 0, &len), MURV_RC_BAD_HANDLE);
+
+    const std::string label300 = std::string(100, 'a') + std::string(100, 'b') + std::string(100, 'c');
+    EXPECT_EQ(murvSetVarLabel(h, "V", label300.c_str()), MURV_RC_VAR_LABEL_CUT);
+    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_OK);
+    EXPECT_EQ(std::string(buf), label300.substr(0, 256));
+    EXPECT_EQ(len, 256);
+    EXPECT_EQ(murvGetVarLabel(h, "v", buf), MURV_RC_OK);
+    EXPECT_EQ(std::string(buf), label300.substr(0, 120));
+    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 5, nullptr), MURV_RC_OK);
+    EXPECT_STREQ(buf, "aaaa");
+
+    ASSERT_NE(std::setlocale(LC_ALL, "en_US.UTF-8"), nullptr);
+    // 255 bytes and a two-byte character that would cross the limit.
+    const std::string accented = std::string(255, 'x') + "\xC3\xA9";
+    EXPECT_EQ(murvSetVarLabel(h, "v", accented.c_str()), MURV_RC_VAR_LABEL_CUT);
+    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_OK);
+    EXPECT_EQ(len, 255);
+    EXPECT_EQ(murvSetVarLabel(h, "v", "\xC3\xA9\xC3\xA9"), MURV_RC_OK);
+    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 4, &len), MURV_RC_OK);
+    EXPECT_STREQ(buf, "\xC3\xA9");
+    EXPECT_EQ(len, 2);
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariable) {
+    ASSERT_EQ(murvSetVarName(h, "n", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "s", 10), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarPrintFormat(h, "nope", 13, 0, 8), MURV_RC_BAD_PRINT_FORMAT) << "type before lookup";
+    EXPECT_EQ(murvSetVarWriteFormat(h, "nope", 5, 0, 8), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(murvSetVarPrintFormat(h, "n", 6, 0, 4), MURV_RC_BAD_PRINT_FORMAT) << "a write-only format";
+    EXPECT_EQ(murvSetVarWriteFormat(h, "n", 6, 0, 4), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarPrintFormat(h, "n", 5, 3, 10), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarPrintFormat(h, "s", 1, 0, 9), MURV_RC_BAD_PRINT_FORMAT);
+    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 1, 0, 9), MURV_RC_BAD_WRITE_FORMAT);
+    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 5, 2, 8), MURV_RC_BAD_WRITE_FORMAT);
+    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 2, 0, 20), MURV_RC_OK);
+
+    EXPECT_EQ(Format(murvGetVarWriteFormat, h, "N"), (std::array{6, 0, 4}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "n"), (std::array{5, 3, 10}));
+    EXPECT_EQ(Format(murvGetVarWriteFormat, h, "s"), (std::array{2, 0, 20}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "s"), (std::array{1, 0, 10}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "x", MURV_RC_VAR_NOT_FOUND), (std::array{5, 2, 8}))
+        << "outputs reset to the defaults";
+    int type = 0, wid = 0;
+    EXPECT_EQ(murvGetVarPrintFormat(h, "n", &type, nullptr, &wid), MURV_RC_BAD_HANDLE);
+}
+
+TEST_F(VariableCalls, MissingValuesByKind) {
+    ASSERT_EQ(murvSetVarName(h, "n", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "s4", 4), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "s10", 10), MURV_RC_OK);
+    for (int kind : {-1, 4, -4}) EXPECT_EQ(murvSetVarNMissingValues(h, "n", kind, 1, 2, 3), MURV_RC_BAD_MISSING);
+    EXPECT_EQ(murvSetVarNMissingValues(h, "n", -2, 5, 1, 0), MURV_RC_BAD_MISSING);
+    EXPECT_EQ(murvSetVarNMissingValues(h, "s4", 4, 0, 0, 0), MURV_RC_BAD_MISSING) << "kind before type";
+    EXPECT_EQ(murvSetVarNMissingValues(h, "s4", 1, 0, 0, 0), MURV_RC_NUMERIC_EXPECTED);
+    EXPECT_EQ(murvSetVarNMissingValues(h, "n", -3, 1, 5, 9), MURV_RC_OK);
+
+    int kind = 7;
+    double v[3] = {7, 7, 7};
+    EXPECT_EQ(murvGetVarNMissingValues(h, "n", &kind, &v[0], &v[1], &v[2]), MURV_RC_OK);
+    EXPECT_EQ(kind, -3);
+    EXPECT_EQ((std::array{v[0], v[1], v[2]}), (std::array{1.0, 5.0, 9.0}));
+    EXPECT_EQ(murvSetVarNMissingValues(h, "n", 1, 4, 5, 6), MURV_RC_OK);
+    EXPECT_EQ(murvGetVarNMissingValues(h, "n", &kind, &v[0], &v[1], &v[2]), MURV_RC_OK);
+    EXPECT_EQ(kind, 1);
+    EXPECT_EQ((std::array{v[0], v[1], v[2]}), (std::array{4.0, 0.0, 0.0}));
+    EXPECT_EQ(murvGetVarNMissingValues(h, "s4", &kind, &v[0], &v[1], &v[2]), MURV_RC_NUMERIC_EXPECTED);
+    EXPECT_EQ(murvGetVarNMissingValues(h, "n", &kind, &v[0], nullptr, &v[2]), MURV_RC_BAD_HANDLE);
+
+    for (int bad : {4, -2}) EXPECT_EQ(murvSetVarCMissingValues(h, "s4", bad, "a", "b", "c"), MURV_RC_BAD_MISSING);
+    EXPECT_EQ(murvSetVarCMissingValues(h, "n", 1, "a", nullptr, nullptr), MURV_RC_STRING_EXPECTED);
+    EXPECT_EQ(murvSetVarCMissingValues(h, "s10", 1, "a", nullptr, nullptr), MURV_RC_SHORT_STRING_EXPECTED);
+    EXPECT_EQ(murvSetVarCMissingValues(h, "s4", 2, "a", nullptr, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarCMissingValues(h, "s4", 2, "ab", "wxyz", nullptr), MURV_RC_OK);
+
+    char c[3][9] = {"junk", "junk", "junk"};
+    EXPECT_EQ(murvGetVarCMissingValues(h, "s4", &kind, c[0], c[1], c[2]), MURV_RC_OK);
+    EXPECT_EQ(kind, 2);
+    EXPECT_STREQ(c[0], "ab  ") << "as wide as the variable, blank-padded";
+    EXPECT_STREQ(c[1], "wxyz");
+    EXPECT_STREQ(c[2], "");
+    EXPECT_EQ(murvGetVarCMissingValues(h, "n", &kind, c[0], c[1], c[2]), MURV_RC_STRING_EXPECTED);
+    EXPECT_EQ(murvGetVarCMissingValues(h, "s10", &kind, c[0], c[1], c[2]), MURV_RC_SHORT_STRING_EXPECTED);
+    EXPECT_EQ(murvGetVarCMissingValues(h, "s4", &kind, c[0], c[1], nullptr), MURV_RC_BAD_HANDLE);
+}
+
+TEST_F(VariableCalls, DisplayPropertiesIgnoreValuesOutOfRange) {
+    ASSERT_EQ(murvSetVarName(h, "n", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "s", 200), MURV_RC_OK);
+    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
+    EXPECT_EQ(Display(h, "s"), (std::array{0, 50, 1}));
+    for (int bad : {-1, 3}) EXPECT_EQ(murvSetVarAlignment(h, "n", bad), MURV_RC_OK);
+    for (int bad : {0, -5, 70000}) EXPECT_EQ(murvSetVarColumnWidth(h, "n", bad), MURV_RC_OK);
+    for (int bad : {-1, 4}) EXPECT_EQ(murvSetVarMeasureLevel(h, "n", bad), MURV_RC_OK);
+    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
+    EXPECT_EQ(murvSetVarAlignment(h, "n", 2), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarColumnWidth(h, "n", 12), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarMeasureLevel(h, "n", 3), MURV_RC_OK);
+    EXPECT_EQ(Display(h, "n"), (std::array{2, 12, 3}));
+    EXPECT_EQ(murvSetVarAlignment(h, "x", 0), MURV_RC_VAR_NOT_FOUND);
+    int a = -1;
+    EXPECT_EQ(murvGetVarAlignment(h, "x", &a), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(a, 1);
+    EXPECT_EQ(murvGetVarColumnWidth(h, "n", nullptr), MURV_RC_BAD_HANDLE);
+}
+
+TEST_F(VariableCalls, ReadsBackFromTheFileAndRefusesChanges) {
+    ASSERT_EQ(murvSetVarName(h, "age", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "town", 8), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarLabel(h, "age", "Age in years"), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarPrintFormat(h, "age", 5, 0, 3), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarWriteFormat(h, "age", 5, 1, 6), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarNMissingValues(h, "age", -3, 0, 9, 99), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarCMissingValues(h, "town", 3, "x", "none", "?"), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarMeasureLevel(h, "age", 3), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarColumnWidth(h, "town", 20), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarAlignment(h, "town", 2), MURV_RC_OK);
+    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    // The dictionary is final once committed; reading it is still allowed.
+    EXPECT_EQ(murvSetVarName(h, "late", 0), MURV_RC_DICT_COMMITTED);
+    EXPECT_EQ(murvSetVarLabel(h, "age", "x"), MURV_RC_DICT_COMMITTED);
+    EXPECT_EQ(murvSetVarPrintFormat(h, "age", 13, 0, 8), MURV_RC_DICT_COMMITTED) << "handle before type";
+    int count = 0;
+    EXPECT_EQ(murvGetNumberofVariables(h, &count), MURV_RC_OK);
+    EXPECT_EQ(count, 2);
+    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    h = -1;
+
+    int r = -1;
+    ASSERT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
+    char name[65];
+    int type = -1;
+    // Lower-case names: they read back the same with or without a long-name record.
+    EXPECT_EQ(murvGetVarInfo(r, 0, name, &type), MURV_RC_OK);
+    EXPECT_STREQ(name, "age");
+    EXPECT_EQ(murvGetVarInfo(r, 1, name, &type), MURV_RC_OK);
+    EXPECT_EQ(type, 8);
+    double vh = 0;
+    EXPECT_EQ(murvGetVarHandle(r, "TOWN ", &vh), MURV_RC_OK);
+    EXPECT_EQ(vh, 2.0);
+    char label[121];
+    EXPECT_EQ(murvGetVarLabel(r, "AGE", label), MURV_RC_OK);
+    EXPECT_STREQ(label, "Age in years");
+    EXPECT_EQ(murvGetVarLabel(r, "town", label), MURV_RC_NO_LABEL);
+    EXPECT_EQ(Format(murvGetVarPrintFormat, r, "age"), (std::array{5, 0, 3}));
+    EXPECT_EQ(Format(murvGetVarWriteFormat, r, "age"), (std::array{5, 1, 6}));
+    int kind = 0;
+    double v[3];
+    EXPECT_EQ(murvGetVarNMissingValues(r, "age", &kind, &v[0], &v[1], &v[2]), MURV_RC_OK);
+    EXPECT_EQ(kind, -3);
+    EXPECT_EQ((std::array{v[0], v[1], v[2]}), (std::array{0.0, 9.0, 99.0}));
+    char c[3][9];
+    EXPECT_EQ(murvGetVarCMissingValues(r, "town", &kind, c[0], c[1], c[2]), MURV_RC_OK);
+    EXPECT_EQ(kind, 3);
+    EXPECT_STREQ(c[1], "none    ");
+    EXPECT_EQ(Display(r, "town"), (std::array{2, 20, 1}));
+    EXPECT_EQ(Display(r, "age"), (std::array{1, 8, 3}));
+
+    EXPECT_EQ(murvSetVarName(r, "new", 0), MURV_RC_READ_MODE);
+    EXPECT_EQ(murvSetVarMeasureLevel(r, "nope", 1), MURV_RC_READ_MODE) << "handle before variable";
+    EXPECT_EQ(murvSetVarCMissingValues(r, "town", 0, nullptr, nullptr, nullptr), MURV_RC_READ_MODE);
+    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    EXPECT_EQ(murvGetVarLabel(r, "age", label), MURV_RC_BAD_HANDLE) << "a closed handle";
+}
+
+}  // namespace

@@ -1,0 +1,351 @@
+#include "meta/variableset.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "unit/model/test_datasource.h"
+
+namespace murv {
+namespace {
+
+using test::MemoryDataSource;
+using Set = MURV_VariableSet;
+using Names = std::vector<std::string>;
+constexpr auto kVarSets = MURV_SetListType::eVariableSets;
+constexpr auto kMultResp = MURV_SetListType::eMultipleResponseSets;
+
+struct LocaleScope {
+    explicit LocaleScope(const char* name) { ok = std::setlocale(LC_ALL, name) != nullptr; }
+    ~LocaleScope() { std::setlocale(LC_ALL, "C"); }
+    bool ok;
+};
+
+Set Parsed(std::string_view line)
+{
+    Set set;
+    EXPECT_TRUE(set.Parse(line)) << line;
+    return set;
+}
+
+std::string Record(const MURV_DataSource& ds, int type)
+{
+    return ds.HasExtension(type) ? ds.GetExtension(type).Contents() : std::string();
+}
+
+void PutRecord(MURV_DataSource& ds, int type, const std::string& text)
+{
+    ds.SetExtension(type, 1, static_cast<int>(text.size()), text.data());
+}
+
+Names SetNames(const MURV_VariableSetList& list)
+{
+    Names names;
+    for (const Set& set : list) names.push_back(set.GetName());
+    return names;
+}
+
+TEST(VariableSetLine, WrittenFormsReadBackAndReencodeExactly)
+{
+    const Set plain = Parsed("Demographics= age sex income");
+    EXPECT_EQ(plain.GetKind(), Set::eVariableSet);
+    EXPECT_EQ(plain.GetName(), "Demographics");
+    EXPECT_EQ(plain.GetVariables(), (Names{"age", "sex", "income"}));
+
+    const Set colours = Parsed("$colours=C 14 Favourite hues red green blue");
+    EXPECT_EQ(colours.GetKind(), Set::eCategorySet);
+    EXPECT_EQ(colours.GetLabel(), "Favourite hues");
+    EXPECT_EQ(colours.GetVariables(), (Names{"red", "green", "blue"}));
+
+    const Set media = Parsed("$media=D1 1 10 Media used tv radio web");
+    EXPECT_EQ(media.GetKind(), Set::eDichotomySet);
+    EXPECT_FALSE(media.GetFlag(Set::eExtendedForm));
+    EXPECT_FALSE(media.GetFlag(Set::eLabelFromFirstVar));
+    EXPECT_EQ(media.GetValue(), "1");
+    EXPECT_EQ(media.GetLabel(), "Media used");
+
+    const Set brands = Parsed("$brands=E 11 1 1 0  b1 b2 b3");
+    EXPECT_TRUE(brands.IsExtended());
+    EXPECT_TRUE(brands.GetFlag(Set::eLabelFromFirstVar));
+    EXPECT_EQ(brands.GetLabel(), "");
+    EXPECT_EQ(brands.GetVariables(), (Names{"b1", "b2", "b3"}));
+
+    // A counted value and a label may hold blanks, "=" and "$".
+    const Set odd = Parsed("$odd=D3 a b 5 x=$ y m1 m2");
+    EXPECT_EQ(odd.GetName(), "$odd");
+    EXPECT_EQ(odd.GetValue(), "a b");
+    EXPECT_EQ(odd.GetLabel(), "x=$ y");
+
+    for (const char* line : {"Demographics= age sex income", "$colours=C 14 Favourite hues red green blue",
+                             "$media=D1 1 10 Media used tv radio web", "$brands=E 11 1 1 0  b1 b2 b3",
+                             "$odd=D3 a b 5 x=$ y m1 m2", "$s=C 0  age sex", "$e=E 1 2 10 0  p q",
+                             "empty= "}) {
+        EXPECT_EQ(Parsed(line).Encode(), std::string(line) + "\n");
+    }
+}
+
+TEST(VariableSetLine, EncodingFollowsKindAndFlags)
+{
+    Set set(Set::eCategorySet);
+    set.SetName("$s");
+    set.AddVariable("age");
+    set.AddVariable("sex");
+    EXPECT_EQ(set.Encode(), "$s=C 0  age sex\n");
+    EXPECT_EQ(Parsed(set.Encode()).GetLabel(), "");
+
+    set.SetKind(Set::eDichotomySet);
+    set.SetValue("10");
+    set.SetLabel("Lbl");
+    EXPECT_EQ(set.Encode(), "$s=D2 10 3 Lbl age sex\n");
+    set.SetFlag(Set::eExtendedForm, true);
+    EXPECT_EQ(set.Encode(), "$s=E 1 2 10 3 Lbl age sex\n");
+    set.SetFlag(Set::eLabelFromFirstVar, true);
+    EXPECT_EQ(set.Encode(), "$s=E 11 2 10 0  age sex\n");
+
+    // A line break inside a counted text would split the line on reading.
+    Set broken(Set::eCategorySet);
+    broken.SetName("$b");
+    broken.SetLabel("one\ntwo\r");
+    broken.AddVariable("x");
+    EXPECT_EQ(broken.Encode(), "$b=C 8 one two  x\n");
+}
+
+TEST(VariableSetLine, LineEndsAtFirstBreakAndBlanksMakeEmptyTokens)
+{
+    EXPECT_EQ(Parsed("vs= a  b\r\nc d").GetVariables(), (Names{"a", "b"}));
+    EXPECT_EQ(Parsed("vs=a b\nc").GetVariables(), (Names{"a", "b"}));
+    EXPECT_EQ(Parsed(std::string("vs= a b\0c", 9)).GetVariables(), (Names{"a", "b"}));
+    // The label takes exactly its length, even when the line break is near.
+    EXPECT_EQ(Parsed("$a=C 3 a c x\ny").GetVariables(), (Names{"x"}));
+}
+
+TEST(VariableSetLine, MalformedLinesAreRefusedAndChangeNothing)
+{
+    const char* bad[] = {
+        "$a=X 3 abc x",                     // unknown type letter
+        "$a=",                              // no type letter
+        "$a C 3 abc x",                     // no "="
+        "names age sex",                    // no "=" in a variable set
+        "= age sex",                        // empty name
+        "$a=C 30 abc x",                    // label longer than the line
+        "$a=C 4 abc",                       // label runs one byte past the end
+        "$a=C 3x abc x",                    // non-numeric length
+        "$a=C -3 abc x",                    // signed length
+        "$a=C  abc x",                      // empty length
+        "$a=C 99999999999999999999999999 abc x",  // length that overflows
+        "$a=C 18446744073709551617 abc x",  // 2^64 + 1
+        "$a=C3 abc x",                      // no blank after the type
+        "$a=C 3 abcx y",                    // no blank after the label
+        "$a=C 3 abc",                       // nothing after the label
+        "$a=E1 1 1 0  x",                   // no blank after E
+        "$a=D 1 1 0  x",                    // blank after D: empty value length
+        "$a=D0  0  x",                      // empty counted value
+        "$a=D5 1 0  x",                     // counted value past the end
+        "$a=D1 1x0  x",                     // no blank after the counted value
+    };
+    for (const char* line : bad) {
+        Set set = Parsed("kept= m");
+        EXPECT_FALSE(set.Parse(line)) << line;
+        EXPECT_EQ(set.GetName(), "kept") << line;
+        EXPECT_EQ(set.GetVariables(), Names{"m"}) << line;
+    }
+
+    // In a text, each bad line is skipped on its own and its neighbours kept.
+    // (Read as multiple-response sets, the lines without "$" get one and are
+    // still malformed.)
+    std::string text = "$first=C 1 f a b\n";
+    for (const char* line : bad) text += std::string(line) + "\n";
+    text += "$last=C 1 l c d\n";
+    MURV_VariableSetList list;
+    EXPECT_EQ(AppendSetsFromText(text, kMultResp, list), std::size(bad));
+    EXPECT_EQ(SetNames(list), (Names{"$first", "$last"}));
+}
+
+TEST(VariableSetLine, MembersAreUniqueWithoutRegardToCase)
+{
+    EXPECT_EQ(Parsed("vs= age AGE sex Age  SEX x").GetVariables(), (Names{"age", "sex", "x"}));
+
+    Set set;
+    EXPECT_TRUE(set.AddVariable("Income"));
+    EXPECT_FALSE(set.AddVariable("INCOME"));
+    EXPECT_FALSE(set.AddVariable(""));
+    EXPECT_TRUE(set.HasVariable("income"));
+    set.SetVariables({"b", "a", "B", "c"});
+    EXPECT_EQ(set.GetVariables(), (Names{"b", "a", "c"}));
+    EXPECT_EQ(set.KeepVariablesIf([](const std::string& m) { return m != "a"; }), 1u);
+    EXPECT_TRUE(set.AddVariable("A"));  // a removed member may come back
+    EXPECT_EQ(set.GetVariables(), (Names{"b", "c", "A"}));
+
+    LocaleScope utf8("en_US.UTF-8");
+    ASSERT_TRUE(utf8.ok);
+    EXPECT_EQ(Parsed("vs= \xC3\xA9t\xC3\xA9 \xC3\x89T\xC3\x89 x").GetVariables(),
+              (Names{"\xC3\xA9t\xC3\xA9", "x"}));
+}
+
+TEST(VariableSetList, TextsReadLineByLineWithLaterNamesReplacingEarlier)
+{
+    // The second line becomes "$a" and, having the first one's upper-cased
+    // name, takes its place.
+    MemoryDataSource ds;
+    PutRecord(ds, 7, "$a=C 3 abc x y\na=D1 1 0  p q\n");
+    MURV_VariableSetList list = ReadVariableSets(ds, kMultResp);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0].GetName(), "$a");
+    EXPECT_EQ(list[0].GetKind(), Set::eDichotomySet);
+    EXPECT_EQ(list[0].GetVariables(), (Names{"p", "q"}));
+
+    // Type 19 is read after type 7, replacing in place; CR LF endings, short
+    // lines, a last line without a break and trailing NULs are all fine.
+    PutRecord(ds, 7, "$one=C 1 1 a b\r\n\n\r\n$two=C 1 2 c d\r\n$three=C 1 3 e f");
+    PutRecord(ds, 19, std::string("$TWO=E 1 1 1 1 T g h\n\0\0\0", 24));
+    std::size_t malformed = 99;
+    list = ReadVariableSets(ds, kMultResp, &malformed);
+    EXPECT_EQ(malformed, 0u);
+    EXPECT_EQ(SetNames(list), (Names{"$one", "$TWO", "$three"}));
+    EXPECT_TRUE(list[1].IsExtended());
+
+    // A variable-set record holds no multiple-response sets.
+    PutRecord(ds, 5, "v1= a b\n$m=C 1 m a b\nV1= c\nv2= d");
+    list = ReadVariableSets(ds, kVarSets, &malformed);
+    EXPECT_EQ(malformed, 1u);
+    EXPECT_EQ(SetNames(list), (Names{"V1", "v2"}));
+    EXPECT_EQ(list[0].GetVariables(), Names{"c"});
+
+    MemoryDataSource empty;
+    PutRecord(empty, 5, "x");
+    EXPECT_TRUE(ReadVariableSets(empty, kVarSets).empty());
+    EXPECT_TRUE(ReadVariableSets(empty, kMultResp).empty());
+}
+
+TEST(VariableSetList, StoreRoutesByKindAndLeavesRecordsWithoutTextAlone)
+{
+    MemoryDataSource ds;
+    PutRecord(ds, 7, "$old=C 1 o a b\n");
+    PutRecord(ds, 19, "$ext=E 1 1 1 0  a b\n");
+
+    MURV_VariableSetList list = {Parsed("v= a b"), Parsed("w= c")};
+    StoreVariableSets(list, ds);
+    EXPECT_EQ(Record(ds, 5), "v= a b\nw= c\n");
+    EXPECT_EQ(Record(ds, 7), "$old=C 1 o a b\n");
+    EXPECT_EQ(Record(ds, 19), "$ext=E 1 1 1 0  a b\n");
+    EXPECT_EQ(ds.GetExtension(5).UnitSize(), 1);
+
+    list = {Parsed("$d=D1 1 0  a b"), Parsed("$e=E 1 1 1 0  c d"), Parsed("$c=C 0  e f")};
+    StoreVariableSets(list, ds);
+    EXPECT_EQ(Record(ds, 5), "v= a b\nw= c\n");
+    EXPECT_EQ(Record(ds, 7), "$d=D1 1 0  a b\n$c=C 0  e f\n");
+    EXPECT_EQ(Record(ds, 19), "$e=E 1 1 1 0  c d\n");
+
+    // Read back, the list is the one stored (types 7 then 19).
+    EXPECT_EQ(SetNames(ReadVariableSets(ds, kMultResp)), (Names{"$d", "$c", "$e"}));
+}
+
+TEST(VariableSetList, DisplayLabelComesFromFirstLabelledMember)
+{
+    MemoryDataSource ds;
+    ds.Add(0, "Q1");
+    ds.AddVariable(0).SetName("q2");
+    ds.GetVariable(1).SetLabel("");
+    ds.AddVariable(0).SetName("q3");
+    ds.GetVariable(2).SetLabel("Third question");
+
+    Set set = Parsed("$q=E 11 1 1 0  missing q1 Q2 q3");
+    set.SetLabel("stored");
+    EXPECT_EQ(MultRespDisplayLabel(set, ds), "Third question");
+    set.SetVariables({"missing", "q1"});
+    EXPECT_EQ(MultRespDisplayLabel(set, ds), "missing");
+    set.ClearVariables();
+    EXPECT_EQ(MultRespDisplayLabel(set, ds), "");
+    set.SetFlag(Set::eLabelFromFirstVar, false);
+    EXPECT_EQ(MultRespDisplayLabel(set, ds), "stored");
+}
+
+class PruneTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ds.Add(0, "age");
+        ds.Add(0, "Sex");
+        ds.Add(8, "name");
+    }
+    MemoryDataSource ds;
+};
+
+TEST_F(PruneTest, UnknownMembersAndEmptiedSetsGoAndRecordsAreRewritten)
+{
+    PutRecord(ds, 5, "ghosts= g1 g2\nbad line\n");
+    PutRecord(ds, 7, "$m=C 1 m AGE phantom sex\n$gone=C 1 g x y\n");
+    PutRecord(ds, 19, "$e=E 1 1 1 0  phantom name\n");
+    PruneSetsAfterRead(ds);
+    EXPECT_FALSE(ds.HasExtension(5));
+    EXPECT_EQ(Record(ds, 7), "$m=C 1 m AGE sex\n");
+    EXPECT_EQ(Record(ds, 19), "$e=E 1 1 1 0  name\n");
+}
+
+TEST_F(PruneTest, NothingToDropLeavesRecordsByteForByte)
+{
+    const std::string text = "keep= age sex\r\nnot a set\n";
+    PutRecord(ds, 5, text);
+    PruneSetsAfterRead(ds);
+    EXPECT_EQ(Record(ds, 5), text);
+
+    MemoryDataSource none;
+    PruneSetsAfterRead(none);
+    EXPECT_TRUE(none.ExtensionTypes().empty());
+}
+
+TEST_F(PruneTest, MembersAreComparedCutTo64Bytes)
+{
+    const std::string long64(64, 'L');
+    ds.Add(0, long64.c_str());
+    PutRecord(ds, 5, "v= " + long64 + "xyz " + std::string(63, 'l') + "\n");
+    PruneSetsAfterRead(ds);
+    // The 67-byte member matches the variable by its first 64 bytes; the
+    // 63-byte one matches nothing.
+    EXPECT_EQ(Record(ds, 5), "v= " + long64 + "xyz\n");
+}
+
+TEST(VariableSetScale, ThousandSetsOverTwentyThousandVariables)
+{
+    constexpr int kVars = 20000;
+    constexpr int kSets = 1000;
+    constexpr int kMembers = 20;
+    MemoryDataSource ds;
+    for (int i = 0; i < kVars; ++i) ds.Add(0, ("v" + std::to_string(i)).c_str());
+
+    // Every set also names one variable that does not exist, and one set in
+    // ten lists its members twice (upper-cased the second time).
+    std::string text;
+    for (int s = 0; s < kSets; ++s) {
+        std::string members;
+        for (int m = 0; m < kMembers; ++m) members += " v" + std::to_string((s * kMembers + m) % kVars);
+        if (s % 10 == 0) {
+            for (int m = 0; m < kMembers; ++m) members += " V" + std::to_string((s * kMembers + m) % kVars);
+        }
+        const std::string label = "Set " + std::to_string(s);
+        text += "$s" + std::to_string(s) + "=C " + std::to_string(label.size()) + " " + label + members +
+                " absent" + std::to_string(s) + "\n";
+    }
+    PutRecord(ds, 7, text);
+
+    MURV_VariableSetList list = ReadVariableSets(ds, kMultResp);
+    ASSERT_EQ(list.size(), std::size_t{kSets});
+    for (const Set& set : list) ASSERT_EQ(set.NVariables(), std::size_t{kMembers + 1});
+
+    PruneSetsAfterRead(ds);
+    list = ReadVariableSets(ds, kMultResp);
+    ASSERT_EQ(list.size(), std::size_t{kSets});
+    for (int s = 0; s < kSets; ++s) {
+        ASSERT_EQ(list[s].NVariables(), std::size_t{kMembers});
+        EXPECT_EQ(list[s].GetVariables().back(), "v" + std::to_string((s * kMembers + kMembers - 1) % kVars));
+    }
+
+    StoreVariableSets(list, ds);
+    EXPECT_EQ(ReadVariableSets(ds, kMultResp).size(), std::size_t{kSets});
+}
+
+}  // namespace
+}  // namespace murv

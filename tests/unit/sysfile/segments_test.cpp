@@ -1,0 +1,103 @@
+#include "sysfile/segments.h"
+
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "model/caseiterator.h"
+#include "model/datasource.h"
+#include "support/locale_guard.h"
+#include "sysfile/ext/shortnames.h"
+
+namespace murv {
+namespace {
+
+TEST(Segments, Arithmetic) {
+    EXPECT_EQ(SegmentCount(300), 2);
+    EXPECT_EQ(RestWidth(300), 48);
+    EXPECT_EQ(FileCells(300), 38u);
+    EXPECT_EQ(DictionaryCells(300), 38u);
+    EXPECT_EQ(SegmentCount(510), 3);
+    EXPECT_EQ(FileCells(510), 65u);
+    EXPECT_EQ(DictionaryCells(510), 64u);
+    EXPECT_EQ(SegmentCount(504), 2);
+    EXPECT_EQ(FileCells(504), 64u);
+    EXPECT_EQ(SegmentCount(256), 2);
+    EXPECT_EQ(RestWidth(256), 4);
+}
+
+// A test dataset: every dataset must say how it is read.
+struct Plain : MURV_DataSource {
+    std::unique_ptr<MURV_InputCaseIterator> NewInputCaseIterator(void*) override { return nullptr; }
+};
+
+TEST(Segments, CharactersNeverStraddleSegments) {
+    MURV_USE_LOCALE(guard, "zh_CN.GBK");
+    // 300 bytes whose 255th byte (index 254) starts a two-byte character.
+    std::string value(254, 'a');
+    value += "\xB0\xA1";
+    value += std::string(300 - value.size(), 'b');
+    std::vector<unsigned char> file(8 * FileCells(300), 0xEE);
+    CutVeryLongString(reinterpret_cast<const unsigned char*>(value.data()), 300, file.data());
+    EXPECT_EQ(file[254], 0) << "the character goes on in the next segment";
+    EXPECT_EQ(file[255], ' ');
+    EXPECT_EQ(file[256], 0xB0);
+
+    Plain ds;
+    ds.AddVariable(0);
+    ds.AddVariable(255);
+    ds.AddVariable(48);
+    ds.AddVariable(0);
+    SystemFileDechunker d;
+    d.Setup(ds, {{1, 300}});
+    ASSERT_EQ(d.Entries().size(), 2u) << "a leading run for the number before the string";
+    EXPECT_EQ(d.Entries()[0].ordinaryCount, 1u);
+    std::vector<unsigned char> fileCase(8 * (1 + FileCells(300) + 1), ' ');
+    std::memcpy(fileCase.data() + 8, file.data(), file.size());
+    const double x = 2.5, y = -1;
+    std::memcpy(fileCase.data(), &x, 8);
+    std::memcpy(fileCase.data() + 8 * (1 + FileCells(300)), &y, 8);
+    std::vector<unsigned char> dictCase(8 * (1 + DictionaryCells(300) + 1), 0);
+    d.Assemble(fileCase.data(), dictCase.data());
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(dictCase.data()) + 8, 300), value);
+    EXPECT_EQ(std::memcmp(dictCase.data(), &x, 8), 0);
+    EXPECT_EQ(std::memcmp(dictCase.data() + 8 * (1 + DictionaryCells(300)), &y, 8), 0);
+    EXPECT_EQ(d.FileCellOf(1 + DictionaryCells(300)), 1 + FileCells(300));
+    EXPECT_EQ(d.DictCellOf(2), -1) << "inside the string";
+}
+
+TEST(ShortNames, Rules) {
+    Plain ds;
+    for (const char* n : {"a", "LongNameNumberOne", "LongNameNumberTwo", "X_._yz123", "Income_.Source", "INCOME2",
+                          "Income_.Other"})
+        ds.AddVariable(0).SetName(n);
+    const auto pairs = ComputeShortNames(ds);
+    ASSERT_EQ(pairs.size(), 7u);
+    EXPECT_EQ(pairs[0].second, "A");
+    EXPECT_EQ(pairs[1].second, "LONGNAME");
+    EXPECT_EQ(pairs[2].second, "LONGNA_A");
+    EXPECT_EQ(pairs[3].second, "X_._YZ12");
+    EXPECT_EQ(pairs[4].second, "INCOME") << "the cut loses its trailing . and _";
+    EXPECT_EQ(pairs[6].second, "INCOME_A") << "INCOME is taken";
+    EXPECT_EQ(pairs[1].first, "LongNameNumberOne");
+}
+
+TEST(ShortNames, ManyNamesWithOneStemStayUnique) {
+    Plain ds;
+    for (int i = 0; i < 20000; ++i) ds.AddVariable(0).SetName("SameStemVariable" + std::to_string(i));
+    const auto pairs = ComputeShortNames(ds);
+    std::set<std::string> unique;
+    for (const auto& p : pairs) {
+        EXPECT_LE(p.second.size(), 8u);
+        unique.insert(p.second);
+    }
+    EXPECT_EQ(unique.size(), pairs.size());
+    EXPECT_EQ(pairs[1].second, "SAMEST_A");
+    EXPECT_EQ(pairs[27].second, "SAMES_AA") << "two suffix letters leave room for 5 bytes";
+}
+
+}  // namespace
+}  // namespace murv

@@ -7,6 +7,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
+#include <unordered_map>
 
 #include "model/caseiterator.h"
 #include "murvio.h"
@@ -34,6 +36,20 @@ struct dioHandleState {
     // The current case record, in the dictionary's layout.
     std::unique_ptr<std::uint64_t[]> caseBuffer;
     std::size_t caseBufferCells = 0;
+    // Per variable, the first cell of its value in caseBuffer and its type
+    // (0 numeric, else the string width), taken when the buffer is made (the
+    // dictionary is final by then), so that the value calls need not go
+    // through the dictionary.
+    struct CaseSlot {
+        std::uint32_t cell;
+        std::int32_t type;
+    };
+    std::vector<CaseSlot> caseSlots;
+    // An empty case (system-missing and blanks) that starts each case
+    // written value by value; made on first use.
+    std::vector<std::uint64_t> emptyCase;
+    // Full name -> short name in the file, built on the first question.
+    std::unordered_map<std::string, std::string> shortNames;
     int openMode = dioReadMode;
     int caseState = caseEmpty;
     bool committed = true;

@@ -291,8 +291,11 @@ void SystemFileDataSource::SaveDS::WriteCase(const void* cells) {
 void SystemFileDataSource::SaveDS::PrepareAppend(std::int64_t caseCountRecordPos, std::int64_t existingCases) {
     caseCountRecordPos_ = caseCountRecordPos;
     baseCaseCount_ = existingCases;
-    // Prepares what writing cases needs from the handlers; nothing is written.
-    (void)CollectExtensionRecords(*this, info_);
+    // Prepares what writing cases needs from the handlers (the split of very
+    // long strings); nothing is written, and the file's own information (the
+    // name pairs read from it) stays as it was.
+    SystemFileInfo scratch = info_;
+    (void)CollectExtensionRecords(*this, scratch);
     if (compressed_) compressed_->PrepareAppend(static_cast<std::uint64_t>(existingCases), &stream_);
 }
 

@@ -73,7 +73,8 @@ public:
         // else is a record no writer of this format produces.
         const std::int32_t nDateVars = unit(2);
         MURV_FILE_CHECK(nDateVars >= 0 && nDateVars < MURV_TrendsInfo::eMaxDateVars, kErrBadContent);
-        // The condition reads as the format's own wording of it.
+        // Spelled without blanks: the condition's text is what a failed open
+        // reports.
         MURV_FILE_CHECK(nElements >= 3*nDateVars+6, kErrBadContent);
         const std::int32_t nTriples = (nElements - 6) / 3;
         MURV_FILE_CHECK(nTriples <= nDateVars + 1, kErrBadContent);

@@ -1,0 +1,290 @@
+// Date variables and the data-entry block through the public header: round
+// trips through files, files of the other byte order, and the codes for
+// malformed arrays, misplaced calls and null pointers.
+#include <cstdint>
+#include <cstring>
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "murvio.h"
+#include "support/byte_builder.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using murv::testing::ByteBuilder;
+using murv::testing::TempDir;
+using Ints = std::vector<int>;
+
+// Cells: label 0-2 (a 20-byte string), year_ 3, month_ 4, date_ 5-6, yr 7.
+// Case positions are the cells plus 1.
+constexpr int kYear = 4, kMonth = 5, kDate = 6, kYr = 8;
+
+int NewFile(const std::string& path, bool compressed = false) {
+    int h = -1;
+    EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "label", 20), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "year_", 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "month_", 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "date_", 10), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "yr", 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetCompression(h, compressed ? 1 : 0), MURV_RC_OK);
+    return h;
+}
+
+int Finish(int h, const std::string& path) {
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    int r = -1;
+    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
+    return r;
+}
+
+int SetDates(int h, const Ints& a) { return murvSetDateVariables(h, static_cast<int>(a.size()), a.data()); }
+
+// The date array of a handle; empty with the code when there is none.
+Ints GetDates(int h, int expectRc = MURV_RC_OK) {
+    int n = -1;
+    int* array = &n;  // reset by the call
+    EXPECT_EQ(murvGetDateVariables(h, &n, &array), expectRc);
+    Ints out;
+    if (array) out.assign(array, array + n);
+    if (expectRc != MURV_RC_OK) {
+        EXPECT_EQ(n, 0);
+        EXPECT_EQ(array, nullptr);
+    }
+    EXPECT_EQ(murvFreeDateVariables(array), MURV_RC_OK);
+    return out;
+}
+
+class DateVariables : public ::testing::TestWithParam<bool> {
+protected:
+    TempDir dir;
+    std::string path = dir.File("dates.sav");
+
+    Ints RoundTrip(const Ints& dates) {
+        const int h = NewFile(path, GetParam());
+        EXPECT_EQ(SetDates(h, dates), MURV_RC_OK);
+        const int r = Finish(h, path);
+        Ints back = GetDates(r);
+        murvCloseRead(r);
+        return back;
+    }
+};
+
+TEST_P(DateVariables, RoundTripWithAndWithoutDateKey) {
+    EXPECT_EQ(RoundTrip({1, 9, 2, 5, 4, 0, kYear, 2, 7, kMonth, 4, 12, kDate, 11, 3}),
+              (Ints{1, 9, 2, 5, 4, 1, kYear, 2, 7, kMonth, 4, 12, kDate, 11, 3}));
+    // Without a date key the empty entry reads back as 0, 0, 1, and what
+    // comes out can go back in as it is.
+    const Ints back = RoundTrip({0, 1, 2, 1, 1, 1, kYear, 2, 5, kMonth, 4, 6});
+    EXPECT_EQ(back, (Ints{0, 1, 2, 1, 1, 1, kYear, 2, 5, kMonth, 4, 6, 0, 0, 1}));
+    EXPECT_EQ(RoundTrip(back), back);
+}
+
+INSTANTIATE_TEST_SUITE_P(PlainAndCompressed, DateVariables, ::testing::Bool());
+
+TEST(DateVariablesSet, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
+    TempDir dir;
+    const std::string path = dir.File("bad.sav");
+    int h = NewFile(path);
+    const Ints good = {0, 1, 1, 1, 1, 1, kYear, 2, 1};
+    ASSERT_EQ(SetDates(h, good), MURV_RC_OK);
+    EXPECT_EQ(murvSetDateVariables(h, 5, good.data()), MURV_RC_BAD_DATE_INFO);
+    EXPECT_EQ(murvSetDateVariables(h, 9, nullptr), MURV_RC_BAD_DATE_INFO);
+    Ints eleven = {0, 1, 11, 1, 1, 1};
+    for (int k = 0; k < 11; ++k) eleven.insert(eleven.end(), {kYear, 2, 1});
+    for (const Ints& bad : {
+             Ints{0, 1, 2, 1, 1, 1, kYear, 2, 1, kMonth, 4, 1, 0},  // n = 2 takes 12 or 15 elements
+             Ints{0, 1, 1, 1, 1, 1, 2, 2, 1},                       // inside the 20-byte string
+             Ints{0, 1, 1, 1, 1, 1, 99, 2, 1},                      // past the last variable
+             eleven,                                                // more than 10 date variables
+             Ints{0, 1, -1, 1, 1, 1},                               // a negative count
+             Ints{0, 1, 1, 1, 1, 1, kYear, 12, 1},                  // an unknown kind
+             Ints{0, 1, 1, 1, 1, 1, kYear, 2, 1, kMonth, 4, 1},     // a month as the date key
+         })
+        EXPECT_EQ(SetDates(h, bad), MURV_RC_BAD_DATE_INFO) << bad.size();
+    int r = Finish(h, path);
+    EXPECT_EQ(GetDates(r), (Ints{0, 1, 1, 1, 1, 1, kYear, 2, 1, 0, 0, 1}));
+    murvCloseRead(r);
+
+    // A variable that does not carry its kind's name drops the declaration.
+    h = NewFile(path);
+    ASSERT_EQ(SetDates(h, good), MURV_RC_OK);
+    EXPECT_EQ(SetDates(h, {0, 1, 1, 1, 1, 1, kYr, 2, 1}), MURV_RC_BAD_DATE_INFO);
+    r = Finish(h, path);
+    GetDates(r, MURV_RC_NO_DATE_INFO);
+    EXPECT_EQ(SetDates(r, good), MURV_RC_READ_MODE);
+    int n = 7;
+    int* array = nullptr;
+    EXPECT_EQ(murvGetDateVariables(r, nullptr, &array), MURV_RC_FILE_READ);
+    EXPECT_EQ(murvGetDateVariables(r, &n, nullptr), MURV_RC_FILE_READ);
+    EXPECT_EQ(n, 0);
+    murvCloseRead(r);
+
+    h = NewFile(path);
+    GetDates(h, MURV_RC_WRITE_MODE);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    EXPECT_EQ(SetDates(h, good), MURV_RC_DICT_COMMITTED);
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    EXPECT_EQ(SetDates(-1, good), MURV_RC_BAD_HANDLE);
+    GetDates(99, MURV_RC_BAD_HANDLE);
+}
+
+// A file of the other byte order, made by hand: a header and variables
+// (width 0 numeric), then whatever the test adds before End().
+ByteBuilder BigEndianFile(const std::vector<std::pair<std::string, int>>& vars) {
+    ByteBuilder b(true);
+    int cells = 0;
+    for (const auto& v : vars) cells += v.second <= 8 ? 1 : (v.second + 7) / 8;
+    b.Header(cells, 0);
+    for (const auto& [name, width] : vars) {
+        if (width == 0)
+            b.Variable(0, name);
+        else
+            b.StringVariable(width, name);
+    }
+    return b;
+}
+
+TEST(DateVariablesFile, ReadsTheOtherByteOrderAndRefusesAMalformedRecord) {
+    TempDir dir;
+    const std::string path = dir.File("big.sav");
+    const Ints units = {1, 3, 2, 7, 8, 1, kYear, 2, 10, kMonth, 4, 11, kDate, 11, 12};
+    BigEndianFile({{"LABEL", 20}, {"YEAR_", 0}, {"MONTH_", 0}, {"DATE_", 10}}).ExtensionI32(6, units).End().Save(path);
+    int r = -1;
+    ASSERT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
+    EXPECT_EQ(GetDates(r), units);
+    murvCloseRead(r);
+
+    BigEndianFile({{"YEAR_", 0}}).ExtensionI32(6, {0, 1, 2, 1, 1, 1, 1, 2, 1}).End().Save(path);
+    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_BAD_FILE);
+    EXPECT_EQ(r, -1);
+}
+
+// ---- the data-entry block ----
+
+// n bytes whose last four hold the segment count, little-endian.
+std::vector<unsigned char> Block(std::size_t n, unsigned seed, std::int32_t segments) {
+    std::vector<unsigned char> b(n);
+    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<unsigned char>(seed + 7 * i);
+    for (int i = 0; i < 4; ++i) b[n - 4 + i] = static_cast<unsigned char>(segments >> (8 * i));
+    return b;
+}
+
+struct DataEntry : ::testing::Test {
+    TempDir dir;
+    std::string path = dir.File("zop.sav");
+};
+
+TEST_F(DataEntry, FirstAndNextPiecesRoundTripAndReadBackInChunks) {
+    const auto first = Block(100, 1, 0), next = Block(50, 3, 3);
+    const std::string guid = "{A1}" + std::string(300, 'g');
+    const int h = NewFile(path, true);
+    EXPECT_EQ(murvSetZOPFirst(h, first.data(), 100), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPNext(h, next.data(), 50), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPGUID(h, guid.c_str()), MURV_RC_OK);
+    const int r = Finish(h, path);
+    std::vector<unsigned char> whole(first.size() + next.size());
+    std::copy(first.begin(), first.end(), whole.begin());
+    std::copy(next.begin(), next.end(), whole.begin() + static_cast<long>(first.size()));
+
+    int nBytes = 0, nSegments = 0;
+    EXPECT_EQ(murvGetZOPInfo(r, &nBytes, &nSegments), MURV_RC_OK);
+    EXPECT_EQ(nBytes, 150);
+    EXPECT_EQ(nSegments, 3);
+
+    // 64 + 64 + 22, then the block starts over.
+    std::vector<unsigned char> got;
+    std::vector<int> sizes;
+    unsigned char buf[64];
+    int n = -1;
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(i == 0 ? murvGetZOPFirst(r, buf, 64, &n) : murvGetZOPNext(r, buf, 64, &n), MURV_RC_OK);
+        sizes.push_back(n);
+        if (i < 3) got.insert(got.end(), buf, buf + n);
+    }
+    EXPECT_EQ(sizes, (std::vector<int>{64, 64, 22, 64}));
+    EXPECT_EQ(got, whole);
+    EXPECT_EQ(std::memcmp(buf, whole.data(), 64), 0);
+
+    // The identifier: at most 256 bytes, from its start on every call.
+    for (int i = 0; i < 2; ++i) {
+        char text[257];
+        EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
+        EXPECT_EQ(std::string(text), guid.substr(0, 256));
+    }
+    murvCloseRead(r);
+}
+
+TEST_F(DataEntry, SettingPiecesAndMisplacedCalls) {
+    const auto block = Block(40, 5, 1);
+    int h = NewFile(path);
+    // Next before any first, negative counts, missing data.
+    EXPECT_EQ(murvSetZOPNext(h, block.data(), 10), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPFirst(h, block.data(), -1), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 20), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPNext(h, block.data(), -5), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPNext(h, nullptr, 5), MURV_RC_BAD_EXTENSION);
+    // A new first piece replaces the block.
+    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 30), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPNext(h, block.data() + 30, 10), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPGUID(h, "id"), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPGUID(h, nullptr), MURV_RC_OK);  // removes it
+    int a = 1, b = 1;
+    char text[257] = "x";
+    unsigned char buf[8];
+    EXPECT_EQ(murvGetZOPInfo(h, &a, &b), MURV_RC_WRITE_MODE);
+    EXPECT_EQ(murvGetZOPFirst(h, buf, 8, &a), MURV_RC_WRITE_MODE);
+    EXPECT_EQ(murvGetZOPGUID(h, text), MURV_RC_WRITE_MODE);
+    EXPECT_EQ(a, 0);
+    EXPECT_EQ(text[0], '\0');
+    int r = Finish(h, path);
+
+    EXPECT_EQ(murvGetZOPInfo(r, &a, &b), MURV_RC_OK);
+    EXPECT_EQ(a, 40);
+    EXPECT_EQ(b, 1);
+    EXPECT_EQ(murvSetZOPNext(r, block.data(), 10), MURV_RC_READ_MODE);
+    EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
+    EXPECT_STREQ(text, "");
+    EXPECT_EQ(murvGetZOPInfo(r, nullptr, &b), MURV_RC_FILE_READ);
+    EXPECT_EQ(murvGetZOPFirst(r, buf, 8, nullptr), MURV_RC_FILE_READ);
+    EXPECT_EQ(murvGetZOPFirst(r, nullptr, 8, &a), MURV_RC_FILE_READ);
+    EXPECT_EQ(murvGetZOPGUID(r, nullptr), MURV_RC_FILE_READ);
+    murvCloseRead(r);
+
+    // A count of 0 removes the block.
+    h = NewFile(path);
+    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 40), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 0), MURV_RC_OK);
+    r = Finish(h, path);
+    a = b = 5;
+    EXPECT_EQ(murvGetZOPInfo(r, &a, &b), MURV_RC_NO_ZOP);
+    EXPECT_EQ(murvGetZOPNext(r, buf, 8, &a), MURV_RC_NO_ZOP);
+    EXPECT_EQ(a + b, 0);
+    murvCloseRead(r);
+}
+
+TEST_F(DataEntry, ABlockOfTheOtherByteOrderCannotBeUsed) {
+    const auto block = Block(12, 9, 1);
+    ByteBuilder b = BigEndianFile({{"X", 0}});
+    b.ExtensionHeader(8, 1, 12).Raw(block.data(), block.size()).ExtensionText(12, "{guid}").End().Save(path);
+    int r = -1;
+    ASSERT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
+    int nBytes = 5, nSegments = 5, n = 5;
+    unsigned char buf[16];
+    EXPECT_EQ(murvGetZOPInfo(r, &nBytes, &nSegments), MURV_RC_NO_ZOP);
+    EXPECT_EQ(murvGetZOPFirst(r, buf, 16, &n), MURV_RC_NO_ZOP);
+    EXPECT_EQ(murvGetZOPNext(r, buf, 16, &n), MURV_RC_NO_ZOP);
+    EXPECT_EQ(nBytes + nSegments + n, 0);
+    // The identifier is text and reads in either byte order.
+    char text[257];
+    EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
+    EXPECT_STREQ(text, "{guid}");
+    murvCloseRead(r);
+}
+
+}  // namespace

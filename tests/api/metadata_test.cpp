@@ -1,0 +1,283 @@
+// File-level metadata through the interface: file label, product string,
+// release numbers, time stamp, documents, raw extension records, text
+// information and attributes, kept across a write and a reopen.
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "murvio.h"
+#include "support/byte_builder.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using murv::testing::TempDir;
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+int NewFile(const std::string& path, bool compressed = false) {
+    int h = -1;
+    EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "age", 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarName(h, "name", 12), MURV_RC_OK);
+    if (compressed) {
+        EXPECT_EQ(murvSetCompression(h, 1), MURV_RC_OK);
+    }
+    return h;
+}
+
+int Reopen(int h, const std::string& path) {
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    int r = -1;
+    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
+    return r;
+}
+
+Pairs FileAttributes(int h) {
+    char** names = nullptr;
+    char** values = nullptr;
+    int n = -1;
+    EXPECT_EQ(murvGetFileAttributes(h, &names, &values, &n), MURV_RC_OK);
+    Pairs out;
+    for (int i = 0; i < n; ++i) out.emplace_back(names[i], values[i]);
+    EXPECT_EQ(murvFreeAttributes(names, values, n), MURV_RC_OK);
+    return out;
+}
+
+Pairs VarAttributes(int h, const char* var) {
+    char** names = nullptr;
+    char** values = nullptr;
+    int n = -1;
+    EXPECT_EQ(murvGetVarAttributes(h, var, &names, &values, &n), MURV_RC_OK);
+    Pairs out;
+    for (int i = 0; i < n; ++i) out.emplace_back(names[i], values[i]);
+    EXPECT_EQ(murvFreeAttributes(names, values, n), MURV_RC_OK);
+    return out;
+}
+
+TEST(Metadata, LabelProductReleaseAndStamp) {
+    TempDir dir;
+    const std::string path = dir.File("f.sav");
+    int h = NewFile(path);
+    char text[300];
+    EXPECT_EQ(murvGetIdString(h, text), MURV_RC_BAD_HANDLE) << "no file label yet";
+    EXPECT_STREQ(text, "");
+    EXPECT_EQ(murvSetIdString(h, std::string(100, 'L').c_str()), MURV_RC_OK);
+    EXPECT_EQ(murvGetIdString(h, text), MURV_RC_OK);
+    EXPECT_EQ(std::string(text), std::string(64, 'L')) << "the header holds 64 bytes";
+    EXPECT_EQ(murvGetSystemString(h, text), MURV_RC_OK);
+    EXPECT_STREQ(text, "MS Windows Release 14.0.1C murvio32.dll");
+    int rel[3] = {9, 9, 9};
+    EXPECT_EQ(murvGetReleaseInfo(h, rel), MURV_RC_OK) << "a write handle reports the writer's numbers";
+    EXPECT_EQ(rel[0], 15);
+    char date[10], time[9];
+    EXPECT_EQ(murvGetTimeStamp(h, date, time), MURV_RC_OK);
+    EXPECT_EQ(std::strlen(date), 9u);
+    EXPECT_EQ(std::strlen(time), 8u);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    EXPECT_EQ(murvSetIdString(h, "late"), MURV_RC_DICT_COMMITTED);
+    int r = Reopen(h, path);
+    EXPECT_EQ(murvGetIdString(r, text), MURV_RC_OK);
+    EXPECT_EQ(std::string(text), std::string(64, 'L'));
+    EXPECT_EQ(murvGetSystemString(r, text), MURV_RC_OK);
+    EXPECT_STREQ(text, "MS Windows Release 14.0.1C murvio32.dll");
+    EXPECT_EQ(murvGetReleaseInfo(r, rel), MURV_RC_OK);
+    EXPECT_EQ(rel[0], 15);
+    EXPECT_EQ(rel[1], 0);
+    char rdate[10], rtime[9];
+    EXPECT_EQ(murvGetTimeStamp(r, rdate, rtime), MURV_RC_OK);
+    EXPECT_EQ(rdate[2], '-');
+    EXPECT_EQ(rtime[2], ':');
+    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+
+    EXPECT_EQ(murvGetIdString(r, text), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetReleaseInfo(-1, rel), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(rel[0], 0) << "outputs reset first";
+}
+
+TEST(Metadata, ExtensionRecordsAreReadInChunks) {
+    TempDir dir;
+    const std::string path = dir.File("f.sav");
+    int h = NewFile(path);
+    std::string payload(1000, '\0');
+    for (std::size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>('a' + i % 26);
+    EXPECT_EQ(murvSetExtensionData(h, 25, 1, 1000, payload.data()), MURV_RC_OK);
+    const double eight[3] = {1.5, 2.5, 3.5};
+    EXPECT_EQ(murvSetExtensionData(h, 26, 8, 3, eight), MURV_RC_OK);
+    EXPECT_EQ(murvSetExtensionData(h, 27, 1, 4, "gone"), MURV_RC_OK);
+    EXPECT_EQ(murvSetExtensionData(h, 27, 1, 0, "gone"), MURV_RC_OK) << "count 0 removes";
+    for (int closed : {0, 3, 4, 6, 9, 11, 13, 14, 16, 17, 18, 33, -1})
+        EXPECT_EQ(murvSetExtensionData(-1, closed, 1, 1, "x"), MURV_RC_BAD_SUBTYPE) << closed;
+    EXPECT_EQ(murvSetExtensionData(h, 25, 1, -4, "x"), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetExtensionData(h, 25, 65536, 65536, "x"), MURV_RC_BAD_EXTENSION);
+    int unit = -1, count = -1;
+    EXPECT_EQ(murvGetExtensionDataDesc(h, 25, &unit, &count), MURV_RC_WRITE_MODE);
+    int found = -1;
+    EXPECT_EQ(murvQueryType7(h, 25, &found), MURV_RC_WRITE_MODE);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    int r = Reopen(h, path);
+    EXPECT_EQ(murvQueryType7(r, 25, &found), MURV_RC_OK);
+    EXPECT_EQ(found, 1);
+    EXPECT_EQ(murvQueryType7(r, 27, &found), MURV_RC_OK);
+    EXPECT_EQ(found, 0);
+    EXPECT_EQ(murvQueryType7(r, 3, &found), MURV_RC_OK);
+    EXPECT_EQ(found, 1) << "every file carries its source parameters";
+    EXPECT_EQ(murvQueryType7(r, 40, &found), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvGetExtensionDataDesc(r, 25, &unit, &count), MURV_RC_OK);
+    EXPECT_EQ(unit, 1);
+    EXPECT_EQ(count, 1000);
+    char buffer[400];
+    int got = -1;
+    std::string back;
+    for (int expect : {400, 400, 200}) {
+        EXPECT_EQ(murvGetExtensionData(r, 25, 400, &got, buffer), MURV_RC_OK);
+        EXPECT_EQ(got, expect);
+        back.append(buffer, static_cast<std::size_t>(got));
+    }
+    EXPECT_EQ(back, payload);
+    EXPECT_EQ(murvGetExtensionData(r, 25, 400, &got, buffer), MURV_RC_OK);
+    EXPECT_EQ(got, 400) << "after the whole record the read starts over";
+    EXPECT_EQ(std::string(buffer, 400), payload.substr(0, 400));
+    double d[2];
+    EXPECT_EQ(murvGetExtensionData(r, 26, 20, &got, d), MURV_RC_OK);
+    EXPECT_EQ(got, 2) << "whole elements only";
+    EXPECT_EQ(d[1], 2.5);
+    EXPECT_EQ(murvGetExtensionData(r, 27, 20, &got, d), MURV_RC_OK);
+    EXPECT_EQ(got, 0);
+    EXPECT_EQ(murvGetExtensionData(r, 26, 20, nullptr, d), MURV_RC_FILE_READ);
+    EXPECT_EQ(murvGetExtensionDataDesc(r, 11, &unit, &count), MURV_RC_BAD_SUBTYPE);
+    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+}
+
+TEST(Metadata, TextInformation) {
+    TempDir dir;
+    const std::string path = dir.File("f.sav");
+    int h = NewFile(path, true);
+    const std::string text = std::string(200, 'x') + std::string(100, 'y');
+    EXPECT_EQ(murvSetTextInfo(h, text.c_str()), MURV_RC_OK);
+    char out[256];
+    EXPECT_EQ(murvGetTextInfo(h, out), MURV_RC_WRITE_MODE);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    int r = Reopen(h, path);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(murvGetTextInfo(r, out), MURV_RC_OK);
+        EXPECT_EQ(std::string(out), text.substr(0, 255)) << "the same first 255 bytes every time";
+    }
+    EXPECT_EQ(murvGetTextInfo(r, nullptr), MURV_RC_FILE_READ);
+    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+}
+
+std::string FileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
+    TempDir dir;
+    const std::string withDocs = dir.File("docs.sav"), copy = dir.File("copy.sav"), none = dir.File("none.sav");
+    const std::string line1 = "First line of the documents" + std::string(53, ' ');
+    const std::string line2 = "Second line" + std::string(69, ' ');
+    murv::testing::ByteBuilder b;
+    b.Header(1, 0).Variable(0, "X").Documents({line1, line2}).End();
+    b.Save(withDocs);
+    int src = -1;
+    ASSERT_EQ(murvOpenRead(withDocs.c_str(), &src), MURV_RC_OK);
+    int found = 0;
+    EXPECT_EQ(murvQueryType7(src, 0, &found), MURV_RC_OK);
+    EXPECT_EQ(found, 1) << "documents are marked under type 0";
+
+    int h = NewFile(copy);
+    EXPECT_EQ(murvCopyDocuments(src, h), MURV_RC_OK);
+    EXPECT_EQ(murvCopyDocuments(h, src), MURV_RC_READ_MODE) << "the target must be an open dictionary";
+    EXPECT_EQ(murvCopyDocuments(99, h), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    EXPECT_EQ(murvCopyDocuments(src, h), MURV_RC_DICT_COMMITTED);
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    EXPECT_NE(FileText(copy).find(line1 + line2), std::string::npos) << "written byte for byte";
+
+    // Copying from a file without documents removes the target's.
+    int plain = -1;
+    h = NewFile(none);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    ASSERT_EQ(murvOpenRead(none.c_str(), &plain), MURV_RC_OK);
+    int h2 = NewFile(dir.File("again.sav"));
+    EXPECT_EQ(murvCopyDocuments(src, h2), MURV_RC_OK);
+    EXPECT_EQ(murvCopyDocuments(plain, h2), MURV_RC_OK);
+    EXPECT_EQ(murvCommitHeader(h2), MURV_RC_OK);
+    EXPECT_EQ(murvCloseWrite(h2), MURV_RC_OK);
+    EXPECT_EQ(FileText(dir.File("again.sav")).find(line1), std::string::npos);
+    EXPECT_EQ(murvCloseRead(plain), MURV_RC_OK);
+    EXPECT_EQ(murvCloseRead(src), MURV_RC_OK);
+}
+
+TEST(Metadata, AttributesRoundTrip) {
+    for (bool compressed : {false, true}) {
+        TempDir dir;
+        const std::string path = dir.File("f.sav");
+        int h = NewFile(path, compressed);
+        const char* names[] = {"Color[2]", "Size", "Color[3]", "$CreationDate"};
+        const char* values[] = {"blue", "big", "green", "2026-11-23"};
+        EXPECT_EQ(murvSetFileAttributes(h, names, values, 4), MURV_RC_OK);
+        EXPECT_EQ(murvAddFileAttribute(h, "Note", -1, "first"), MURV_RC_OK);
+        EXPECT_EQ(murvAddFileAttribute(h, "Note", 2, "second"), MURV_RC_OK);
+        const char* vnames[] = {"Source"};
+        const char* vvalues[] = {"survey"};
+        EXPECT_EQ(murvSetVarAttributes(h, "AGE", vnames, vvalues, 1), MURV_RC_OK);
+        EXPECT_EQ(murvAddVarAttribute(h, "age", "Unit", -1, "years"), MURV_RC_OK);
+        const Pairs expectFile = {{"Color[2]", "blue"}, {"Color[3]", "green"}, {"Size", "big"},
+                                  {"$CreationDate", "2026-11-23"}, {"Note[1]", "first"}, {"Note[2]", "second"}};
+        EXPECT_EQ(FileAttributes(h), expectFile);
+        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+        int r = Reopen(h, path);
+        EXPECT_EQ(FileAttributes(r), expectFile);
+        EXPECT_EQ(VarAttributes(r, "age"), (Pairs{{"Source", "survey"}, {"Unit", "years"}}));
+        EXPECT_EQ(VarAttributes(r, "name"), Pairs{});
+        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    }
+}
+
+TEST(Metadata, AttributeErrorsLeaveTheOldSet) {
+    TempDir dir;
+    int h = NewFile(dir.File("f.sav"));
+    const char* good[] = {"Keep"};
+    const char* goodValues[] = {"me"};
+    ASSERT_EQ(murvSetFileAttributes(h, good, goodValues, 1), MURV_RC_OK);
+    for (const char* bad : {"A[0]", "A[]", "A[x]", "A[1]b", "A]", "1A", "A.", "#A", "A[2147483647]"}) {
+        const char* names[] = {"Other", bad};
+        const char* values[] = {"v", "v"};
+        EXPECT_EQ(murvSetFileAttributes(h, names, values, 2), MURV_RC_BAD_ATTR_NAME) << bad;
+    }
+    EXPECT_EQ(murvSetFileAttributes(h, nullptr, goodValues, 1), MURV_RC_BAD_ATTR_DEF);
+    EXPECT_EQ(murvAddFileAttribute(h, "A", 0, "v"), MURV_RC_BAD_ATTR_DEF);
+    EXPECT_EQ(murvAddFileAttribute(h, "A", -2, "v"), MURV_RC_BAD_ATTR_DEF);
+    EXPECT_EQ(murvAddFileAttribute(h, "A", 1, ""), MURV_RC_BAD_ATTR_DEF);
+    EXPECT_EQ(murvAddFileAttribute(h, nullptr, 1, "v"), MURV_RC_BAD_ATTR_DEF);
+    EXPECT_EQ(murvAddFileAttribute(h, "A[1]", 1, "v"), MURV_RC_BAD_ATTR_NAME);
+    EXPECT_EQ(murvAddVarAttribute(h, "nosuch", "A", 1, "v"), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(murvAddVarAttribute(h, "age", "$ExtendedFileLabel", -1, "v"), MURV_RC_BAD_ATTR_NAME)
+        << "a reserved name of the file is not one of a variable";
+    EXPECT_EQ(murvAddVarAttribute(h, "age", "$ExtendedVariableLabel", -1, "v"), MURV_RC_OK);
+    EXPECT_EQ(FileAttributes(h), (Pairs{{"Keep", "me"}}));
+    // Empty names and values are skipped, not errors.
+    const char* names[] = {"", "X", nullptr};
+    const char* values[] = {"v", "", "v"};
+    EXPECT_EQ(murvSetFileAttributes(h, names, values, 3), MURV_RC_OK);
+    EXPECT_EQ(FileAttributes(h), Pairs{});
+    char** outNames = reinterpret_cast<char**>(1);
+    char** outValues = reinterpret_cast<char**>(1);
+    int n = 5;
+    EXPECT_EQ(murvGetFileAttributes(-3, &outNames, &outValues, &n), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(outNames, nullptr);
+    EXPECT_EQ(n, 0);
+    EXPECT_EQ(murvGetFileAttributes(h, nullptr, nullptr, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvFreeAttributes(nullptr, nullptr, 0), MURV_RC_OK);
+    EXPECT_EQ(murvFreeAttributes(nullptr, nullptr, 3), MURV_RC_OK);
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+}
+
+}  // namespace

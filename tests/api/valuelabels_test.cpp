@@ -1,0 +1,488 @@
+// Value labels through the public interface: setting, looking up and handing
+// out labels, label sets shared by several variables, and labels that
+// survive a written and reopened file.
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "murvio.h"
+#include "support/locale_guard.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using murv::testing::TempDir;
+using Texts = std::vector<std::string>;
+
+// A whole label set, copied out of the library's arrays, which go back to
+// the library at once.
+struct NumericSet {
+    int rc = 0;
+    std::vector<double> values;
+    Texts labels;
+};
+struct StringSet {
+    int rc = 0;
+    Texts values;
+    Texts labels;
+};
+
+NumericSet GetNumericSet(int handle, const char* var) {
+    NumericSet set;
+    double* values = nullptr;
+    char** labels = nullptr;
+    int count = -1;
+    set.rc = murvGetVarNValueLabels(handle, var, &values, &labels, &count);
+    if (set.rc != MURV_RC_OK) {
+        EXPECT_TRUE(values == nullptr && labels == nullptr && count == 0);
+    }
+    for (int i = 0; i < count; ++i) {
+        set.values.push_back(values[i]);
+        set.labels.emplace_back(labels[i]);
+    }
+    EXPECT_EQ(murvFreeVarNValueLabels(values, labels, count), MURV_RC_OK);
+    return set;
+}
+
+StringSet GetStringSet(int handle, const char* var) {
+    StringSet set;
+    char** values = nullptr;
+    char** labels = nullptr;
+    int count = -1;
+    set.rc = murvGetVarCValueLabels(handle, var, &values, &labels, &count);
+    if (set.rc != MURV_RC_OK) {
+        EXPECT_TRUE(values == nullptr && labels == nullptr && count == 0);
+    }
+    for (int i = 0; i < count; ++i) {
+        set.values.emplace_back(values[i]);
+        set.labels.emplace_back(labels[i]);
+    }
+    EXPECT_EQ(murvFreeVarCValueLabels(values, labels, count), MURV_RC_OK);
+    return set;
+}
+
+// One label through a Long getter with room for any label; its code in *rc.
+std::string Label(int handle, const char* var, double value, int* rc = nullptr) {
+    char buffer[1024];
+    int length = -1;
+    const int code = murvGetVarNValueLabelLong(handle, var, value, buffer, sizeof buffer, &length);
+    if (rc) *rc = code;
+    EXPECT_EQ(static_cast<std::size_t>(length), std::strlen(buffer));
+    return buffer;
+}
+
+std::string Label(int handle, const char* var, const char* value, int* rc = nullptr) {
+    char buffer[1024];
+    int length = -1;
+    const int code = murvGetVarCValueLabelLong(handle, var, value, buffer, sizeof buffer, &length);
+    if (rc) *rc = code;
+    EXPECT_EQ(static_cast<std::size_t>(length), std::strlen(buffer));
+    return buffer;
+}
+
+// A new file with numeric variables age and income and string variables s4,
+// s8 and s9 (4, 8 and 9 bytes wide).
+class ValueLabels : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(murvOpenWrite(dir_.File("labels.sav").c_str(), &h_), MURV_RC_OK);
+        for (const auto& [name, type] : {std::pair{"age", 0}, {"income", 0}, {"s4", 4}, {"s8", 8}, {"s9", 9}})
+            ASSERT_EQ(murvSetVarName(h_, name, type), MURV_RC_OK);
+    }
+    void TearDown() override {
+        if (h_ >= 0) murvCloseWrite(h_);
+    }
+
+    TempDir dir_;
+    int h_ = -1;
+};
+
+TEST_F(ValueLabels, NumericLabelsAreKeptInValueOrder) {
+    for (const auto& [value, label] : {std::pair{3.0, "three"}, {1.0, "one"}, {2.0, "two"}, {2.0, "TWO"},
+                                       {-1.0, "minus one"}, {0.0, "zero"}, {-0.0, "negative zero"}, {4.0, ""}})
+        EXPECT_EQ(murvSetVarNValueLabel(h_, "AGE ", value, label), MURV_RC_OK);  // names ignore case and blanks
+
+    const NumericSet set = GetNumericSet(h_, "age");
+    ASSERT_EQ(set.rc, MURV_RC_OK);
+    EXPECT_EQ(set.values, (std::vector<double>{-1, 0, 0, 1, 2, 3, 4}));
+    EXPECT_EQ(set.labels, (Texts{"minus one", "zero", "negative zero", "one", "TWO", "three", ""}));
+    EXPECT_TRUE(std::signbit(set.values[2]));  // 0.0 and -0.0 are two values
+    EXPECT_EQ(Label(h_, "age", -0.0), "negative zero");
+
+    char label[61];
+    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 3, label), MURV_RC_OK);
+    EXPECT_STREQ(label, "three");
+    int rc = 0;
+    EXPECT_EQ(Label(h_, "age", 4, &rc), "");
+    EXPECT_EQ(rc, MURV_RC_OK);
+    EXPECT_EQ(Label(h_, "age", 5, &rc), "");
+    EXPECT_EQ(rc, MURV_RC_NO_LABEL);
+    EXPECT_EQ(Label(h_, "income", 1, &rc), "");
+    EXPECT_EQ(rc, MURV_RC_NO_VALUE_LABELS);
+    EXPECT_EQ(GetNumericSet(h_, "income").rc, MURV_RC_NO_VALUE_LABELS);
+}
+
+TEST_F(ValueLabels, StringValuesAreEightBlankPaddedBytes) {
+    // A value too long is refused before anything else, the handle included.
+    EXPECT_EQ(murvSetVarCValueLabel(99, "s8", "123456789", "x"), MURV_RC_STRING_TOO_LONG);
+    EXPECT_EQ(murvSetVarCValueLabel(99, "s8", "a", "x"), MURV_RC_BAD_HANDLE);
+
+    for (const auto& [value, label] : {std::pair{"b", "bee"}, {"ab", "ay bee"}, {"a       ", "ay"},
+                                       {"12345678", "digits"}, {"a", "AY"}})
+        EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", value, label), MURV_RC_OK);
+    EXPECT_EQ(Label(h_, "s8", "a  "), "AY");  // "a" and "a       " are one value
+    EXPECT_EQ(Label(h_, "s8", "123456789 and more"), "digits");  // lookups use the first 8 bytes
+    char label[61];
+    EXPECT_EQ(murvGetVarCValueLabel(h_, "s8", "c", label), MURV_RC_NO_LABEL);
+
+    // The map's order: "b" before "ab", whose last differing byte decides.
+    const StringSet set = GetStringSet(h_, "s8");
+    ASSERT_EQ(set.rc, MURV_RC_OK);
+    EXPECT_EQ(set.values, (Texts{"a       ", "b       ", "ab      ", "12345678"}));
+    EXPECT_EQ(set.labels, (Texts{"AY", "bee", "ay bee", "digits"}));
+    // Values are handed out as wide as the variable.
+    EXPECT_EQ(murvSetVarCValueLabel(h_, "s4", "x", "ex"), MURV_RC_OK);
+    EXPECT_EQ(GetStringSet(h_, "s4").values, (Texts{"x   "}));
+}
+
+TEST_F(ValueLabels, VariableChecksComeInOrderAndChangeNothing) {
+    char label[61];
+    double* values = nullptr;
+    char** labels = nullptr;
+    int count = 0;
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "nosuch", 1, "x"), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "s4", 1, "x"), MURV_RC_NUMERIC_EXPECTED);
+    EXPECT_EQ(murvGetVarNValueLabels(h_, "s4", &values, &labels, &count), MURV_RC_NUMERIC_EXPECTED);
+    EXPECT_EQ(murvSetVarCValueLabel(h_, "age", "a", "x"), MURV_RC_STRING_EXPECTED);
+    EXPECT_EQ(murvGetVarCValueLabel(h_, "age", "a", label), MURV_RC_STRING_EXPECTED);
+    EXPECT_EQ(murvSetVarCValueLabel(h_, "s9", "a", "x"), MURV_RC_SHORT_STRING_EXPECTED);
+    EXPECT_EQ(GetStringSet(h_, "s9").rc, MURV_RC_SHORT_STRING_EXPECTED);
+
+    // A multi-variable setter stops at the first variable that fails and
+    // changes none, not even those checked before it.
+    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "kept"), MURV_RC_OK);
+    const double newValues[] = {1, 2};
+    const char* texts[] = {"new one", "new two"};
+    const char* stringFirst[] = {"age", "s4", "nosuch"};
+    EXPECT_EQ(murvSetVarNValueLabels(h_, stringFirst, 3, newValues, texts, 2), MURV_RC_NUMERIC_EXPECTED);
+    const char* unknownFirst[] = {"age", "nosuch", "s4"};
+    EXPECT_EQ(murvSetVarNValueLabels(h_, unknownFirst, 3, newValues, texts, 2), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(GetNumericSet(h_, "age").labels, (Texts{"kept"}));
+
+    const char* wideLast[] = {"s8", "s9"};
+    const char* stringValues[] = {"a", "b"};
+    EXPECT_EQ(murvSetVarCValueLabels(h_, wideLast, 2, stringValues, texts, 2), MURV_RC_SHORT_STRING_EXPECTED);
+    EXPECT_EQ(GetStringSet(h_, "s8").rc, MURV_RC_NO_VALUE_LABELS);
+    // A value too long is found before any variable is looked at.
+    const char* tooLong[] = {"a", "123456789"};
+    const char* unknown[] = {"nosuch"};
+    EXPECT_EQ(murvSetVarCValueLabels(h_, unknown, 1, tooLong, texts, 2), MURV_RC_STRING_TOO_LONG);
+}
+
+TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
+    const std::string long121(121, 'x');
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 1, long121.c_str()), MURV_RC_VALUE_LABEL_CUT);
+    EXPECT_EQ(Label(h_, "age", 1), std::string(120, 'x'));
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 2, std::string(120, 'y').c_str()), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", "a", std::string(100000, 'z').c_str()), MURV_RC_VALUE_LABEL_CUT);
+    EXPECT_EQ(Label(h_, "s8", "a"), std::string(120, 'z'));
+    char label[61];
+    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 1, label), MURV_RC_OK);
+    EXPECT_EQ(std::string(label), std::string(60, 'x'));  // the fixed-size getters give 60 bytes
+
+    // The multi-variable setters cut too, and still store every label.
+    const double values[] = {1, 2};
+    const char* texts[] = {long121.c_str(), "short"};
+    const char* vars[] = {"income"};
+    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, texts, 2), MURV_RC_VALUE_LABEL_CUT);
+    EXPECT_EQ(GetNumericSet(h_, "income").labels, (Texts{std::string(120, 'x'), "short"}));
+
+    murv::test::LocaleGuard guard("en_US.UTF-8");
+    if (!guard.ok()) GTEST_SKIP() << "locale en_US.UTF-8 not available";
+    const std::string e = "\xC3\xA9";  // two bytes
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 3, (std::string(119, 'a') + e).c_str()), MURV_RC_VALUE_LABEL_CUT);
+    EXPECT_EQ(Label(h_, "age", 3), std::string(119, 'a'));
+    const std::string label61 = std::string(59, 'b') + e;
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 4, label61.c_str()), MURV_RC_OK);
+    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 4, label), MURV_RC_OK);
+    EXPECT_EQ(std::string(label), std::string(59, 'b'));
+    EXPECT_EQ(Label(h_, "age", 4), label61);
+    // Four two-byte characters make an 8-byte value.
+    EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", (e + e + e + e).c_str(), "four"), MURV_RC_OK);
+    EXPECT_EQ(Label(h_, "s8", (e + e + e + e).c_str()), "four");
+}
+
+TEST_F(ValueLabels, LongGettersWithSmallBuffers) {
+    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "label"), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarCValueLabel(h_, "s4", "a", "label"), MURV_RC_OK);
+    char buffer[8];
+    int length = -1;
+    // Length 0 or below leaves no room even for the NUL: refused, nothing
+    // written to the buffer.
+    std::memset(buffer, '#', sizeof buffer);
+    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 1, buffer, 0, &length), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(buffer[0], '#');
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(murvGetVarCValueLabelLong(h_, "s4", "a", buffer, -5, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(buffer[0], '#');
+    // Length 1 holds the empty text and not a byte more.
+    length = -1;
+    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 1, buffer, 1, &length), MURV_RC_OK);
+    EXPECT_EQ(buffer[0], '\0');
+    EXPECT_EQ(buffer[1], '#');
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(murvGetVarCValueLabelLong(h_, "s4", "a", buffer, 4, &length), MURV_RC_OK);
+    EXPECT_STREQ(buffer, "lab");
+    EXPECT_EQ(length, 3);
+    // An absent label still resets the outputs.
+    std::memset(buffer, '#', sizeof buffer);
+    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 2, buffer, sizeof buffer, &length), MURV_RC_NO_LABEL);
+    EXPECT_EQ(buffer[0], '\0');
+    EXPECT_EQ(length, 0);
+}
+
+TEST_F(ValueLabels, NullArgumentsAndBadCountsAreRefused) {
+    const double values[] = {1};
+    const char* texts[] = {"one"};
+    const char* vars[] = {"age"};
+    const char* nulls[] = {nullptr};
+    EXPECT_EQ(murvSetVarNValueLabel(h_, nullptr, 1, "x"), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 1, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarCValueLabel(h_, "s4", nullptr, "x"), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarNValueLabels(h_, nullptr, 1, values, texts, 1), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarNValueLabels(h_, nulls, 1, values, texts, 1), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, nullptr, texts, 1), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, nulls, 1), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, -1, values, texts, 1), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, texts, -1), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarCValueLabels(h_, vars, 1, nulls, texts, 1), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvSetVarCValueLabels(h_, vars, 1, texts, texts, -3), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(GetNumericSet(h_, "age").rc, MURV_RC_NO_VALUE_LABELS);  // nothing was stored
+
+    char label[61] = "#";
+    EXPECT_EQ(murvGetVarNValueLabel(h_, nullptr, 1, label), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(label[0], '\0');
+    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 1, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetVarCValueLabel(h_, "s4", nullptr, label), MURV_RC_BAD_HANDLE);
+    double* nValues = reinterpret_cast<double*>(label);
+    int count = -1;
+    EXPECT_EQ(murvGetVarNValueLabels(h_, "age", &nValues, nullptr, &count), MURV_RC_BAD_HANDLE);
+    EXPECT_TRUE(nValues == nullptr && count == 0);
+
+    // No variables, or no labels, is not an error; no labels empties a set.
+    ASSERT_EQ(murvSetVarNValueLabel(h_, "income", 1, "one"), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarNValueLabels(h_, nullptr, 0, values, texts, 1), MURV_RC_OK);
+    const char* income[] = {"income"};
+    EXPECT_EQ(murvSetVarNValueLabels(h_, income, 1, nullptr, nullptr, 0), MURV_RC_OK);
+    EXPECT_EQ(GetNumericSet(h_, "income").rc, MURV_RC_NO_VALUE_LABELS);
+    EXPECT_EQ(murvFreeVarNValueLabels(nullptr, nullptr, 0), MURV_RC_OK);
+    EXPECT_EQ(murvFreeVarCValueLabels(nullptr, nullptr, 5), MURV_RC_OK);
+    // The handle is still fine.
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 1, "one"), MURV_RC_OK);
+}
+
+TEST_F(ValueLabels, HandleStatesAndArraysThatOutliveTheHandle) {
+    EXPECT_EQ(murvSetVarNValueLabel(-1, "age", 1, "x"), MURV_RC_BAD_HANDLE);
+    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "one"), MURV_RC_OK);
+    ASSERT_EQ(murvCommitHeader(h_), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 2, "two"), MURV_RC_DICT_COMMITTED);
+    const char* vars[] = {"age"};
+    const double values[] = {2};
+    const char* texts[] = {"two"};
+    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, texts, 1), MURV_RC_DICT_COMMITTED);
+
+    // Arrays handed out are the caller's until the free call, closing or not.
+    double* nValues = nullptr;
+    char** nLabels = nullptr;
+    int count = 0;
+    ASSERT_EQ(murvGetVarNValueLabels(h_, "age", &nValues, &nLabels, &count), MURV_RC_OK);
+    ASSERT_EQ(murvCloseWrite(h_), MURV_RC_OK);
+    EXPECT_EQ(GetNumericSet(h_, "age").rc, MURV_RC_BAD_HANDLE);
+    h_ = -1;
+    ASSERT_EQ(count, 1);
+    EXPECT_EQ(nValues[0], 1);
+    EXPECT_STREQ(nLabels[0], "one");
+    EXPECT_EQ(murvFreeVarNValueLabels(nValues, nLabels, count), MURV_RC_OK);
+
+    int r = -1;
+    ASSERT_EQ(murvOpenRead(dir_.File("labels.sav").c_str(), &r), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarNValueLabel(r, "age", 2, "two"), MURV_RC_READ_MODE);
+    EXPECT_EQ(murvSetVarCValueLabel(r, "s4", "a", "two"), MURV_RC_READ_MODE);
+    EXPECT_EQ(Label(r, "age", 1), "one");
+    murvCloseRead(r);
+}
+
+// ---- labels in files written and reopened, plain (false) and compressed ----
+
+class ValueLabelFiles : public ::testing::TestWithParam<bool> {
+protected:
+    static constexpr int kVars = 10;
+    static constexpr int kLabels = 20;
+
+    int OpenNew(const std::string& path) {
+        int h = -1;
+        EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
+        EXPECT_EQ(murvSetCompression(h, GetParam() ? 1 : 0), MURV_RC_OK);
+        return h;
+    }
+
+    // kVars numeric variables v0.., all labelled 1..kLabels: by one
+    // multi-variable call (one shared set) or one call each (equal sets).
+    std::uintmax_t Write(const std::string& path, bool shared) {
+        const int h = OpenNew(path);
+        std::vector<std::string> names;
+        for (int i = 0; i < kVars; ++i) names.push_back("v" + std::to_string(i));
+        std::vector<const char*> vars;
+        for (const auto& n : names) {
+            EXPECT_EQ(murvSetVarName(h, n.c_str(), 0), MURV_RC_OK);
+            vars.push_back(n.c_str());
+        }
+        std::vector<double> values;
+        Texts texts;
+        for (int i = 1; i <= kLabels; ++i) {
+            values.push_back(i);
+            texts.push_back("label " + std::to_string(i));
+        }
+        std::vector<const char*> labels;
+        for (const auto& t : texts) labels.push_back(t.c_str());
+        for (int i = 0; i < kVars; i += shared ? kVars : 1) {
+            EXPECT_EQ(murvSetVarNValueLabels(h, &vars[i], shared ? kVars : 1, values.data(), labels.data(), kLabels),
+                      MURV_RC_OK);
+        }
+        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+        EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+        return std::filesystem::file_size(path);
+    }
+
+    // A copy of a file's dictionary, with one more label on v0 if asked.
+    std::uintmax_t Copy(const std::string& from, const std::string& to, bool relabelFirst) {
+        int h = -1;
+        EXPECT_EQ(murvOpenWriteCopy(to.c_str(), from.c_str(), &h), MURV_RC_OK);
+        if (relabelFirst) {
+            EXPECT_EQ(murvSetVarNValueLabel(h, "v0", 99, "only v0"), MURV_RC_OK);
+        }
+        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+        EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+        return std::filesystem::file_size(to);
+    }
+
+    TempDir dir_;
+};
+
+TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
+    const std::uintmax_t sharedSize = Write(dir_.File("shared.sav"), true);
+    const std::uintmax_t separateSize = Write(dir_.File("separate.sav"), false);
+    EXPECT_LT(sharedSize, separateSize);  // the shared set is stored once
+
+    int r = -1;
+    ASSERT_EQ(murvOpenRead(dir_.File("shared.sav").c_str(), &r), MURV_RC_OK);
+    for (int i = 0; i < kVars; ++i) {
+        const NumericSet set = GetNumericSet(r, ("V" + std::to_string(i)).c_str());
+        ASSERT_EQ(set.values.size(), static_cast<std::size_t>(kLabels));
+        EXPECT_EQ(set.labels.back(), "label " + std::to_string(kLabels));
+    }
+    murvCloseRead(r);
+
+    // Reading keeps the set shared: a copy of the dictionary is written with
+    // one set again, and a change through one variable reaches that one only.
+    EXPECT_EQ(Copy(dir_.File("shared.sav"), dir_.File("copy.sav"), false), sharedSize);
+    const std::uintmax_t changedSize = Copy(dir_.File("shared.sav"), dir_.File("changed.sav"), true);
+    EXPECT_GT(changedSize, sharedSize);
+    EXPECT_LT(changedSize, separateSize);
+    ASSERT_EQ(murvOpenRead(dir_.File("changed.sav").c_str(), &r), MURV_RC_OK);
+    EXPECT_EQ(GetNumericSet(r, "v0").values.size(), static_cast<std::size_t>(kLabels + 1));
+    for (int i = 1; i < kVars; ++i) {
+        int rc = 0;
+        EXPECT_EQ(Label(r, ("v" + std::to_string(i)).c_str(), 99, &rc), "");
+        EXPECT_EQ(rc, MURV_RC_NO_LABEL);
+    }
+    murvCloseRead(r);
+}
+
+TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
+    int h = OpenNew(dir_.File("f.sav"));
+    ASSERT_EQ(murvSetVarName(h, "a", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "b", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarNValueLabel(h, "a", 7, "replaced, not merged"), MURV_RC_OK);
+    const char* vars[] = {"a", "b"};
+    const double values[] = {1, 2};
+    const char* texts[] = {"one", "two"};
+    ASSERT_EQ(murvSetVarNValueLabels(h, vars, 2, values, texts, 2), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarNValueLabel(h, "a", 2, "TWO"), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarNValueLabel(h, "b", 3, "three"), MURV_RC_OK);
+    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
+
+    ASSERT_EQ(murvOpenRead(dir_.File("f.sav").c_str(), &h), MURV_RC_OK);
+    EXPECT_EQ(GetNumericSet(h, "a").labels, (Texts{"one", "TWO"}));
+    EXPECT_EQ(GetNumericSet(h, "b").labels, (Texts{"one", "two", "three"}));
+    murvCloseRead(h);
+}
+
+TEST_P(ValueLabelFiles, EveryKindOfLabelComesBackWithTheCases) {
+    const double sysmis = murvSysmisVal();
+    const std::string label120(120, 'L');
+    int h = OpenNew(dir_.File("all.sav"));
+    for (const auto& [name, type] : {std::pair{"n", 0}, {"s3", 3}, {"s8", 8}, {"wide", 20}})
+        ASSERT_EQ(murvSetVarName(h, name, type), MURV_RC_OK);
+    for (const auto& [value, label] : {std::pair{sysmis, "system missing"}, {-0.0, "negative zero"},
+                                       {0.0, "zero"}, {1e300, "huge"}, {2.0, label120.c_str()}})
+        ASSERT_EQ(murvSetVarNValueLabel(h, "n", value, label), MURV_RC_OK);
+    const char* strings[] = {"s3", "s8"};
+    const char* values[] = {"", "abc"};
+    const char* labels[] = {"blank", "letters"};
+    ASSERT_EQ(murvSetVarCValueLabels(h, strings, 2, values, labels, 2), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarCValueLabel(h, "s8", "12345678", "digits"), MURV_RC_OK);
+    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    double vn = 0, vs = 0;
+    ASSERT_EQ(murvGetVarHandle(h, "n", &vn), MURV_RC_OK);
+    ASSERT_EQ(murvGetVarHandle(h, "s8", &vs), MURV_RC_OK);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(murvSetValueNumeric(h, vn, i), MURV_RC_OK);
+        ASSERT_EQ(murvSetValueChar(h, vs, "abc"), MURV_RC_OK);
+        ASSERT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
+    }
+    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
+
+    ASSERT_EQ(murvOpenRead(dir_.File("all.sav").c_str(), &h), MURV_RC_OK);
+    int compressed = -1;
+    EXPECT_EQ(murvGetCompression(h, &compressed), MURV_RC_OK);
+    EXPECT_EQ(compressed, GetParam() ? 1 : 0);
+    const NumericSet n = GetNumericSet(h, "n");
+    EXPECT_EQ(n.values, (std::vector<double>{sysmis, 0.0, -0.0, 2.0, 1e300}));
+    EXPECT_EQ(n.labels, (Texts{"system missing", "zero", "negative zero", label120, "huge"}));
+    ASSERT_EQ(n.values.size(), 5u);
+    EXPECT_TRUE(std::signbit(n.values[2]));
+    const StringSet s3 = GetStringSet(h, "s3");
+    EXPECT_EQ(s3.values, (Texts{"   ", "abc"}));
+    EXPECT_EQ(s3.labels, (Texts{"blank", "letters"}));
+    EXPECT_EQ(GetStringSet(h, "s8").values, (Texts{"        ", "abc     ", "12345678"}));
+    EXPECT_EQ(Label(h, "s8", "12345678"), "digits");
+    EXPECT_EQ(GetStringSet(h, "wide").rc, MURV_RC_SHORT_STRING_EXPECTED);
+
+    // The labels took nothing away from the cases.
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(murvReadCaseRecord(h), MURV_RC_OK);
+        double value = -1;
+        ASSERT_EQ(murvGetValueNumeric(h, vn, &value), MURV_RC_OK);
+        EXPECT_EQ(value, i);
+        char text[9];
+        ASSERT_EQ(murvGetValueChar(h, vs, text, sizeof text), MURV_RC_OK);
+        EXPECT_STREQ(text, "abc     ");
+    }
+    EXPECT_EQ(murvReadCaseRecord(h), MURV_RC_END_OF_FILE);
+    murvCloseRead(h);
+}
+
+INSTANTIATE_TEST_SUITE_P(PlainAndCompressed, ValueLabelFiles, ::testing::Bool(),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                             return info.param ? "Compressed" : "Plain";
+                         });
+
+}  // namespace

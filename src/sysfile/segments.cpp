@@ -15,9 +15,14 @@ void CutVeryLongString(const unsigned char* src, int w, unsigned char* dst) {
         unsigned char* seg = dst + 256 * s;
         int n = 0;
         while (taken < w) {
-            int len = text::CharacterLengthAt(reinterpret_cast<const char*>(src + taken),
+            // Bytes below 0x80 are characters of their own in every locale
+            // the library supports; only other bytes need the locale's rules.
+            int len = 1;
+            if (src[taken] >= 0x80) {
+                len = text::CharacterLengthAt(reinterpret_cast<const char*>(src + taken),
                                               static_cast<std::size_t>(w - taken));
-            if (len < 1) len = 1;  // a NUL or a byte that starts no character
+                if (len < 1) len = 1;  // a byte that starts no character
+            }
             if (n + len > kSegmentWidth) break;
             std::memcpy(seg + n, src + taken, static_cast<std::size_t>(len));
             n += len;

@@ -1,5 +1,6 @@
 #include "sysfile/compression.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "model/constants.h"
@@ -65,12 +66,41 @@ CompressedSystemFile::~CompressedSystemFile() {
     }
 }
 
+std::int64_t CompressedSystemFile::LogicalPosition() const {
+    return file_->Tell() - static_cast<std::int64_t>(inLen_ - inPos_) + static_cast<std::int64_t>(out_.size());
+}
+
+unsigned CompressedSystemFile::TakeBytes(unsigned char* dst, unsigned n) {
+    unsigned got = 0;
+    while (got < n) {
+        if (inPos_ == inLen_) {
+            if (in_.size() < kIoBytes) in_.resize(kIoBytes);
+            inPos_ = 0;
+            inLen_ = file_->Read(in_.data(), kIoBytes);
+            if (inLen_ == 0) break;
+        }
+        const unsigned k = std::min(n - got, inLen_ - inPos_);
+        std::memcpy(dst + got, in_.data() + inPos_, k);
+        inPos_ += k;
+        got += k;
+    }
+    return got;
+}
+
+void CompressedSystemFile::WriteOut() {
+    if (out_.empty()) return;
+    file_->Write(out_.data(), static_cast<unsigned>(out_.size()));
+    out_.clear();
+}
+
 void CompressedSystemFile::WriteBlock() {
-    unsigned char out[kKeySize + kKeySize * kCellBytes];
-    std::memcpy(out, key_.data(), kKeySize);
     const unsigned stored = nextValue_ - 1;
+    const std::size_t at = out_.size();
+    out_.resize(at + kKeySize + stored * kCellBytes);
+    unsigned char* out = out_.data() + at;
+    std::memcpy(out, key_.data(), kKeySize);
     for (unsigned i = 0; i < stored; ++i) StoreCell(out + kKeySize + i * kCellBytes, values_[i + 1]);
-    file_->Write(out, kKeySize + stored * kCellBytes);
+    if (out_.size() >= kIoBytes) WriteOut();
 }
 
 void CompressedSystemFile::WriteCase(const unsigned char* cells) {
@@ -102,12 +132,13 @@ void CompressedSystemFile::Flush() {
         // The block is complete on disk now; later cases start a new one.
         pos_ = kKeySize;
     }
+    WriteOut();
     file_->Flush();
     dirty_ = false;
 }
 
 bool CompressedSystemFile::LoadBlock() {
-    const unsigned got = file_->Read(key_.data(), kKeySize);
+    const unsigned got = TakeBytes(key_.data(), kKeySize);
     if (got < static_cast<unsigned>(kKeySize)) {
         endOfData_ = true;
         if (got != 0) throw SystemFileException(__FILE__, "nRead == 0", kErrFileEnds, __LINE__);
@@ -121,7 +152,7 @@ bool CompressedSystemFile::LoadBlock() {
     if (nu > 0) {
         unsigned char raw[kKeySize * kCellBytes];
         const unsigned want = nu * kCellBytes;
-        if (file_->Read(raw, want) != want)
+        if (TakeBytes(raw, want) != want)
             throw SystemFileException(__FILE__, "nRead == nu*sizeof(OBS)", kErrFileEnds, __LINE__);
         for (unsigned i = 0; i < nu; ++i) values_[i + 1] = LoadCell(raw + i * kCellBytes);
     }
@@ -170,7 +201,7 @@ int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* sw
 int CompressedSystemFile::SkipCase() { return WalkCase(nullptr, nullptr); }
 
 CompressedPosition CompressedSystemFile::Tell() const {
-    const std::int64_t filepos = file_->Tell();
+    const std::int64_t filepos = LogicalPosition();
     const std::int64_t offset = filepos - row0pos_;
     // The stream stands behind a whole block unless an earlier read of a
     // broken file stopped inside one.
@@ -182,6 +213,7 @@ CompressedPosition CompressedSystemFile::Tell() const {
 
 void CompressedSystemFile::SeekPosition(CompressedPosition position) {
     const std::int64_t c = position % kKeySize;
+    DropInput();
     file_->Seek(position - c + row0pos_, 0);
     endOfData_ = false;
     if (!LoadBlock()) {
@@ -189,6 +221,7 @@ void CompressedSystemFile::SeekPosition(CompressedPosition position) {
         // where the next block would start; anything inside a missing block
         // is an error.
         if (c != 0) throw SystemFileException(__FILE__, "nRead", kErrFileEnds, __LINE__);
+        DropInput();
         file_->Seek(position + row0pos_, 0);
         pos_ = kKeySize;
         blockLength_ = 0;
@@ -242,6 +275,7 @@ void CompressedSystemFile::PrepareAppend(std::uint64_t caseCount, MURV_FileStrea
     target_ = caseCount;
     PositionAtTarget();
     const CompressedPosition p = Tell();
+    DropInput();
     file_->Flush();
     const std::string name = file_->Name();
     file_ = stream;

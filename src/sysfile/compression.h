@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 namespace murv {
 
@@ -79,6 +80,16 @@ private:
     // Reads the next block; returns false at a clean end of data.
     bool LoadBlock();
     void WriteBlock();
+    // Blocks are small: they are read from and written to a buffer of their
+    // own, which moves to and from the stream in large pieces.
+    unsigned TakeBytes(unsigned char* dst, unsigned n);
+    void WriteOut();
+    std::int64_t LogicalPosition() const;
+    void DropInput() { inPos_ = inLen_ = 0; }
+    static constexpr unsigned kIoBytes = 64 * 1024;
+    std::vector<unsigned char> in_;
+    unsigned inPos_ = 0, inLen_ = 0;
+    std::vector<unsigned char> out_;
     int WalkCase(unsigned char* cells, const unsigned char* swap);
 
     std::uint64_t current_ = 0;

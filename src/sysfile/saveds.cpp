@@ -281,9 +281,11 @@ void SystemFileDataSource::SaveDS::WriteCase(const void* cells) {
     if (compressed_) {
         compressed_->WriteCase(bytes);
     } else {
-        const unsigned toWrite = static_cast<unsigned>(info_.nominalCaseSize) * 8u;
-        if (stream_.Write(bytes, toWrite) == 0 && toWrite != 0)
-            throw SystemFileException(__FILE__, "toWrite", kErrCaseWrite, __LINE__);
+        // Plain cases are gathered and handed to the stream many at a time,
+        // so that large writes go straight to the file.
+        const std::size_t toWrite = static_cast<std::size_t>(info_.nominalCaseSize) * 8u;
+        staging_.insert(staging_.end(), bytes, bytes + toWrite);
+        if (staging_.size() >= kStagingBytes) FlushStaging();
     }
     ++casesWritten_;
 }
@@ -299,7 +301,16 @@ void SystemFileDataSource::SaveDS::PrepareAppend(std::int64_t caseCountRecordPos
     if (compressed_) compressed_->PrepareAppend(static_cast<std::uint64_t>(existingCases), &stream_);
 }
 
+void SystemFileDataSource::SaveDS::FlushStaging() {
+    if (staging_.empty()) return;
+    const auto toWrite = static_cast<unsigned>(staging_.size());
+    const unsigned written = stream_.Write(staging_.data(), toWrite);
+    staging_.clear();
+    if (written == 0) throw SystemFileException(__FILE__, "toWrite", kErrCaseWrite, __LINE__);
+}
+
 void SystemFileDataSource::SaveDS::Abandon() {
+    staging_.clear();
     finished_ = true;
     compressed_.reset();
 }
@@ -307,6 +318,7 @@ void SystemFileDataSource::SaveDS::Abandon() {
 std::int64_t SystemFileDataSource::SaveDS::Finish() {
     if (finished_) return info_._nCases;
     finished_ = true;
+    FlushStaging();
     if (compressed_) {
         compressed_->Flush();
         compressed_.reset();

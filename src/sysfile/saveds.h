@@ -65,6 +65,10 @@ private:
         int width;
     };
     std::vector<Mover> movers_;
+    // Plain cases waiting to be written.
+    static constexpr std::size_t kStagingBytes = 64 * 1024;
+    std::vector<unsigned char> staging_;
+    void FlushStaging();
     std::vector<unsigned char> caseBuffer_;
 };
 

@@ -498,10 +498,7 @@ public:
         const unsigned cells = static_cast<unsigned>(info.nominalCaseSize);
         const std::int64_t caseLen = static_cast<std::int64_t>(cells) * 8;
         if (static_cast<std::int64_t>(pos_) != streamCase_) {
-            if (compressed_)
-                compressed_->SetTarget(pos_);
-            else
-                stream_.Seek(data_.row0pos + static_cast<std::int64_t>(pos_) * caseLen, 0);
+            if (compressed_) compressed_->SetTarget(pos_);
             streamCase_ = static_cast<std::int64_t>(pos_);
         }
         unsigned char* const caseCells = reinterpret_cast<unsigned char*>(GetCase().GetValuePtr(0));
@@ -513,7 +510,7 @@ public:
             // Positioning may have stopped early at the end of the data.
             streamCase_ = static_cast<std::int64_t>(compressed_->CurrentCase()) - (readLen ? 1 : 0);
         } else {
-            readLen = caseLen == 0 ? 0 : stream_.Read(dst, static_cast<unsigned>(caseLen));
+            readLen = ReadPlain(dst, caseLen);
             if (readLen != 0 && readLen != caseLen)
                 throw SystemFileException(__FILE__, "readLen== 0 || readLen == caseLen", kErrFileEnds, __LINE__);
             if (readLen == 0 && info._nCases > static_cast<std::int64_t>(pos_))
@@ -534,7 +531,38 @@ public:
     }
 
 private:
+    // Reads the plain case at pos_ into dst; returns the bytes found (fewer
+    // than a case at the end of the file). Sequential reading takes many
+    // cases with one stream call and hands them out one by one.
+    std::int64_t ReadPlain(unsigned char* dst, std::int64_t caseLen) {
+        if (caseLen <= 0) return 0;
+        const auto len = static_cast<std::size_t>(caseLen);
+        const std::uint64_t whole = aheadLen_ / len;
+        if (aheadLen_ > 0 && pos_ >= aheadCase_ && pos_ - aheadCase_ < whole) {
+            std::memcpy(dst, ahead_.data() + (pos_ - aheadCase_) * len, len);
+            return caseLen;
+        }
+        const bool sequential = aheadLen_ > 0 && pos_ == aheadCase_ + whole;
+        std::size_t want = len;
+        if (sequential) want = std::max<std::size_t>(1, kReadAhead / len) * len;
+        if (ahead_.size() < want) ahead_.resize(want);
+        stream_.Seek(data_.row0pos + static_cast<std::int64_t>(pos_) * caseLen, 0);
+        const unsigned n = stream_.Read(ahead_.data(), static_cast<unsigned>(want));
+        aheadCase_ = pos_;
+        aheadLen_ = n;
+        if (n >= len) {
+            std::memcpy(dst, ahead_.data(), len);
+            return caseLen;
+        }
+        return n;
+    }
+
+    static constexpr std::size_t kReadAhead = 64 * 1024;
+
     Data& data_;
+    std::vector<unsigned char> ahead_;
+    std::uint64_t aheadCase_ = 0;
+    std::size_t aheadLen_ = 0;
     std::uint64_t pos_ = 0;
     std::int64_t streamCase_ = -1;
     MURV_FileStream stream_;

@@ -1,5 +1,6 @@
 // Opening, committing and closing files.
 #include "api/handles.h"
+#include "port/errors.h"
 #include "port/file.h"
 
 using namespace murv;
@@ -137,7 +138,15 @@ MURV_API int MURV_CALL murvCommitHeader(int handle) {
         const int rc = lookupHandle(handle, dictionaryOpen, &ds);
         if (rc != MURV_RC_OK) return rc;
         if (ds->ColumnCount() == 0) return MURV_RC_EMPTY_DICT;
-        ds->CommitDictionary();
+        try {
+            ds->CommitDictionary();
+        } catch (const ErrorText& e) {
+            // Two names that would be one in the file (a variable named like
+            // a segment of a very long string) are reported as the duplicate
+            // name they are; the header is not committed and no file is left.
+            if (e.Number() == kErrDuplicateName) return MURV_RC_DUP_VAR;
+            throw;
+        }
         ds->State().committed = true;
         return MURV_RC_OK;
     });

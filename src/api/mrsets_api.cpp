@@ -141,39 +141,51 @@ void FillDef(murvMultRespDef& def, const char* name, const char* label, int isDi
     def.varCount = numVars;
 }
 
-}  // namespace
-
-extern "C" {
-
-MURV_API int MURV_CALL murvSetMultRespDefs(int handle, const char* mrespDefs) {
+// The raw texts of the set records, as the two set families hand them in
+// and out.
+int SetSetsText(int handle, int subtype, const char* text) {
     return Guarded(MURV_RC_BAD_HANDLE, [&] {
         dioDataSource* ds = nullptr;
         const int rc = lookupHandle(handle, anyMode, &ds);
         if (rc != MURV_RC_OK) return rc;
-        return StoreText(*ds, eMultRespSetRecord, mrespDefs);
+        return StoreText(*ds, subtype, text);
     });
 }
 
-MURV_API int MURV_CALL murvGetMultRespDefs(int handle, char** mrespDefs) {
-    if (mrespDefs) *mrespDefs = nullptr;
+int GetSetsText(int handle, int subtype, int absentCode, char** text) {
+    if (text) *text = nullptr;
     return Guarded(MURV_RC_FILE_READ, [&] {
         dioDataSource* ds = nullptr;
         const int rc = lookupHandle(handle, anyMode, &ds);
         if (rc != MURV_RC_OK) return rc;
         if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
-        if (!mrespDefs) return MURV_RC_FILE_READ;
-        return CopyText(*ds, eMultRespSetRecord, MURV_RC_NO_MRSETS, mrespDefs);
+        if (!text) return MURV_RC_FILE_READ;
+        return CopyText(*ds, subtype, absentCode, text);
     });
 }
 
-MURV_API int MURV_CALL murvFreeMultRespDefs(char* mrespDefs) {
+int FreeText(char* text) {
     try {
-        std::free(mrespDefs);
+        std::free(text);
         return MURV_RC_OK;
     } catch (...) {
         return MURV_RC_CANNOT_FREE;
     }
 }
+
+}  // namespace
+
+extern "C" {
+
+MURV_API int MURV_CALL murvSetMultRespDefs(int handle, const char* mrespDefs) {
+    return SetSetsText(handle, eMultRespSetRecord, mrespDefs);
+}
+
+MURV_API int MURV_CALL murvGetMultRespDefs(int handle, char** mrespDefs) {
+    return GetSetsText(handle, eMultRespSetRecord, MURV_RC_NO_MRSETS, mrespDefs);
+}
+
+MURV_API int MURV_CALL murvFreeMultRespDefs(char* mrespDefs) { return FreeText(mrespDefs); }
 
 MURV_API int MURV_CALL murvGetMultRespCount(int handle, int* nSets) {
     if (nSets) *nSets = 0;
@@ -291,33 +303,13 @@ MURV_API int MURV_CALL murvAddMultRespDefN(int handle, const char* mrSetName, co
 }
 
 MURV_API int MURV_CALL murvSetVariableSets(int handle, const char* varSets) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
-        return StoreText(*ds, eVariableSetRecord, varSets);
-    });
+    return SetSetsText(handle, eVariableSetRecord, varSets);
 }
 
 MURV_API int MURV_CALL murvGetVariableSets(int handle, char** varSets) {
-    if (varSets) *varSets = nullptr;
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
-        if (!varSets) return MURV_RC_FILE_READ;
-        return CopyText(*ds, eVariableSetRecord, MURV_RC_NO_VARIABLE_SETS, varSets);
-    });
+    return GetSetsText(handle, eVariableSetRecord, MURV_RC_NO_VARIABLE_SETS, varSets);
 }
 
-MURV_API int MURV_CALL murvFreeVariableSets(char* varSets) {
-    try {
-        std::free(varSets);
-        return MURV_RC_OK;
-    } catch (...) {
-        return MURV_RC_CANNOT_FREE;
-    }
-}
+MURV_API int MURV_CALL murvFreeVariableSets(char* varSets) { return FreeText(varSets); }
 
 }  // extern "C"

@@ -125,10 +125,8 @@ extern "C" {
 // ---- writing ----
 
 MURV_API int MURV_CALL murvSetValueNumeric(int handle, double varHandle, double value) {
-    return Guarded(MURV_RC_FILE_WRITE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, caseWrite, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, caseWrite, MURV_RC_FILE_WRITE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if ((rc = PrepareBuffer(*ds, false)) != MURV_RC_OK) return rc;
         StartCaseIfNeeded(*ds);
         dioHandleState& st = ds->State();
@@ -141,10 +139,8 @@ MURV_API int MURV_CALL murvSetValueNumeric(int handle, double varHandle, double 
 }
 
 MURV_API int MURV_CALL murvSetValueChar(int handle, double varHandle, const char* value) {
-    return Guarded(MURV_RC_FILE_WRITE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, caseWrite, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, caseWrite, MURV_RC_FILE_WRITE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if ((rc = PrepareBuffer(*ds, false)) != MURV_RC_OK) return rc;
         StartCaseIfNeeded(*ds);
         dioHandleState& st = ds->State();
@@ -166,10 +162,8 @@ MURV_API int MURV_CALL murvSetValueChar(int handle, double varHandle, const char
 }
 
 MURV_API int MURV_CALL murvCommitCaseRecord(int handle) {
-    return Guarded(MURV_RC_FILE_WRITE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, caseWrite, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, caseWrite, MURV_RC_FILE_WRITE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if ((rc = PrepareBuffer(*ds, false)) != MURV_RC_OK) return rc;
         // A commit with no value set writes an all-missing case.
         StartCaseIfNeeded(*ds);
@@ -180,10 +174,7 @@ MURV_API int MURV_CALL murvCommitCaseRecord(int handle) {
 }
 
 MURV_API int MURV_CALL murvWholeCaseOut(int handle, const char* caseRec) {
-    return Guarded(MURV_RC_FILE_WRITE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, caseWrite, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, caseWrite, MURV_RC_FILE_WRITE, [&](dioDataSource* ds) {
         if (!caseRec) return MURV_RC_FILE_WRITE;
         // The caller's record goes out as it is: blank padding and missing
         // values are the caller's business.
@@ -196,19 +187,14 @@ MURV_API int MURV_CALL murvWholeCaseOut(int handle, const char* caseRec) {
 // ---- reading ----
 
 MURV_API int MURV_CALL murvReadCaseRecord(int handle) {
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, readMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, readMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         return ReadNextCase(*ds);
     });
 }
 
 MURV_API int MURV_CALL murvSeekNextCase(int handle, int caseNumber) {
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, readMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, readMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if ((rc = PrepareBuffer(*ds, true)) != MURV_RC_OK) return rc;
         dioHandleState& st = ds->State();
         if (!st.caseIterator->CanSeek()) return MURV_RC_FILE_READ;
@@ -222,10 +208,8 @@ MURV_API int MURV_CALL murvSeekNextCase(int handle, int caseNumber) {
 
 MURV_API int MURV_CALL murvGetValueNumeric(int handle, double varHandle, double* value) {
     if (value) *value = 0.0;
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, readMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, readMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if ((rc = PrepareBuffer(*ds, true)) != MURV_RC_OK) return rc;
         dioHandleState& st = ds->State();
         if (st.caseState != caseCurrent) return MURV_RC_NO_CURRENT_CASE;
@@ -240,10 +224,8 @@ MURV_API int MURV_CALL murvGetValueNumeric(int handle, double varHandle, double*
 
 MURV_API int MURV_CALL murvGetValueChar(int handle, double varHandle, char* value, int valueSize) {
     if (value && valueSize > 0) value[0] = '\0';
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, readMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, readMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if ((rc = PrepareBuffer(*ds, true)) != MURV_RC_OK) return rc;
         dioHandleState& st = ds->State();
         if (st.caseState != caseCurrent) return MURV_RC_NO_CURRENT_CASE;
@@ -261,10 +243,8 @@ MURV_API int MURV_CALL murvGetValueChar(int handle, double varHandle, char* valu
 }
 
 MURV_API int MURV_CALL murvWholeCaseIn(int handle, char* caseRec) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, readMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, readMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         // Checked before reading, so that a null record does not use up a case.
         if (!caseRec) return MURV_RC_BAD_HANDLE;
         if ((rc = ReadNextCase(*ds)) != MURV_RC_OK) return rc;
@@ -279,10 +259,7 @@ MURV_API int MURV_CALL murvWholeCaseIn(int handle, char* caseRec) {
 
 MURV_API int MURV_CALL murvGetCaseSize(int handle, int* caseSize) {
     if (caseSize) *caseSize = 0;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!ds->State().committed) return MURV_RC_DICT_NOT_COMMITTED;
         if (!caseSize) return MURV_RC_BAD_HANDLE;
         *caseSize = CaseBytes(*ds);
@@ -292,10 +269,7 @@ MURV_API int MURV_CALL murvGetCaseSize(int handle, int* caseSize) {
 
 MURV_API int MURV_CALL murvGetNumberofCases(int handle, int* numofCases) {
     if (numofCases) *numofCases = -1;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
         if (!numofCases) return MURV_RC_BAD_HANDLE;
         // Counts beyond the int32 range read as unknown.
@@ -312,10 +286,7 @@ MURV_API int MURV_CALL murvGetEstimatedNofCases(int handle, int* caseCount) {
 // ---- compression and weight ----
 
 MURV_API int MURV_CALL murvSetCompression(int handle, int compSwitch) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         ds->SetCompression(compSwitch != 0);
         return MURV_RC_OK;
     });
@@ -323,10 +294,7 @@ MURV_API int MURV_CALL murvSetCompression(int handle, int compSwitch) {
 
 MURV_API int MURV_CALL murvGetCompression(int handle, int* compSwitch) {
     if (compSwitch) *compSwitch = 1;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!compSwitch) return MURV_RC_BAD_HANDLE;
         *compSwitch = ds->IsCompressed() ? 1 : 0;
         return MURV_RC_OK;
@@ -334,10 +302,7 @@ MURV_API int MURV_CALL murvGetCompression(int handle, int* compSwitch) {
 }
 
 MURV_API int MURV_CALL murvSetCaseWeightVar(int handle, const char* varName) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!varName) return MURV_RC_BAD_HANDLE;
         const int index = FindVariable(*ds, varName);
         if (index < 0) return MURV_RC_VAR_NOT_FOUND;
@@ -349,10 +314,7 @@ MURV_API int MURV_CALL murvSetCaseWeightVar(int handle, const char* varName) {
 
 MURV_API int MURV_CALL murvGetCaseWeightVar(int handle, char* varName) {
     if (varName) varName[0] = '\0';
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!varName) return MURV_RC_BAD_HANDLE;
         const int index = ds->GetWeightVarIndex();
         if (index < 0) return MURV_RC_NO_WEIGHT;

@@ -58,10 +58,7 @@ int CurrentIndex(const MURV_DataSource& ds, const MURV_TrendsInfo::Entry& entry)
 extern "C" {
 
 MURV_API int MURV_CALL murvSetDateVariables(int handle, int numofElements, const int* dateInfo) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (numofElements < kHeaderElements || !dateInfo) return MURV_RC_BAD_DATE_INFO;
         const long long n = dateInfo[2];
         if (numofElements != kHeaderElements + 3 * n && numofElements != kHeaderElements + 3 * (n + 1))

@@ -103,4 +103,16 @@ int Guarded(int failCode, F&& f) noexcept {
     }
 }
 
+// Runs f with the dataset of a handle that passes the access level; the
+// lookup's code otherwise, and failCode for any exception.
+template <class F>
+int WithHandle(int handle, int level, int failCode, F&& f) noexcept {
+    return Guarded(failCode, [&] {
+        dioDataSource* ds = nullptr;
+        const int rc = lookupHandle(handle, level, &ds);
+        if (rc != MURV_RC_OK) return rc;
+        return f(ds);
+    });
+}
+
 }  // namespace murv::api

@@ -133,10 +133,7 @@ MURV_API int MURV_CALL murvOpenWriteCopy(const char* fileName, const char* dictF
 }
 
 MURV_API int MURV_CALL murvCommitHeader(int handle) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (ds->ColumnCount() == 0) return MURV_RC_EMPTY_DICT;
         try {
             ds->CommitDictionary();

@@ -139,10 +139,7 @@ int AddAttribute(Attributes::Owner owner, const char* name, int index, const cha
 extern "C" {
 
 MURV_API int MURV_CALL murvSetIdString(int handle, const char* id) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         // The header holds 64 bytes: a longer label is cut on a character boundary.
         if (id)
             ds->SetIdString(text::Truncated(id, 64));
@@ -154,10 +151,7 @@ MURV_API int MURV_CALL murvSetIdString(int handle, const char* id) {
 
 MURV_API int MURV_CALL murvGetIdString(int handle, char* id) {
     if (id) *id = '\0';
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!id) return MURV_RC_BAD_HANDLE;
         const std::string* label = ds->GetIdString();
         if (!label) return MURV_RC_BAD_HANDLE;
@@ -168,10 +162,7 @@ MURV_API int MURV_CALL murvGetIdString(int handle, char* id) {
 
 MURV_API int MURV_CALL murvGetSystemString(int handle, char* sysName) {
     if (sysName) *sysName = '\0';
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!sysName) return MURV_RC_BAD_HANDLE;
         // The first 20 bytes are the fixed lead of every product text.
         const std::string& product = ds->Options().product;
@@ -182,10 +173,7 @@ MURV_API int MURV_CALL murvGetSystemString(int handle, char* sysName) {
 
 MURV_API int MURV_CALL murvGetReleaseInfo(int handle, int* relInfo) {
     if (relInfo) relInfo[0] = relInfo[1] = relInfo[2] = 0;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!relInfo) return MURV_RC_BAD_HANDLE;
         const bool seen = ds->GetReleaseInfo(relInfo);
         if (!seen && ds->State().openMode != dioWriteMode) return MURV_RC_NO_RELEASE_INFO;
@@ -196,10 +184,8 @@ MURV_API int MURV_CALL murvGetReleaseInfo(int handle, int* relInfo) {
 MURV_API int MURV_CALL murvGetTimeStamp(int handle, char* fileDate, char* fileTime) {
     if (fileDate) *fileDate = '\0';
     if (fileTime) *fileTime = '\0';
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if (!fileDate || !fileTime) return MURV_RC_BAD_HANDLE;
         const double t = ds->GetTimeStamp();
         int day = 0, month = 0, year = 0, d = 0, hour = 0, minute = 0;
@@ -234,10 +220,7 @@ MURV_API int MURV_CALL murvCopyDocuments(int fromHandle, int toHandle) {
 
 MURV_API int MURV_CALL murvQueryType7(int handle, int subType, int* bFound) {
     if (bFound) *bFound = 0;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
         if (subType < 0 || subType > 32) return MURV_RC_BAD_EXTENSION;
         if (!bFound) return MURV_RC_BAD_HANDLE;
@@ -248,10 +231,7 @@ MURV_API int MURV_CALL murvQueryType7(int handle, int subType, int* bFound) {
 
 MURV_API int MURV_CALL murvSetExtensionData(int handle, int subType, int unitSize, int nElements, const void* data) {
     if (!SubtypeOpenToCallers(subType)) return MURV_RC_BAD_SUBTYPE;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         return StoreExtensionData(*ds, subType, unitSize, nElements, data);
     });
 }
@@ -260,10 +240,7 @@ MURV_API int MURV_CALL murvGetExtensionDataDesc(int handle, int subType, int* un
     if (unitSize) *unitSize = 0;
     if (nElements) *nElements = 0;
     if (!SubtypeOpenToCallers(subType)) return MURV_RC_BAD_SUBTYPE;
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
         if (!unitSize || !nElements) return MURV_RC_FILE_READ;
         if (ds->HasExtension(subType)) {
@@ -278,10 +255,8 @@ MURV_API int MURV_CALL murvGetExtensionDataDesc(int handle, int subType, int* un
 MURV_API int MURV_CALL murvGetExtensionData(int handle, int subType, int bufferSize, int* nElements, void* buffer) {
     if (nElements) *nElements = 0;
     if (!SubtypeOpenToCallers(subType)) return MURV_RC_BAD_SUBTYPE;
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         if (!nElements) return MURV_RC_FILE_READ;
         rc = ReadExtensionChunk(*ds, subType, bufferSize, nElements, buffer);
         if (rc == MURV_RC_OK && ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
@@ -290,10 +265,7 @@ MURV_API int MURV_CALL murvGetExtensionData(int handle, int subType, int bufferS
 }
 
 MURV_API int MURV_CALL murvSetTextInfo(int handle, const char* textInfo) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         const std::size_t len = textInfo ? std::strlen(textInfo) : 0;
         if (len > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return MURV_RC_BAD_EXTENSION;
         return StoreExtensionData(*ds, 10, 1, static_cast<int>(len), textInfo);
@@ -302,10 +274,7 @@ MURV_API int MURV_CALL murvSetTextInfo(int handle, const char* textInfo) {
 
 MURV_API int MURV_CALL murvGetTextInfo(int handle, char* textInfo) {
     if (textInfo) *textInfo = '\0';
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
         if (!textInfo) return MURV_RC_FILE_READ;
         if (!ds->HasExtension(10)) return MURV_RC_OK;
@@ -325,10 +294,7 @@ MURV_API int MURV_CALL murvGetFileAttributes(int handle, char*** attribNames, ch
     if (attribNames) *attribNames = nullptr;
     if (attribText) *attribText = nullptr;
     if (nAttributes) *nAttributes = 0;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!attribNames || !attribText || !nAttributes) return MURV_RC_BAD_HANDLE;
         return AttributesOut(ds->GetFileAttributes(), attribNames, attribText, nAttributes);
     });
@@ -339,10 +305,7 @@ MURV_API int MURV_CALL murvGetVarAttributes(int handle, const char* varName, cha
     if (attribNames) *attribNames = nullptr;
     if (attribText) *attribText = nullptr;
     if (nAttributes) *nAttributes = 0;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         const int index = FindVariable(*ds, varName);
         if (index < 0) return MURV_RC_VAR_NOT_FOUND;
         if (!attribNames || !attribText || !nAttributes) return MURV_RC_BAD_HANDLE;
@@ -352,10 +315,8 @@ MURV_API int MURV_CALL murvGetVarAttributes(int handle, const char* varName, cha
 
 MURV_API int MURV_CALL murvSetFileAttributes(int handle, const char** attribNames, const char** attribText,
                                              int nAttributes) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         Attributes built;
         rc = AttributesIn(Attributes::Owner::File, attribNames, attribText, nAttributes, &built);
         if (rc == MURV_RC_OK) ds->SetFileAttributes(built);
@@ -365,10 +326,8 @@ MURV_API int MURV_CALL murvSetFileAttributes(int handle, const char** attribName
 
 MURV_API int MURV_CALL murvSetVarAttributes(int handle, const char* varName, const char** attribNames,
                                             const char** attribText, int nAttributes) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         const int index = FindVariable(*ds, varName);
         if (index < 0) return MURV_RC_VAR_NOT_FOUND;
         Attributes built;
@@ -379,10 +338,8 @@ MURV_API int MURV_CALL murvSetVarAttributes(int handle, const char* varName, con
 }
 
 MURV_API int MURV_CALL murvAddFileAttribute(int handle, const char* attribName, int attribSub, const char* attribText) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         Attributes attrs = ds->GetFileAttributes();
         rc = AddAttribute(Attributes::Owner::File, attribName, attribSub, attribText, &attrs);
         if (rc == MURV_RC_OK) ds->SetFileAttributes(attrs);
@@ -392,10 +349,8 @@ MURV_API int MURV_CALL murvAddFileAttribute(int handle, const char* attribName, 
 
 MURV_API int MURV_CALL murvAddVarAttribute(int handle, const char* varName, const char* attribName, int attribSub,
                                            const char* attribText) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
+        int rc = MURV_RC_OK;
         const int index = FindVariable(*ds, varName);
         if (index < 0) return MURV_RC_VAR_NOT_FOUND;
         Attributes attrs = ds->GetVariable(index).GetAttributes();

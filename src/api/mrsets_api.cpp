@@ -144,20 +144,14 @@ void FillDef(murvMultRespDef& def, const char* name, const char* label, int isDi
 // The raw texts of the set records, as the two set families hand them in
 // and out.
 int SetSetsText(int handle, int subtype, const char* text) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         return StoreText(*ds, subtype, text);
     });
 }
 
 int GetSetsText(int handle, int subtype, int absentCode, char** text) {
     if (text) *text = nullptr;
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
         if (!text) return MURV_RC_FILE_READ;
         return CopyText(*ds, subtype, absentCode, text);
@@ -189,10 +183,7 @@ MURV_API int MURV_CALL murvFreeMultRespDefs(char* mrespDefs) { return FreeText(m
 
 MURV_API int MURV_CALL murvGetMultRespCount(int handle, int* nSets) {
     if (nSets) *nSets = 0;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!nSets) return MURV_RC_BAD_HANDLE;
         const std::size_t n = ReadVariableSets(*ds, MURV_SetListType::eMultipleResponseSets).size();
         *nSets = static_cast<int>(std::min<std::size_t>(n, std::numeric_limits<int>::max()));
@@ -258,10 +249,7 @@ MURV_API int MURV_CALL murvFreeMultRespDefStruct(murvMultRespDef* pSet) {
 }
 
 MURV_API int MURV_CALL murvAddMultRespDefExt(int handle, const murvMultRespDef* pSet) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!pSet) return MURV_RC_BAD_HANDLE;
         return AddSet(*ds, *pSet);
     });
@@ -269,10 +257,7 @@ MURV_API int MURV_CALL murvAddMultRespDefExt(int handle, const murvMultRespDef* 
 
 MURV_API int MURV_CALL murvAddMultRespDefC(int handle, const char* mrSetName, const char* mrSetLabel, int isDichotomy,
                                            const char* countedValue, const char** varNames, int numVars) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!mrSetName) return MURV_RC_BAD_HANDLE;
         murvMultRespDef def{};
         FillDef(def, mrSetName, mrSetLabel, isDichotomy, varNames, numVars);
@@ -284,10 +269,7 @@ MURV_API int MURV_CALL murvAddMultRespDefC(int handle, const char* mrSetName, co
 
 MURV_API int MURV_CALL murvAddMultRespDefN(int handle, const char* mrSetName, const char* mrSetLabel, int isDichotomy,
                                            int countedValue, const char** varNames, int numVars) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!mrSetName) return MURV_RC_BAD_HANDLE;
         murvMultRespDef def{};
         FillDef(def, mrSetName, mrSetLabel, isDichotomy, varNames, numVars);

@@ -34,10 +34,7 @@ std::string ShortNameOf(dioDataSource& ds, const std::string& fullName) {
 
 extern "C" MURV_API int MURV_CALL murvGetVarCompatName(int handle, const char* longName, char* shortName) {
     if (shortName) *shortName = '\0';
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!ds->State().committed) return MURV_RC_DICT_NOT_COMMITTED;
         const int index = FindVariable(*ds, longName);
         if (index < 0) return MURV_RC_VAR_NOT_FOUND;

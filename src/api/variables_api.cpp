@@ -92,10 +92,7 @@ enum class FormatKind { print, write };
 int SetFormat(FormatKind kind, int handle, const char* varName, int type, int decimals, int width) {
     const bool isPrint = kind == FormatKind::print;
     const int badFormat = isPrint ? MURV_RC_BAD_PRINT_FORMAT : MURV_RC_BAD_WRITE_FORMAT;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!IsKnownFormatType(type)) return badFormat;
         MURV_Variable* var = FindNamed(*ds, varName);
         if (!var) return MURV_RC_VAR_NOT_FOUND;
@@ -136,10 +133,7 @@ extern "C" {
 // ---- names, handles and types ----
 
 MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varType) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         const bool exists = FindNamed(*ds, varName) != nullptr;
         // Only ordinary names: scratch ("#") and system ("$") names are not
         // names of variables in a file.
@@ -187,10 +181,7 @@ MURV_API int MURV_CALL murvGetVarInfo(int handle, int iVar, char* varName, int* 
     if (varName) varName[0] = '\0';
     if (varType) *varType = 0;
     if (!varName || !varType) return MURV_RC_BAD_HANDLE;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (iVar < 0 || static_cast<std::size_t>(iVar) >= ds->ColumnCount()) return MURV_RC_VAR_NOT_FOUND;
         const MURV_Variable& var = ds->GetVariable(iVar);
         CopyOut(varName, kNameBuffer, var.GetName());
@@ -202,10 +193,7 @@ MURV_API int MURV_CALL murvGetVarInfo(int handle, int iVar, char* varName, int* 
 MURV_API int MURV_CALL murvGetNumberofVariables(int handle, int* numVars) {
     if (numVars) *numVars = 0;
     if (!numVars) return MURV_RC_BAD_HANDLE;
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, 0, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, 0, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         const std::size_t count = ds->ColumnCount();
         // A count the output cannot hold leaves it at 0.
         if (count < static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))

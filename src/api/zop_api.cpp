@@ -50,10 +50,7 @@ int ReadBlockPiece(dioDataSource& ds, void* buffer, int bufferSize, int* nDelive
 extern "C" {
 
 MURV_API int MURV_CALL murvSetZOPGUID(int handle, const char* zopGUID) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         const std::size_t len = zopGUID ? std::strlen(zopGUID) : 0;
         if (len > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return MURV_RC_BAD_EXTENSION;
         return StoreExtensionData(*ds, kIdentifierSubtype, 1, static_cast<int>(len), zopGUID);
@@ -62,10 +59,7 @@ MURV_API int MURV_CALL murvSetZOPGUID(int handle, const char* zopGUID) {
 
 MURV_API int MURV_CALL murvGetZOPGUID(int handle, char* zopGUID) {
     if (zopGUID) *zopGUID = '\0';
-    return Guarded(MURV_RC_FILE_READ, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
         if (!zopGUID) return MURV_RC_FILE_READ;
         // Every call returns the start of the identifier, whatever a chunked
@@ -105,20 +99,14 @@ MURV_API int MURV_CALL murvGetZOPInfo(int handle, int* nBytes, int* nSegments) {
 }
 
 MURV_API int MURV_CALL murvSetZOPFirst(int handle, const void* data, int nBytes) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, anyMode, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         // A negative count is refused with 73, as for any raw record.
         return StoreExtensionData(*ds, kBlockSubtype, 1, nBytes, data);
     });
 }
 
 MURV_API int MURV_CALL murvSetZOPNext(int handle, const void* data, int nBytes) {
-    return Guarded(MURV_RC_BAD_HANDLE, [&] {
-        dioDataSource* ds = nullptr;
-        const int rc = lookupHandle(handle, dictionaryOpen, &ds);
-        if (rc != MURV_RC_OK) return rc;
+    return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         // The interface has no code of its own for a piece that has no first
         // piece to follow, for a negative count, or for missing data: they are
         // bad requests about an extension record, and take its code (73).

@@ -1,5 +1,6 @@
 #include "api/handles.h"
 
+#include <atomic>
 #include <cstring>
 
 #include "text/mbtext.h"
@@ -10,9 +11,12 @@ namespace murv::api {
 namespace {
 
 // The file table: 100 slots, empty at load, never released (files left open
-// at unload are neither finished nor closed).
-std::array<std::unique_ptr<dioDataSource>, kTableSize>& Table() {
-    static auto* table = new std::array<std::unique_ptr<dioDataSource>, kTableSize>();
+// at unload are neither finished nor closed). Slots are taken and given back
+// atomically, so that threads opening and closing different files never
+// race; a lookup is one load.
+using Slot = std::atomic<dioDataSource*>;
+std::array<Slot, kTableSize>& Table() {
+    static auto* table = new std::array<Slot, kTableSize>();
     return *table;
 }
 
@@ -56,8 +60,9 @@ int allocateHandle(int openMode, const char* fileName, int* handle) {
     if (!ds) return MURV_RC_FILE_OPEN;
     auto& table = Table();
     for (int i = 0; i < kTableSize; ++i) {
-        if (!table[static_cast<std::size_t>(i)]) {
-            table[static_cast<std::size_t>(i)] = std::move(ds);
+        dioDataSource* expected = nullptr;
+        if (table[static_cast<std::size_t>(i)].compare_exchange_strong(expected, ds.get(), std::memory_order_acq_rel)) {
+            ds.release();
             if (handle) *handle = i;
             return MURV_RC_OK;
         }
@@ -69,7 +74,8 @@ int releaseHandle(int handle) {
     dioDataSource* ds = nullptr;
     const int rc = lookupHandle(handle, anyMode, &ds);
     if (rc != MURV_RC_OK) return rc;
-    std::unique_ptr<dioDataSource> owned = std::move(Table()[static_cast<std::size_t>(handle)]);
+    std::unique_ptr<dioDataSource> owned(Table()[static_cast<std::size_t>(handle)].exchange(nullptr, std::memory_order_acq_rel));
+    if (!owned) return MURV_RC_BAD_HANDLE;  // closed by another thread meanwhile
     try {
         owned->Close();
     } catch (...) {
@@ -81,7 +87,7 @@ int releaseHandle(int handle) {
 int lookupHandle(int handle, int level, dioDataSource** dataSource) {
     if (dataSource) *dataSource = nullptr;
     if (handle < 0 || handle >= kTableSize) return MURV_RC_BAD_HANDLE;
-    dioDataSource* ds = Table()[static_cast<std::size_t>(handle)].get();
+    dioDataSource* ds = Table()[static_cast<std::size_t>(handle)].load(std::memory_order_acquire);
     if (!ds) return MURV_RC_BAD_HANDLE;
     if (dataSource) *dataSource = ds;
     const dioHandleState& st = ds->State();

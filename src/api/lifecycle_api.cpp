@@ -86,12 +86,10 @@ MURV_API int MURV_CALL murvOpenWriteCopy(const char* fileName, const char* dictF
     if (!handle) return MURV_RC_FILE_READ;
     *handle = -1;
     int oldHandle = -1, newHandle = -1;
-    auto removeNew = [&] {
-        if (newHandle >= 0) {
-            Abandon(newHandle);
-            port::RemoveFile(fileName);
-        }
-    };
+    // The new handle has written nothing yet (its file appears only when
+    // its header is committed), so closing it leaves no file behind; a file
+    // that already stood under the new name is never touched.
+    auto removeNew = [&] { Abandon(newHandle); };
     try {
         if (!port::ProbeReadable(dictFileName)) return MURV_RC_FILE_OPEN;
         int rc = allocateHandle(dioReadMode, dictFileName, &oldHandle);

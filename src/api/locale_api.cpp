@@ -2,14 +2,16 @@
 #include <clocale>
 
 #include "murvio.h"
+#include "port/locale.h"
 
 namespace {
 
-// When the library is loaded the runtime locale becomes the user's default,
-// so that names and labels are cut and compared in the user's character set
-// until the client chooses another locale.
+// When the library is loaded, the character classes and collation become
+// the user's default, so that names and labels are cut and compared in the
+// user's character set until the client chooses another locale. Number and
+// time formatting stay the host program's.
 struct LibraryStart {
-    LibraryStart() { std::setlocale(LC_ALL, ""); }
+    LibraryStart() { murv::port::UseUserCharacterLocale(); }
 };
 const LibraryStart gLibraryStart;
 

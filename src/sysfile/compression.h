@@ -54,6 +54,11 @@ public:
     void WriteCase(const unsigned char* cells);
     // Completes and writes a partly filled block, then flushes the stream.
     void Flush();
+    // Forgets whatever has not been written yet: nothing more goes out.
+    void Abandon() {
+        out_.clear();
+        dirty_ = false;
+    }
     // Reads the target case into cells; returns cellsPerCase, or 0 at the end
     // of the data. A non-null swap holds one byte per cell: a set byte
     // reverses that cell when it was stored raw (a byte-reversed file).

@@ -39,6 +39,7 @@ ParsedMode ParseMode(const char* mode) {
         f.write = f.create = f.append = true;
     }
     // "t" (text translation) has no meaning on this platform: bytes pass as they are.
+    f.exclusive = Has(mode, 'x');  // with creation: the file must not exist yet
     f.randomAccess = Has(mode, 'R');
     f.shortLived = Has(mode, 'T');
     m.deleteOnClose = Has(mode, 'D');
@@ -69,7 +70,11 @@ MURV_FileStream::MURV_FileStream(MURV_FileStream& other) : MURV_FileStream() {
         good_ = false;
         ErrorText::Throw(kDataSourceMessages, kErrStreamOpen, Name(), port::LastErrorText());
     }
-    port::SeekFile(fd_, 0, SEEK_SET);
+    if (port::SeekFile(fd_, 0, SEEK_SET) != 0) {
+        port::CloseFile(fd_);
+        fd_ = -1;
+        Fail(kErrStreamOpen);
+    }
 }
 
 MURV_FileStream::~MURV_FileStream() {
@@ -91,10 +96,7 @@ void MURV_FileStream::Fail(long number) {
 }
 
 bool MURV_FileStream::Open(const char* name, const char* mode) {
-    if (fd_ >= 0) {
-        port::CloseFile(fd_);
-        fd_ = -1;
-    }
+    Discard();
     name_ = std::make_shared<const std::string>(name ? name : "");
     const ParsedMode m = ParseMode(mode);
     deleteOnClose_ = m.deleteOnClose;
@@ -137,6 +139,44 @@ bool MURV_FileStream::Flush() {
     if (fd_ < 0) return false;
     FlushBuffer();
     return true;
+}
+
+void MURV_FileStream::Sync() {
+    if (fd_ < 0) return;
+    FlushBuffer();
+    if (!port::SyncFile(fd_)) Fail(kErrStreamWrite);
+}
+
+void MURV_FileStream::Truncate(std::int64_t size) {
+    if (fd_ < 0) return;
+    FlushBuffer();
+    if (!port::TruncateFile(fd_, size)) Fail(kErrStreamWrite);
+}
+
+void MURV_FileStream::Close() {
+    if (fd_ < 0) return;
+    bool flushed = true;
+    try {
+        if (writeBuffer_) FlushBuffer();
+    } catch (...) {
+        flushed = false;
+    }
+    const bool wrote = writeBuffer_;
+    const bool closed = port::CloseFile(fd_);
+    fd_ = -1;
+    fill_ = 0;
+    origin_ = -1;
+    writeBuffer_ = false;
+    if (!flushed || (wrote && !closed)) Fail(kErrStreamWrite);
+}
+
+void MURV_FileStream::Discard() {
+    if (fd_ < 0) return;
+    port::CloseFile(fd_);
+    fd_ = -1;
+    fill_ = 0;
+    origin_ = -1;
+    writeBuffer_ = false;
 }
 
 unsigned MURV_FileStream::Read(void* dst, unsigned len) {

@@ -51,11 +51,22 @@ public:
     std::int64_t Tell() const override { return position_; }
     bool AtEof() const override { return eof_; }
 
-    // Mode letters: r w a + (access), t (text; no effect here), R (random
-    // access hint), T (short-lived hint), D (delete on close). Closes an open
-    // file first, without flushing it.
+    // Mode letters: r w a + (access), x (with w: the file must not exist
+    // yet), t (text; no effect here), R (random access hint), T (short-lived
+    // hint), D (delete on close). Closes an open file first, without flushing
+    // it.
     virtual bool Open(const char* name, const char* mode);
     virtual bool Flush();
+    // Writes the buffer out and makes the file's data durable; throws 1002.
+    void Sync();
+    // Writes the buffer out and cuts the file to size bytes; throws 1002.
+    void Truncate(std::int64_t size);
+    // Writes the buffer out and closes the file; throws 1002 when data
+    // written through the stream may not have reached the file (the file is
+    // closed all the same).
+    void Close();
+    // Closes the file, dropping whatever the buffer holds.
+    void Discard();
 
     const char* Name() const { return name_ ? name_->c_str() : ""; }
     bool IsOpen() const { return fd_ >= 0; }

@@ -1,5 +1,6 @@
 #include "sysfile/saveds.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -290,7 +291,7 @@ void SystemFileDataSource::SaveDS::WriteCase(const void* cells) {
     ++casesWritten_;
 }
 
-void SystemFileDataSource::SaveDS::PrepareAppend(std::int64_t caseCountRecordPos, std::int64_t existingCases) {
+std::int64_t SystemFileDataSource::SaveDS::PrepareAppend(std::int64_t caseCountRecordPos, std::int64_t existingCases) {
     caseCountRecordPos_ = caseCountRecordPos;
     baseCaseCount_ = existingCases;
     // Prepares what writing cases needs from the handlers (the split of very
@@ -298,7 +299,13 @@ void SystemFileDataSource::SaveDS::PrepareAppend(std::int64_t caseCountRecordPos
     // name pairs read from it) stays as it was.
     SystemFileInfo scratch = info_;
     (void)CollectExtensionRecords(*this, scratch);
-    if (compressed_) compressed_->PrepareAppend(static_cast<std::uint64_t>(existingCases), &stream_);
+    if (compressed_) {
+        compressed_->PrepareAppend(static_cast<std::uint64_t>(existingCases), &stream_);
+        // New cases follow the last whole case even when the data ends
+        // before the count the header gives.
+        baseCaseCount_ = std::min<std::int64_t>(existingCases, static_cast<std::int64_t>(compressed_->CurrentCase()));
+    }
+    return baseCaseCount_;
 }
 
 void SystemFileDataSource::SaveDS::FlushStaging() {
@@ -312,6 +319,7 @@ void SystemFileDataSource::SaveDS::FlushStaging() {
 void SystemFileDataSource::SaveDS::Abandon() {
     staging_.clear();
     finished_ = true;
+    if (compressed_) compressed_->Abandon();
     compressed_.reset();
 }
 
@@ -324,6 +332,7 @@ std::int64_t SystemFileDataSource::SaveDS::Finish() {
         compressed_.reset();
     }
     stream_.Flush();
+    dataEnd_ = stream_.Tell();
     const std::int64_t total =
         baseCaseCount_ < 0 ? -1 : baseCaseCount_ + static_cast<std::int64_t>(casesWritten_);
     if (total == info_._nCases && total <= kMaxHeaderCount) return total;

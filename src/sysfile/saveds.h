@@ -26,8 +26,9 @@ public:
     std::int64_t WriteDictionary();
     void WriteCase(const void* cells);
     void CreateCompressed(SparseFileIndex& index, std::int64_t row0pos);
-    // Continues an existing file holding existingCases cases.
-    void PrepareAppend(std::int64_t caseCountRecordPos, std::int64_t existingCases);
+    // Continues an existing file holding existingCases cases; returns the
+    // cases that new ones follow (fewer when the data ends before).
+    std::int64_t PrepareAppend(std::int64_t caseCountRecordPos, std::int64_t existingCases);
     // Completes the file: last block, header and 64-bit case counts. Returns
     // the total number of cases (-1 when unknown).
     std::int64_t Finish();
@@ -36,6 +37,8 @@ public:
     void Abandon();
 
     std::uint64_t CasesWritten() const { return casesWritten_; }
+    // Where the case data ended when Finish had written the last case.
+    std::int64_t DataEnd() const { return dataEnd_; }
 
     // Replaces every very long string of list ((index, width) in dictionary
     // order) by its segments, and prepares the movers that cut each case's
@@ -54,6 +57,7 @@ private:
     MURV_FileStream& stream_;
     std::unique_ptr<CompressedSystemFile> compressed_;
     bool finished_ = false;
+    std::int64_t dataEnd_ = -1;
 
     // Copies one run of a case given in the dictionary's layout into the
     // file's layout: width 0 copies cells as they are, a width cuts a very

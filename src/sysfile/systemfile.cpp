@@ -140,7 +140,7 @@ SystemFileDataSource::SystemFileDataSource(std::string fileName) : m_data(std::m
 }
 
 SystemFileDataSource::~SystemFileDataSource() {
-    if (m_data && m_data->state == kWriting) {
+    if (m_data && (m_data->state == kWriting || m_data->state == kFailed)) {
         try {
             FinishWriting();
         } catch (...) {
@@ -379,33 +379,65 @@ bool SystemFileDataSource::GetReleaseInfo(int release[3]) const {
 void SystemFileDataSource::CommitDictionary() {
     Data& d = *m_data;
     if (d.state != kDefining) ErrorText::Throw(kDataSourceMessages, kErrBadState);
-    d.writer = std::make_unique<SaveDS>(*this, d.m_options, d.stream);
-    if (!d.stream.Open(d.fileName.c_str(), "wb")) {
-        d.writer.reset();
-        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+    // A new file appears under its name at once. An existing one is never
+    // overwritten: its replacement is written beside it and moved over it
+    // when it is complete.
+    d.writeName = d.fileName;
+    d.replacing = false;
+    if (!d.stream.Open(d.fileName.c_str(), "wbx")) {
+        if (!port::LastErrorWasExists())
+            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+        d.writeName = port::CreateFileBeside(d.fileName.c_str());
+        if (d.writeName.empty())
+            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+        d.replacing = true;
+        d.created = true;
+        if (!d.stream.Open(d.writeName.c_str(), "wb")) {
+            const std::string reason = port::LastErrorText();
+            DiscardWriting();
+            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, reason);
+        }
     }
+    d.created = true;
     try {
+        d.writer = std::make_unique<SaveDS>(*this, d.m_options, d.stream);
         d.caseCountRecordPos = d.writer->WriteDictionary();
+        // The writer's case (very long strings split into segments) is the file's.
+        d.m_options.nominalCaseSize = static_cast<std::int32_t>(d.writer->CaseSize());
+        d.row0pos = d.stream.Tell();
+        if (d.m_options.compressed) d.writer->CreateCompressed(d.index, d.row0pos);
     } catch (...) {
         // A dictionary that cannot be written leaves no half-written file.
-        d.writer->Abandon();
-        d.writer.reset();
-        d.stream.Open("", "rb");  // closes the file without writing out the buffer
-        port::RemoveFile(d.fileName.c_str());
+        DiscardWriting();
+        d.state = kDefining;
         throw;
     }
-    // The writer's case (very long strings split into segments) is the file's.
-    d.m_options.nominalCaseSize = static_cast<std::int32_t>(d.writer->CaseSize());
-    d.row0pos = d.stream.Tell();
-    if (d.m_options.compressed) d.writer->CreateCompressed(d.index, d.row0pos);
     d.state = kWriting;
 }
 
 void SystemFileDataSource::StartAppend() {
     Data& d = *m_data;
+    d.writeName = d.fileName;
+    d.replacing = false;
+    d.created = false;
+    // From here on a failure puts the file back as it was.
+    d.appending = true;
+    d.appendStart = -1;
     d.writer = std::make_unique<SaveDS>(*this, d.m_options, d.stream);
     std::int64_t existing = d.m_options._nCases;
     const std::int64_t caseBytes = static_cast<std::int64_t>(d.m_options.nominalCaseSize) * 8;
+    d.stream.Flush();
+    d.stream.Seek(0, 2);
+    const std::int64_t fileSize = d.stream.Tell();
+    // The case counts as they stand, to be put back if the append fails.
+    auto keep = [&](std::int64_t at, std::size_t n) {
+        std::vector<unsigned char> bytes(n);
+        d.stream.Seek(at, 0);
+        if (d.stream.Read(bytes.data(), static_cast<unsigned>(n)) != n) bytes.clear();
+        return bytes;
+    };
+    d.headerCount = keep(kOffCaseCount, 4);
+    d.recordCount = d.caseCountRecordPos > 0 ? keep(d.caseCountRecordPos + 8, 8) : std::vector<unsigned char>();
     if (d.m_options.compressed) {
         d.writer->CreateCompressed(d.index, d.row0pos);
         if (existing < 0) {
@@ -416,56 +448,134 @@ void SystemFileDataSource::StartAppend() {
             existing = static_cast<std::int64_t>(counter.CurrentCase());
         }
     } else {
-        d.stream.Flush();
-        if (existing < 0 && caseBytes > 0) {
-            d.stream.Seek(0, 2);
-            existing = (d.stream.Tell() - d.row0pos) / caseBytes;
-        }
+        // New cases go right behind the last whole case: stray bytes after
+        // it are overwritten, and a count beyond the data is not believed.
+        const std::int64_t whole = caseBytes > 0 ? std::max<std::int64_t>(0, fileSize - d.row0pos) / caseBytes : 0;
+        if (existing < 0 || existing > whole) existing = whole;
         const std::string name = d.fileName;
-        if (!d.stream.Open(name.c_str(), "ab"))
+        if (!d.stream.Open(name.c_str(), "r+b"))
             ErrorText::Throw(kDataSourceMessages, kErrFileOpen, name, port::LastErrorText());
-        // Cases go right behind the last whole case.
         d.stream.Seek(d.row0pos + existing * caseBytes, 0);
     }
-    d.m_options._nCases = existing;
+    // The header's count stays what the file says until the writer finishes
+    // and corrects it.
     d.writer->PrepareAppend(d.caseCountRecordPos, existing);
+    // The bytes that the first new case overwrites: a compressed file's last
+    // block is continued where it ends.
+    d.appendStart = d.stream.Tell();
+    constexpr std::int64_t kKeepAtMost = 64 * 1024;
+    d.overwritten = keep(d.appendStart, static_cast<std::size_t>(
+                                            std::clamp<std::int64_t>(fileSize - d.appendStart, 0, kKeepAtMost)));
+    d.stream.Seek(d.appendStart, 0);
     d.state = kWriting;
 }
 
 void SystemFileDataSource::WriteCase(const void* cells) {
     Data& d = *m_data;
     if (d.iterators > 0) ErrorText::Throw(kDataSourceMessages, kErrBadState);
+    // After a failed write the file cannot be trusted: nothing more goes in.
+    if (d.state == kFailed) ErrorText::Throw(kDataSourceMessages, kErrCaseWrite, d.fileName);
     try {
         if (d.state == kReading) StartAppend();
         if (d.state == kDefining) CommitDictionary();
         d.writer->WriteCase(cells);
     } catch (const SystemFileException& e) {
+        if (d.state == kWriting || d.appending) d.state = kFailed;
         ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+    } catch (...) {
+        // A failed commit has removed its file already (state 0).
+        if (d.state == kWriting || d.appending) d.state = kFailed;
+        throw;
     }
 }
 
 void SystemFileDataSource::FinishWriting() {
     Data& d = *m_data;
+    if (d.state == kFailed) {
+        DiscardWriting();
+        d.state = kReading;
+        ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, d.fileName, "an earlier write failed");
+    }
     if (d.state != kWriting) return;
     try {
-        std::unique_ptr<SaveDS> writer = std::move(d.writer);
-        writer->Finish();
+        d.writer->Finish();
+        CompleteFile();
     } catch (const SystemFileException& e) {
+        DiscardWriting();
         d.state = kReading;
         ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+    } catch (...) {
+        DiscardWriting();
+        d.state = kReading;
+        throw;
     }
-    d.stream.Flush();
+    d.writer.reset();
+    d.appending = false;
+    d.overwritten.clear();
     d.state = kReading;
+}
+
+void SystemFileDataSource::CompleteFile() {
+    Data& d = *m_data;
+    if (d.appending && d.writer->DataEnd() >= 0) d.stream.Truncate(d.writer->DataEnd());
+    // A replacement must be whole on disk before it takes the old file's place.
+    if (d.replacing) d.stream.Sync();
+    d.stream.Close();
+    if (d.replacing) {
+        if (!port::ReplaceFile(d.writeName.c_str(), d.fileName.c_str()))
+            ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, d.fileName, port::LastErrorText());
+        d.replacing = false;
+    }
+    d.created = false;
+}
+
+void SystemFileDataSource::DiscardWriting() noexcept {
+    Data& d = *m_data;
+    if (d.writer) d.writer->Abandon();
+    d.writer.reset();
+    d.stream.Discard();
+    d.replacing = false;
+    if (d.created) {
+        // Only what this dataset created is removed: a new file, or the
+        // replacement that never took the old file's place.
+        port::RemoveFile(d.writeName.c_str());
+        d.created = false;
+        return;
+    }
+    if (!d.appending) return;
+    // The old cases stay as they were: the bytes behind them and the case
+    // counts are put back. Best effort: a failure here cannot be reported
+    // beyond the failure already being reported.
+    try {
+        if (d.stream.Open(d.fileName.c_str(), "r+b")) {
+            if (d.appendStart >= 0) {
+                d.stream.Truncate(d.appendStart);
+                d.stream.Seek(d.appendStart, 0);
+                if (!d.overwritten.empty()) d.stream.Write(d.overwritten.data(), static_cast<unsigned>(d.overwritten.size()));
+            }
+            if (d.headerCount.size() == 4) {
+                d.stream.Seek(kOffCaseCount, 0);
+                d.stream.Write(d.headerCount.data(), 4);
+            }
+            if (d.recordCount.size() == 8) {
+                d.stream.Seek(d.caseCountRecordPos + 8, 0);
+                d.stream.Write(d.recordCount.data(), 8);
+            }
+            d.stream.Close();
+        }
+    } catch (...) {
+        d.stream.Discard();
+    }
+    d.appending = false;
+    d.overwritten.clear();
 }
 
 void SystemFileDataSource::EndWriting() {
     Data& d = *m_data;
-    if (d.state == kWriting) FinishWriting();
-    if (d.state == kDefining) return;
-    d.stream.Flush();
+    if (d.state == kWriting || d.state == kFailed) FinishWriting();
+    if (d.state != kReading || d.stream.IsOpen()) return;
     if (!d.stream.Open(d.fileName.c_str(), "rb"))
         ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
-    d.state = kReading;
 }
 
 // ---------------------------------------------------------------------------
@@ -571,7 +681,7 @@ private:
 };
 
 std::unique_ptr<MURV_InputCaseIterator> SystemFileDataSource::NewInputCaseIterator(void* caseBuffer) {
-    if (m_data->state != kReading) EndWriting();
+    if (m_data->state != kReading || !m_data->stream.IsOpen()) EndWriting();
     if (m_data->state != kReading) return nullptr;  // nothing on disk yet
     return std::make_unique<Iterator>(*this, caseBuffer);
 }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "model/datasource.h"
 #include "sysfile/fileinfo.h"
@@ -23,7 +24,9 @@ public:
     class SaveDS;
     class Iterator;
 
-    enum State : int { kDefining = 0, kWriting = 1, kReading = 2 };
+    // kFailed: writing failed; the close reports it and removes what was
+    // written (or, for an append, puts the file back as it was).
+    enum State : int { kDefining = 0, kWriting = 1, kReading = 2, kFailed = 3 };
 
     struct CreateTag {};
     // A new file to be written at fileName; nothing is created until the
@@ -77,6 +80,22 @@ protected:
         std::int64_t row0pos = 0;
         std::int64_t caseCountRecordPos = 0;
         int iterators = 0;
+        // Where the bytes go while writing: the file itself, or, when it
+        // existed before, a new file beside it that replaces it at the end.
+        std::string writeName;
+        bool replacing = false;
+        // writeName was made by this dataset: giving up removes it.
+        bool created = false;
+        // A case write failed: nothing more is written, and finishing
+        // reports the failure.
+        bool failed = false;
+        // Appending: what the first new case overwrites, and the case counts
+        // of the header, so that a failed append can put the file back.
+        bool appending = false;
+        std::int64_t appendStart = -1;
+        std::vector<unsigned char> overwritten;
+        std::vector<unsigned char> headerCount;
+        std::vector<unsigned char> recordCount;
     };
 
 private:
@@ -84,6 +103,12 @@ private:
     void StartAppend();
     // Ends writing (state 1 -> 2) and reopens the stream for reading.
     void EndWriting();
+    // Completes the file on disk: the replacement moves into place, an
+    // appended file loses whatever stray bytes followed its data.
+    void CompleteFile();
+    // Gives up writing: removes a new file or a replacement, or puts an
+    // appended file back as it was. Never throws.
+    void DiscardWriting() noexcept;
 
     std::unique_ptr<Data> m_data;
 };

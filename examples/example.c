@@ -111,6 +111,13 @@ static int print_file(const char* path) {
         fprintf(stderr, "reading stopped with code %d\n", rc);
         goto fail;
     }
+    /* A file may end before the count its header states (a copy cut short)
+     * or hold more cases than it states (damaged data): either way it is not
+     * the file that was written, and saying so is the reader's job. */
+    if (nCases >= 0 && c != nCases) {
+        fprintf(stderr, "%s: the header states %d cases but the file holds %d\n", path, nCases, c);
+        goto fail;
+    }
     return murvCloseRead(h);
 fail:
     if (h >= 0) murvCloseRead(h);
@@ -141,10 +148,14 @@ static void special_values(void) {
         printf("name %-6s -> verdict %d\n", names[i], murvValidateVarname(names[i]));
 }
 
-int main(void) {
+/* Without arguments: writes a sample file, reads it back and shows the
+ * special values. With a file name: prints that file. */
+int main(int argc, char** argv) {
     const char* tmp = getenv("TMPDIR");
     char path[4096];
     int fd, failed;
+
+    if (argc > 1) return print_file(argv[1]) == MURV_RC_OK ? 0 : 1;
 
     snprintf(path, sizeof path, "%s/murvio-example-XXXXXX", tmp && *tmp ? tmp : "/tmp");
     fd = mkstemp(path);

@@ -17,6 +17,7 @@ std::uint64_t gNth = 0;
 std::uint64_t gCounted = 0;
 Kind gKind = Kind::NoSpace;
 bool gFired = false;
+Op gFiredOp = Op::Open;
 
 }  // namespace
 
@@ -36,6 +37,11 @@ void Disarm() {
     gMask = 0;
 }
 
+Op FiredOp() {
+    std::lock_guard<std::mutex> lock(gMutex);
+    return gFiredOp;
+}
+
 std::uint64_t Counted() {
     std::lock_guard<std::mutex> lock(gMutex);
     return gCounted;
@@ -51,6 +57,7 @@ bool detail::Hit(Op op, Kind* kind) {
     if (!(gMask & Bit(op))) return false;
     if (++gCounted != gNth) return false;
     gFired = true;
+    gFiredOp = op;
     Kind k = gKind;
     // Only a write can be cut short; anything else simply fails.
     if (k == Kind::ShortWrite && op != Op::Write) k = Kind::NoSpace;

@@ -25,8 +25,9 @@ void Arm(unsigned mask, std::uint64_t nth, Kind kind);
 void Disarm();
 // Operations counted since Arm.
 std::uint64_t Counted();
-// Whether the armed failure has happened.
+// Whether the armed failure has happened, and to which operation.
 bool Fired();
+Op FiredOp();
 
 namespace detail {
 extern std::atomic<bool> gArmed;

@@ -337,6 +337,7 @@ std::int64_t SystemFileDataSource::SaveDS::Finish() {
         baseCaseCount_ < 0 ? -1 : baseCaseCount_ + static_cast<std::int64_t>(casesWritten_);
     if (total == info_._nCases && total <= kMaxHeaderCount) return total;
     const std::string name = stream_.Name();
+    stream_.Close();  // a failure to close what was written is a failed write
     if (!stream_.Open(name.c_str(), "rb+"))
         ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, name, port::LastErrorText());
     unsigned char count32[4];

@@ -1,0 +1,288 @@
+// What the library does when the system lets it down: full disks, paths
+// that are no files, torn files, files shorter or longer than they say, and
+// many threads at once.
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "murvio.h"
+#include "support/case_files.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace murv::testing;
+
+// Limits the size of files this process writes, as a full disk would.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &saved_);
+        oldHandler_ = ::signal(SIGXFSZ, SIG_IGN);
+        rlimit lim = saved_;
+        lim.rlim_cur = bytes;
+        ::setrlimit(RLIMIT_FSIZE, &lim);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &saved_);
+        ::signal(SIGXFSZ, oldHandler_);
+    }
+
+private:
+    rlimit saved_{};
+    void (*oldHandler_)(int) = nullptr;
+};
+
+struct FullDiskCase {
+    const char* what;
+    int cases;
+    bool compressed;
+    bool caseCallFails;  // the disk fills while cases are written, else only at the close
+};
+
+class FullDisk : public ::testing::TestWithParam<FullDiskCase> {};
+
+// Ten numeric variables under a 64 KiB limit: the failing call and the close
+// both report, the handle is released, and no truncated file is left.
+TEST_P(FullDisk, FailureIsReportedAndNoPartialFileRemains) {
+    const FullDiskCase& c = GetParam();
+    TempDir dir;
+    const std::string path = dir.File("full.sav");
+    int h = -1;
+    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
+    for (int v = 0; v < 10; ++v) ASSERT_EQ(murvSetVarName(h, ("v" + std::to_string(v)).c_str(), 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetCompression(h, c.compressed ? 1 : 0), MURV_RC_OK);
+    int firstFailure = MURV_RC_OK, close;
+    {
+        FileSizeLimit limit(64 * 1024);
+        ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
+        for (int i = 0; i < c.cases; ++i) {
+            for (int v = 1; v <= 10; ++v) murvSetValueNumeric(h, v, i * 1000.5 + v);
+            const int rc = murvCommitCaseRecord(h);
+            if (rc != MURV_RC_OK) {
+                firstFailure = rc;
+                break;
+            }
+        }
+        close = murvCloseWrite(h);
+    }
+    if (c.caseCallFails)
+        EXPECT_EQ(firstFailure, MURV_RC_FILE_WRITE);
+    else
+        EXPECT_EQ(firstFailure, MURV_RC_OK);
+    EXPECT_NE(close, MURV_RC_OK) << "the close reports the failed write";
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_BAD_HANDLE) << "the handle is released";
+    EXPECT_FALSE(fs::exists(path)) << "no truncated file is left behind";
+    // The process goes on working.
+    EXPECT_TRUE(WriteCaseFile(path, 3, c.compressed).AllOk());
+    EXPECT_TRUE(HoldsCases(path, 0, 3));
+}
+
+INSTANTIATE_TEST_SUITE_P(Writes, FullDisk,
+                         ::testing::Values(FullDiskCase{"PlainWhileWriting", 5000, false, true},
+                                           FullDiskCase{"PlainAtClose", 810, false, false},
+                                           FullDiskCase{"CompressedWhileWriting", 50000, true, true}),
+                         [](const auto& info) { return std::string(info.param.what); });
+
+// Paths that are no regular files are refused at once, never waited on.
+TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
+    TempDir dir;
+    const std::string fifo = dir.File("pipe");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const std::string socketPath = dir.File("sock");
+    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, socketPath.c_str(), sizeof addr.sun_path - 1);
+    ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    const std::string good = dir.File("good.sav");
+    ASSERT_TRUE(WriteCaseFile(good, 2, false).AllOk());
+
+    ::alarm(20);  // a hang ends the test instead of the run
+    for (const std::string& path : {fifo, socketPath, std::string("/dev/null"), std::string("/dev/zero"), dir.Path()}) {
+        SCOPED_TRACE(path);
+        int h = 7;
+        EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_BAD_FILE);
+        EXPECT_EQ(h, -1);
+        EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_FILE_OPEN);
+        EXPECT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_FILE_OPEN);
+        EXPECT_EQ(murvOpenWriteCopy(path.c_str(), good.c_str(), &h), MURV_RC_FILE_OPEN);
+        EXPECT_EQ(murvOpenWriteCopy(dir.File("copy.sav").c_str(), path.c_str(), &h), MURV_RC_FILE_OPEN);
+        EXPECT_EQ(h, -1);
+    }
+    ::alarm(0);
+    ::close(sock);
+    EXPECT_FALSE(fs::exists(dir.File("copy.sav")));
+}
+
+// An existing file is replaced only by a complete new one: until the close
+// succeeds it stays as it was, and a failed write leaves it whole.
+TEST(Replace, OldFileSurvivesUntilTheNewOneIsComplete) {
+    TempDir dir;
+    const std::string path = dir.File("data.sav");
+    ASSERT_TRUE(WriteCaseFile(path, 50, true, 1000).AllOk());
+    ::chmod(path.c_str(), 0640);
+    const std::string before = FileBytes(path);
+
+    int h = -1;
+    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarName(h, "s", 12), MURV_RC_OK);
+    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    Codes codes;
+    WriteCases(h, codes, 0, 20);
+    ASSERT_TRUE(codes.AllOk());
+    EXPECT_EQ(FileBytes(path), before) << "the old file is untouched while the new one is written";
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    EXPECT_TRUE(HoldsCases(path, 0, 20));
+    struct stat st {};
+    ASSERT_EQ(::stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0640u) << "the replacement keeps the old file's permissions";
+
+    // The disk fills while the replacement is written: the old file stays.
+    const std::string now = FileBytes(path);
+    {
+        FileSizeLimit limit(16 * 1024);
+        const Codes failed = WriteCaseFile(path, 5000, false);
+        EXPECT_EQ(failed.first, MURV_RC_FILE_WRITE);
+        EXPECT_NE(failed.close, MURV_RC_OK);
+    }
+    EXPECT_EQ(FileBytes(path), now);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1)
+        << "no replacement is left lying beside the file";
+}
+
+// Cases appended to a file that ends in a few stray bytes start right behind
+// its last whole case, and the stray bytes are gone afterwards.
+TEST(Append, TornTailIsOverwritten) {
+    for (const bool compressed : {false, true}) {
+        SCOPED_TRACE(compressed ? "compressed" : "plain");
+        TempDir dir;
+        const std::string path = dir.File("torn.sav"), fresh = dir.File("fresh.sav");
+        ASSERT_TRUE(WriteCaseFile(path, 7, compressed).AllOk());
+        ASSERT_TRUE(WriteCaseFile(fresh, 10, compressed).AllOk());
+        std::ofstream(path, std::ios::binary | std::ios::app) << "xyz";
+        ASSERT_TRUE(AppendCases(path, 7, 3).AllOk());
+        EXPECT_TRUE(HoldsCases(path, 0, 10));
+        EXPECT_EQ(fs::file_size(path), fs::file_size(fresh));
+    }
+}
+
+// A failed append leaves every case the file had before.
+TEST(Append, FailureKeepsTheOldCases) {
+    for (const bool compressed : {false, true}) {
+        SCOPED_TRACE(compressed ? "compressed" : "plain");
+        TempDir dir;
+        const std::string path = dir.File("a.sav");
+        ASSERT_TRUE(WriteCaseFile(path, 5, compressed).AllOk());
+        const std::string before = FileBytes(path);
+        Codes codes;
+        {
+            FileSizeLimit limit(before.size() + 2048);
+            codes = AppendCases(path, 5, 20000);
+        }
+        EXPECT_EQ(codes.first, MURV_RC_FILE_WRITE);
+        EXPECT_NE(codes.close, MURV_RC_OK);
+        EXPECT_EQ(FileBytes(path), before);
+        EXPECT_TRUE(HoldsCases(path, 0, 5));
+    }
+}
+
+#ifdef MURVIO_EXAMPLE
+// Readers above the interface compare the cases they read with the count the
+// file states; the example client is one of them.
+TEST(CaseCount, ExampleClientReportsShorterAndLongerFiles) {
+    TempDir dir;
+    struct {
+        const char* what;
+        bool compressed;
+        int stated;
+        int exitCode;
+    } const cases[] = {
+        {"as stated", true, 100, 0},
+        {"compressed, shorter", true, 1000, 1},
+        {"compressed, longer", true, 99, 1},
+        {"plain, shorter", false, 1000, 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string path = dir.File("count.sav");
+        ASSERT_TRUE(WriteCaseFile(path, 100, c.compressed).AllOk());
+        {
+            // The count stands in the header and in the 64-bit count record.
+            const std::string bytes = FileBytes(path);
+            const std::size_t record = bytes.find(std::string("\x07\0\0\0\x10\0\0\0\x08\0\0\0\x02\0\0\0", 16));
+            ASSERT_NE(record, std::string::npos);
+            const char le[8] = {static_cast<char>(c.stated & 0xFF), static_cast<char>((c.stated >> 8) & 0xFF)};
+            std::fstream f(path, std::ios::binary | std::ios::in | std::ios::out);
+            f.seekp(80);
+            f.write(le, 4);
+            f.seekp(static_cast<std::streamoff>(record + 24));
+            f.write(le, 8);
+        }
+        const std::string cmd = std::string(MURVIO_EXAMPLE) + " '" + path + "' >/dev/null 2>&1";
+        const int status = std::system(cmd.c_str());
+        ASSERT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), c.exitCode);
+    }
+}
+#endif
+
+// Loading the library sets only the character classes and collation to the
+// user's default; the host's number and time formatting stay as they were.
+// Run with LC_ALL naming a locale (see the test list); skipped otherwise.
+TEST(LoadLocale, OnlyCharacterCategoriesFollowTheUser) {
+    const char* user = std::getenv("LC_ALL");
+    if (!user || !*user) GTEST_SKIP() << "needs LC_ALL";
+    EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), user);
+    EXPECT_STREQ(std::setlocale(LC_COLLATE, nullptr), user);
+    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
+    EXPECT_STREQ(std::setlocale(LC_TIME, nullptr), "C");
+}
+
+// Different handles on different threads: each thread writes, appends to
+// and reads its own files while others open and close handles in a loop.
+TEST(Threads, HandlesOnDifferentThreadsDoNotInterfere) {
+    TempDir dir;
+    const std::string shared = dir.File("shared.sav");
+    ASSERT_TRUE(WriteCaseFile(shared, 10, true).AllOk());
+    std::vector<std::thread> threads;
+    std::vector<int> failures(6, 0);
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 10; ++round) {
+                const std::string path = dir.File("t" + std::to_string(t) + ".sav");
+                const bool compressed = (t + round) % 2 == 0;
+                if (!WriteCaseFile(path, 200, compressed, t * 1000).AllOk()) ++failures[static_cast<std::size_t>(t)];
+                if (!AppendCases(path, t * 1000 + 200, 50).AllOk()) ++failures[static_cast<std::size_t>(t)];
+                if (!HoldsCases(path, t * 1000, 250)) ++failures[static_cast<std::size_t>(t)];
+            }
+        });
+    for (int t = 4; t < 6; ++t)
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 200; ++round) {
+                int h = -1;
+                if (murvOpenRead(shared.c_str(), &h) != MURV_RC_OK || murvCloseRead(h) != MURV_RC_OK)
+                    ++failures[static_cast<std::size_t>(t)];
+            }
+        });
+    for (auto& th : threads) th.join();
+    for (int t = 0; t < 6; ++t) EXPECT_EQ(failures[static_cast<std::size_t>(t)], 0) << "thread " << t;
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+// Every file operation of creating, writing, replacing, appending to and
+// copying a file is made to fail in turn, in each way the platform layer can
+// fail it. Whatever fails, no call crashes, every handle ends released, and
+// the files on disk are either complete or as they were before.
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "murvio.h"
+#include "port/faults.h"
+#include "support/case_files.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace faults = murv::port::faults;
+using namespace murv::testing;
+
+constexpr int kOld = 40;    // cases of a file that exists before
+constexpr int kNew = 3000;  // cases written: several buffers' worth
+
+struct Scenario {
+    const char* name;
+    std::function<void(const TempDir&)> setup;
+    std::function<Codes(const TempDir&)> run;
+    // Checks the files after a run whose calls all succeeded (ok) or not.
+    std::function<void(const TempDir&, bool ok, const std::string& oldBytes)> check;
+    std::set<std::string> files;  // what the directory holds afterwards, at most
+};
+
+void NoFile(const TempDir&) {}
+void OldFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.sav"), kOld, true, 0).AllOk()); }
+void OldPlainFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.sav"), kOld, false, 0).AllOk()); }
+
+void NewOrNothing(const TempDir& d, bool ok, const std::string&) {
+    if (ok)
+        EXPECT_TRUE(HoldsCases(d.File("f.sav"), 0, kNew));
+    else
+        EXPECT_FALSE(fs::exists(d.File("f.sav")));
+}
+void NewOrOld(const TempDir& d, bool ok, const std::string& oldBytes) {
+    if (ok)
+        EXPECT_TRUE(HoldsCases(d.File("f.sav"), 0, kNew));
+    else
+        EXPECT_EQ(FileBytes(d.File("f.sav")), oldBytes);
+}
+void AppendedOrOld(const TempDir& d, bool ok, const std::string&) {
+    EXPECT_TRUE(HoldsCases(d.File("f.sav"), 0, ok ? kOld + kNew : kOld));
+}
+
+Codes WriteCopy(const TempDir& d) {
+    Codes codes;
+    int h = -1;
+    codes.Note(murvOpenWriteCopy(d.File("copy.sav").c_str(), d.File("f.sav").c_str(), &h));
+    if (h < 0) return codes;
+    codes.Note(murvCommitHeader(h));
+    if (codes.first == MURV_RC_OK) WriteCases(h, codes, 0, kNew);
+    codes.close = murvCloseWrite(h);
+    return codes;
+}
+
+const Scenario kScenarios[] = {
+    {"new plain", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.sav"), kNew, false); }, NewOrNothing,
+     {"f.sav"}},
+    {"new compressed", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.sav"), kNew, true); },
+     NewOrNothing, {"f.sav"}},
+    {"replace", OldFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.sav"), kNew, false); }, NewOrOld,
+     {"f.sav"}},
+    {"append plain", OldPlainFile, [](const TempDir& d) { return AppendCases(d.File("f.sav"), kOld, kNew); },
+     AppendedOrOld, {"f.sav"}},
+    {"append compressed", OldFile, [](const TempDir& d) { return AppendCases(d.File("f.sav"), kOld, kNew); },
+     AppendedOrOld, {"f.sav"}},
+    {"write copy", OldFile, WriteCopy,
+     [](const TempDir& d, bool ok, const std::string& oldBytes) {
+         EXPECT_EQ(FileBytes(d.File("f.sav")), oldBytes) << "the source is never written";
+         if (ok)
+             EXPECT_TRUE(HoldsCases(d.File("copy.sav"), 0, kNew));
+         else
+             EXPECT_FALSE(fs::exists(d.File("copy.sav")));
+     },
+     {"f.sav", "copy.sav"}},
+};
+
+struct Kind {
+    const char* name;
+    faults::Kind kind;
+} const kKinds[] = {{"no space", faults::Kind::NoSpace},
+                    {"i/o error", faults::Kind::IoError},
+                    {"short write", faults::Kind::ShortWrite}};
+
+// Every handle slot is free again.
+bool NoHandleOpen() {
+    for (int h = 0; h < 100; ++h)
+        if (murvCloseRead(h) != MURV_RC_BAD_HANDLE) return false;
+    return true;
+}
+
+TEST(FaultSweep, EveryFailedOperationIsHandled) {
+    std::uint64_t failedOps = 0, visible = 0;
+    for (const Scenario& s : kScenarios) {
+        // How many operations the scenario makes when nothing fails.
+        std::uint64_t total = 0;
+        {
+            TempDir dir;
+            s.setup(dir);
+            const std::string oldBytes = FileBytes(dir.File("f.sav"));
+            faults::Arm(faults::kAllOps, 0, faults::Kind::NoSpace);
+            const Codes codes = s.run(dir);
+            total = faults::Counted();
+            faults::Disarm();
+            ASSERT_TRUE(codes.AllOk()) << s.name;
+            s.check(dir, true, oldBytes);
+        }
+        ASSERT_GT(total, 5u) << s.name;
+        for (const Kind& k : kKinds) {
+            for (std::uint64_t n = 1; n <= total; ++n) {
+                SCOPED_TRACE(std::string(s.name) + ", " + k.name + ", operation " + std::to_string(n) + " of " +
+                             std::to_string(total));
+                TempDir dir;
+                s.setup(dir);
+                const std::string oldBytes = FileBytes(dir.File("f.sav"));
+                faults::Arm(faults::kAllOps, n, k.kind);
+                const Codes codes = s.run(dir);
+                const bool fired = faults::Fired();
+                faults::Disarm();
+                ASSERT_TRUE(fired);
+                ++failedOps;
+                if (!codes.AllOk()) {
+                    ++visible;
+                } else {
+                    // Only a failed look at a file that is not there (the
+                    // probes) or a failed close of a file only read can pass
+                    // unreported.
+                    const faults::Op op = faults::FiredOp();
+                    EXPECT_TRUE(op == faults::Op::Open || op == faults::Op::Close) << static_cast<int>(op);
+                }
+                // A failure that no call reported must have done no harm:
+                // the files are then checked as complete.
+                s.check(dir, codes.AllOk(), oldBytes);
+                EXPECT_TRUE(NoHandleOpen());
+                for (const auto& entry : fs::directory_iterator(dir.Path()))
+                    EXPECT_TRUE(s.files.count(entry.path().filename().string())) << "left behind: " << entry.path();
+                if (::testing::Test::HasFailure()) return;
+            }
+        }
+    }
+    std::printf("%llu operations failed, %llu of them reported by a call, all handled\n",
+                static_cast<unsigned long long>(failedOps), static_cast<unsigned long long>(visible));
+}
+
+}  // namespace

@@ -55,6 +55,8 @@ struct FullDiskCase {
     bool caseCallFails;  // the disk fills while cases are written, else only at the close
 };
 
+void PrintTo(const FullDiskCase& c, std::ostream* os) { *os << c.what; }
+
 class FullDisk : public ::testing::TestWithParam<FullDiskCase> {};
 
 // Ten numeric variables under a 64 KiB limit: the failing call and the close

@@ -137,7 +137,12 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
 TEST(Replace, OldFileSurvivesUntilTheNewOneIsComplete) {
     TempDir dir;
     const std::string path = dir.File("data.sav");
+    const mode_t mask = ::umask(022);
     ASSERT_TRUE(WriteCaseFile(path, 50, true, 1000).AllOk());
+    ::umask(mask);
+    struct stat st {};
+    ASSERT_EQ(::stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0644u) << "a new file gets the permissions the umask leaves";
     ::chmod(path.c_str(), 0640);
     const std::string before = FileBytes(path);
 
@@ -152,7 +157,6 @@ TEST(Replace, OldFileSurvivesUntilTheNewOneIsComplete) {
     EXPECT_EQ(FileBytes(path), before) << "the old file is untouched while the new one is written";
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
     EXPECT_TRUE(HoldsCases(path, 0, 20));
-    struct stat st {};
     ASSERT_EQ(::stat(path.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0640u) << "the replacement keeps the old file's permissions";
 

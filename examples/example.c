@@ -100,7 +100,7 @@ static int print_file(const char* path) {
                 else
                     printf(" %.10g", v);
             } else {
-                char text[300];
+                char text[32768]; /* the widest string and its terminator */
                 CHECK(murvGetValueChar(h, i + 1, text, sizeof text));
                 printf(" '%s'", text);
             }

@@ -1,9 +1,13 @@
 // Case calls through the public header: value-by-value and whole-record
 // writing and reading, seeking, appending, counts, compression and the
 // case-weight variable.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -65,6 +69,27 @@ protected:
 };
 
 const double kSysmis = murvSysmisVal();
+
+// Makes a file's case count unknown, as a writer that could not record it
+// leaves it: -1 in the header and in the 64-bit count record.
+void ForgetCaseCount(const std::string& path) {
+    std::string bytes;
+    {
+        std::ifstream in(path, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    const std::int32_t minusOne = -1;
+    const std::int64_t minusOne64 = -1;
+    ASSERT_GT(bytes.size(), 84u);
+    std::memcpy(&bytes[80], &minusOne, 4);
+    // Record type 7, subtype 16, units of 8 bytes, 2 units: marker, count.
+    const std::int32_t head[4] = {7, 16, 8, 2};
+    const auto at = bytes.find(std::string(reinterpret_cast<const char*>(head), sizeof head));
+    ASSERT_NE(at, std::string::npos);
+    std::memcpy(&bytes[at + sizeof head + 8], &minusOne64, 8);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
 
 TEST_F(CaseCalls, HandleAndModeChecks) {
     const std::string path = dir_.File("modes.sav");
@@ -352,23 +377,7 @@ TEST_F(CaseCalls, UnknownCaseCount) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-    std::string bytes;
-    {
-        std::ifstream in(path, std::ios::binary);
-        bytes.assign(std::istreambuf_iterator<char>(in), {});
-    }
-    const std::int32_t minusOne = -1;
-    const std::int64_t minusOne64 = -1;
-    std::memcpy(&bytes[80], &minusOne, 4);
-    // Record type 7, subtype 16, units of 8 bytes, 2 units: marker, count.
-    const std::int32_t head[4] = {7, 16, 8, 2};
-    const auto at = bytes.find(std::string(reinterpret_cast<const char*>(head), sizeof head));
-    ASSERT_NE(at, std::string::npos);
-    std::memcpy(&bytes[at + sizeof head + 8], &minusOne64, 8);
-    {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    }
+    ForgetCaseCount(path);
 
     int r = OpenRead(path);
     int n = 0;
@@ -380,6 +389,46 @@ TEST_F(CaseCalls, UnknownCaseCount) {
     EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
     EXPECT_EQ(n, 3);
+    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+}
+
+// Plain cases lie at offsets beyond 4 GiB: a sparse file whose hole reads as
+// cases of zeros. Appending finds the end from the file's size (the count is
+// unknown), and the count and the cases on either side of the hole come back.
+TEST_F(CaseCalls, PlainCasesBeyondFourGiB) {
+    const std::string path = dir_.File("sparse.sav");
+    int w = Create(path, {{"x", 0}});
+    double one = 1.0;
+    ASSERT_EQ(murvWholeCaseOut(w, reinterpret_cast<const char*>(&one)), MURV_RC_OK);
+    ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
+    const auto row0 = static_cast<std::int64_t>(std::filesystem::file_size(path)) - 8;
+    ForgetCaseCount(path);
+
+    const std::int64_t cases = (std::int64_t{1} << 29) + 3;  // the data pass 4 GiB
+    ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(row0 + 8 * cases)), 0);
+    struct stat st;
+    ASSERT_EQ(::stat(path.c_str(), &st), 0);
+    if (static_cast<std::int64_t>(st.st_blocks) * 512 > (std::int64_t{1} << 20))
+        GTEST_SKIP() << "the file system of " << path << " has no sparse files";
+
+    int a = -1;
+    ASSERT_EQ(murvOpenAppend(path.c_str(), &a), MURV_RC_OK);
+    for (double v : {7.0, 8.0}) ASSERT_EQ(murvWholeCaseOut(a, reinterpret_cast<const char*>(&v)), MURV_RC_OK);
+    ASSERT_EQ(murvCloseAppend(a), MURV_RC_OK);
+    EXPECT_EQ(static_cast<std::int64_t>(std::filesystem::file_size(path)), row0 + 8 * (cases + 2));
+
+    int r = OpenRead(path);
+    int n = 0;
+    EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
+    EXPECT_EQ(n, cases + 2);
+    const std::pair<std::int64_t, double> expected[] = {{cases + 1, 8.0}, {cases, 7.0}, {cases - 1, 0.0}, {0, 1.0}};
+    for (const auto& [k, value] : expected) {
+        ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(k)), MURV_RC_OK);
+        ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK) << "case " << k;
+        EXPECT_EQ(Num(r, 1), value) << "case " << k;
+    }
+    ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(cases + 2)), MURV_RC_OK);
+    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 }
 

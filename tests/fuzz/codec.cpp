@@ -1,0 +1,122 @@
+// The case compression codec. The first input byte chooses a mode:
+//  even: the rest describes cases (a cell count, then cells as codable
+//        numbers, system-missing, blanks or raw bytes); they are compressed,
+//        read back in order and out of order, and must come back unchanged;
+//  odd:  the rest is taken as compressed data and decoded as far as it goes;
+//        malformed data must end in an exception, never a crash or a loop.
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <vector>
+
+#include "fuzz_support.h"
+#include "model/constants.h"
+#include "sysfile/compression.h"
+#include "sysfile/filestream.h"
+#include "sysfile/sparseindex.h"
+
+namespace {
+
+using murv::CompressedSystemFile;
+using murv::MURV_FileStream;
+using murv::SparseFileIndex;
+using murv::fuzz::Fail;
+using murv::fuzz::Input;
+
+constexpr int kMaxCases = 4096;
+
+void RoundTrip(Input& in, const char* path) {
+    const int cells = 1 + in.Byte() % 24;
+    const std::size_t caseBytes = static_cast<std::size_t>(cells) * 8;
+    std::vector<std::vector<unsigned char>> cases;
+    while (!in.Empty() && cases.size() < kMaxCases) {
+        std::vector<unsigned char> row(caseBytes);
+        for (int i = 0; i < cells; ++i) {
+            unsigned char* cell = row.data() + 8 * i;
+            const std::uint8_t pick = in.Byte();
+            double d;
+            if (pick < 120) {
+                d = static_cast<double>(pick) - 105.0;  // around the codable range -99..151
+                std::memcpy(cell, &d, 8);
+            } else if (pick < 160) {
+                d = static_cast<double>(pick) + 0.5 * (pick & 1);
+                std::memcpy(cell, &d, 8);
+            } else if (pick < 180) {
+                d = murv::SysmisValue();
+                std::memcpy(cell, &d, 8);
+            } else if (pick < 200) {
+                std::memset(cell, ' ', 8);
+            } else {
+                for (int k = 0; k < 8; ++k) cell[k] = in.Byte();
+            }
+        }
+        cases.push_back(std::move(row));
+    }
+
+    {
+        MURV_FileStream out(path, "wb");
+        SparseFileIndex index;
+        CompressedSystemFile writer(cells, &out, &index, 0);
+        for (const auto& row : cases) writer.WriteCase(row.data());
+        writer.Flush();
+    }
+
+    MURV_FileStream s(path, "rb");
+    SparseFileIndex index;
+    CompressedSystemFile reader(cells, &s, &index, 0);
+    std::vector<unsigned char> got(caseBytes);
+    for (std::size_t k = 0; k < cases.size(); ++k) {
+        if (reader.ReadCase(got.data(), nullptr) != cells) Fail("a case written was not read back");
+        if (got != cases[k]) Fail("a case read back differs from the case written");
+    }
+    if (reader.ReadCase(got.data(), nullptr) != 0) Fail("more cases read than written");
+
+    // Out of order through the index, then past the end.
+    const std::size_t n = cases.size();
+    if (n == 0) return;
+    const std::size_t targets[] = {n - 1, 0, n / 2, n / 3, n - 1, n / 2 + 1};
+    for (std::size_t t : targets) {
+        if (t >= n) continue;
+        reader.SetTarget(t);
+        if (reader.ReadCase(got.data(), nullptr) != cells || got != cases[t]) Fail("a case found by seeking differs");
+    }
+    reader.SetTarget(n + 5);
+    if (reader.ReadCase(got.data(), nullptr) != 0) Fail("a case read beyond the end");
+}
+
+void Decode(Input& in, const std::uint8_t* rest, std::size_t size, murv::fuzz::MemoryFile& file) {
+    const int cells = in.Byte() % 33;  // 0 included: it must not loop
+    file.Fill(rest + 1, size > 0 ? size - 1 : 0);
+    std::vector<unsigned char> swap(static_cast<std::size_t>(cells), 1);
+    std::vector<unsigned char> got(static_cast<std::size_t>(cells) * 8 + 8);
+    try {
+        MURV_FileStream s(file.Path(), "rb");
+        SparseFileIndex index;
+        CompressedSystemFile reader(cells, &s, &index, 0);
+        int read = 0;
+        for (int i = 0; i < kMaxCases; ++i) {
+            if (reader.ReadCase(got.data(), (i & 1) ? swap.data() : nullptr) == 0) break;
+            ++read;
+        }
+        reader.SetTarget(static_cast<std::uint64_t>(read / 2));
+        reader.ReadCase(got.data(), nullptr);
+        reader.SetTarget(static_cast<std::uint64_t>(read) + 3);
+        reader.ReadCase(got.data(), nullptr);
+    } catch (const std::exception&) {
+        // Malformed data is reported by exception.
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static murv::fuzz::MemoryFile file("murvio-fuzz-codec");
+    Input in(data, size);
+    if (in.Byte() & 1) {
+        Decode(in, data + 1, size > 0 ? size - 1 : 0, file);
+    } else {
+        file.Clear();
+        RoundTrip(in, file.Path());
+    }
+    return 0;
+}

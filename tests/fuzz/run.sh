@@ -1,0 +1,32 @@
+#!/bin/sh
+# A long fuzzing campaign by hand, after `cmake --workflow --preset fuzz`:
+#
+#   tests/fuzz/run.sh [SECONDS [TARGET...]]
+#
+# runs each target (all four by default) for SECONDS (default 3600) on its
+# corpus in build/fuzz/tests/fuzz/corpus, which grows from run to run. Any
+# crash, hang (10 s), leak or single allocation above 64 MiB stops the target
+# and leaves its input as crash-*, timeout-*, leak-* or malloc-limit-* in
+# build/fuzz/tests/fuzz/findings. The last lines of each log give the count
+# of executions.
+set -eu
+seconds=${1:-3600}
+[ $# -gt 0 ] && shift
+targets=${*:-read_file write_calls codec text}
+root=$(cd "$(dirname "$0")/../.." && pwd)
+bin=$root/build/fuzz/tests/fuzz
+mkdir -p "$bin/findings" "$bin/seeds"
+"$bin/murvio_fuzz_seeds" "$bin/seeds"
+status=0
+for t in $targets; do
+    mkdir -p "$bin/corpus/$t"
+    extra=
+    [ "$t" = read_file ] && extra=$bin/seeds
+    echo "== $t for $seconds s (log: $bin/findings/$t.log)"
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    "$bin/fuzz_$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=64 \
+        -print_final_stats=1 -artifact_prefix="$bin/findings/" "$bin/corpus/$t" $extra \
+        > "$bin/findings/$t.log" 2>&1 || status=1
+    grep -E '^stat::number_of_executed_units|^stat::peak_rss_mb|ERROR|SUMMARY' "$bin/findings/$t.log" || true
+done
+exit $status

@@ -174,8 +174,9 @@ void SystemFileDataSource::ReadFile() {
     info.compressed = h.compression != 0;
     info._nCases = h.caseCount;
     info.bias = h.bias;
-    const std::string label = TrimRight(h.fileLabel);
-    if (!label.empty()) SetIdString(label);
+    // Every file has a label field: one of blanks is an empty label, not
+    // the absence of one.
+    SetIdString(TrimRight(h.fileLabel));
     {
         const int day = TwoDigits(h.creationDate, 0);
         const int month = MonthOf(h.creationDate.substr(3));

@@ -114,11 +114,15 @@ MURV_API int MURV_CALL murvSetZOPNext(int handle, const void* data, int nBytes) 
         if (nBytes < 0) return MURV_RC_BAD_EXTENSION;
         if (nBytes == 0) return MURV_RC_OK;
         if (!data) return MURV_RC_BAD_EXTENSION;
+        // The piece is counted in bytes. A block stored with wider units (set
+        // through the raw extension call) grows only by whole units: a piece
+        // that is not one is refused, never read past its end.
         const MURV_Extension block = ds->GetExtension(kBlockSubtype);
-        const long long total = static_cast<long long>(block.Contents().size()) +
-                                static_cast<long long>(block.UnitSize()) * nBytes;
+        const int unit = block.UnitSize();
+        if (unit < 1 || nBytes % unit != 0) return MURV_RC_BAD_EXTENSION;
+        const long long total = static_cast<long long>(block.Contents().size()) + nBytes;
         if (total > std::numeric_limits<std::int32_t>::max()) return MURV_RC_BAD_EXTENSION;
-        ds->AppendExtension(kBlockSubtype, nBytes, data);
+        ds->AppendExtension(kBlockSubtype, nBytes / unit, data);
         // A chunked read in progress starts over on the grown block.
         ds->State().extensionCursors[kBlockSubtype].reset();
         return MURV_RC_OK;

@@ -22,6 +22,7 @@ for t in $targets; do
     mkdir -p "$bin/corpus/$t"
     extra=
     [ "$t" = read_file ] && extra=$bin/seeds
+    [ -d "$root/tests/fuzz/regressions/$t" ] && extra="$extra $root/tests/fuzz/regressions/$t"
     echo "== $t for $seconds s (log: $bin/findings/$t.log)"
     ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     "$bin/fuzz_$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=64 \

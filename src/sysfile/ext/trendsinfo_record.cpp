@@ -86,7 +86,7 @@ public:
         const ObsLayout& layout = ds.GetObsLayout();
         const long nVars = static_cast<long>(ds.ColumnCount());
         for (std::int32_t k = 0; k < nTriples; ++k) {
-            const std::int32_t position = unit(6 + 3 * k) - 1;
+            const std::int64_t position = std::int64_t{unit(6 + 3 * k)} - 1;
             const std::int32_t kind = unit(7 + 3 * k);
             const std::int32_t extra = unit(8 + 3 * k);
             if (position < 0) continue;  // no variable: the entry stays empty

@@ -69,7 +69,7 @@ static int write_file(const char* path, int compressed) {
     OK(murvSetTextInfo(h, "Text information kept with the file"));
     OK(murvAddFileAttribute(h, "Origin", 1, "sample"));
     OK(murvAddFileAttribute(h, "Origin", 2, "test"));
-    OK(murvAddVarAttribute(h, "score", "Unit", 0, "points"));
+    OK(murvAddVarAttribute(h, "score", "Unit", 1, "points"));
     OK(murvAddMultRespDefN(h, "$pair", "Two numbers", 1, 1, mrVars, 2));
     OK(murvSetVariableSets(h, "Everything= id score name comment essay\n"));
     OK(murvCommitHeader(h));

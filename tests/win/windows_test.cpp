@@ -117,7 +117,9 @@ TEST(Windows, LoadSetsUserAnsiCodePage) {
     const std::string acp = "." + std::to_string(GetACP());
     const std::string name = ctype;
     EXPECT_EQ(name.substr(name.size() - std::min(name.size(), acp.size())), acp) << name;
-    if (const char* want = std::getenv("MURVIO_EXPECT_CODE_PAGE")) EXPECT_EQ(std::to_string(GetACP()), want);
+    if (const char* want = std::getenv("MURVIO_EXPECT_CODE_PAGE")) {
+        EXPECT_EQ(std::to_string(GetACP()), want);
+    }
 }
 
 // Labels are cut on a character boundary of the double-byte code pages: a

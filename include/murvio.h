@@ -10,6 +10,8 @@
 #ifndef MURVIO_H
 #define MURVIO_H
 
+#include <stddef.h>
+
 /* Calling convention: the standard one of 32-bit Windows, nothing elsewhere. */
 #if defined(_WIN32) && !defined(_WIN64)
 #define MURV_CALL __stdcall
@@ -108,6 +110,17 @@ typedef struct murvMultRespDef {
     char **varNames;
     int   varCount;
 } murvMultRespDef;
+
+/* A 32-bit program exchanges the definition in this layout: 412 bytes, the
+ * flags from byte 324, the counted value at 396, the pointers at 400 and 404
+ * and the variable count at 408. A compiler that lays it out otherwise fails
+ * here rather than at run time. */
+#if defined(_WIN32) && !defined(_WIN64)
+typedef char murvMultRespDefLayoutCheck[
+    (sizeof(murvMultRespDef) == 412 && offsetof(murvMultRespDef, isDichotomy) == 324 &&
+     offsetof(murvMultRespDef, countedValue) == 396 && offsetof(murvMultRespDef, countedValueText) == 400 &&
+     offsetof(murvMultRespDef, varNames) == 404 && offsetof(murvMultRespDef, varCount) == 408) ? 1 : -1];
+#endif
 
 /* ---- Constants and date/time conversions ---- */
 

@@ -9,6 +9,7 @@
 #include "model/datetime.h"
 #include "model/refcnt.h"
 #include "port/assert.h"
+#include "port/clock.h"
 #include "text/mbtext.h"
 
 namespace murv {
@@ -25,7 +26,7 @@ double CurrentLocalTimeStamp()
     double value = 0.0;
     const std::time_t now = std::time(nullptr);
     std::tm local{};
-    if (now != static_cast<std::time_t>(-1) && localtime_r(&now, &local) &&
+    if (now != static_cast<std::time_t>(-1) && port::LocalTime(now, &local) &&
         DateTimeValue(local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
                       local.tm_min, local.tm_sec, &value))
         return value;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "port/clock.h"
 #include "sysfile/byteorder.h"
 
 namespace murv {
@@ -63,7 +64,7 @@ std::pair<std::string, std::string> FormatCreationStamp(std::int64_t unixSeconds
     if (unixSeconds < 86400) unixSeconds = 86400;
     const std::time_t t = static_cast<std::time_t>(unixSeconds);
     std::tm tm{};
-    if (!localtime_r(&t, &tm)) return {"01 Jan 70", "00:00:00"};
+    if (!port::LocalTime(t, &tm)) return {"01 Jan 70", "00:00:00"};
     char date[32], time[32];
     std::snprintf(date, sizeof date, "%02d %-3.3s %02d", tm.tm_mday % 100, kMonths[tm.tm_mon % 12],
                   (tm.tm_year + 1900) % 100);

@@ -1,8 +1,8 @@
 // A private directory for a test's files, removed with everything in it.
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <system_error>
 
@@ -11,9 +11,14 @@ namespace murv::testing {
 class TempDir {
 public:
     TempDir() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/murvio-test-XXXXXX";
-        if (::mkdtemp(pattern.data())) path_ = pattern;
+        namespace fs = std::filesystem;
+        std::error_code ec;
+        const fs::path base = fs::temp_directory_path(ec);
+        std::random_device seed;
+        for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
+            const fs::path dir = base / ("murvio-test-" + std::to_string(seed()));
+            if (fs::create_directory(dir, ec)) path_ = dir.generic_string();
+        }
     }
     ~TempDir() {
         std::error_code ec;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <limits>
 #include <string>
@@ -91,89 +92,83 @@ void ForgetCaseCount(const std::string& path) {
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-TEST_F(CaseCalls, HandleAndModeChecks) {
+// Each case call's code on a handle in each state: a write handle before and
+// after its commit, a read handle, an append handle and a closed handle. A
+// refused call leaves its output reset.
+TEST_F(CaseCalls, CodesByHandleState) {
+    constexpr int kNotTried = 1000;
+    constexpr double kNoOutput = -99;
     const std::string path = dir_.File("modes.sav");
-    int w = Create(path, {{"x", 0}, {"s", 4}}, false, false);
-    double d = 0;
-    char buf[16];
-    char rec[16] = {};
-    int n = 0;
-
-    // Case output before the header is committed; the case size is not known.
-    EXPECT_EQ(murvSetValueNumeric(w, 1, 1.0), MURV_RC_DICT_NOT_COMMITTED);
-    EXPECT_EQ(murvSetValueChar(w, 2, "a"), MURV_RC_DICT_NOT_COMMITTED);
-    EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_DICT_NOT_COMMITTED);
-    EXPECT_EQ(murvWholeCaseOut(w, rec), MURV_RC_DICT_NOT_COMMITTED);
-    n = 7;
-    EXPECT_EQ(murvGetCaseSize(w, &n), MURV_RC_DICT_NOT_COMMITTED);
-    EXPECT_EQ(n, 0);
-    n = 7;
-    EXPECT_EQ(murvGetNumberofCases(w, &n), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(n, -1);
-    EXPECT_EQ(murvGetEstimatedNofCases(w, &n), MURV_RC_WRITE_MODE);
-
-    // Case input on a write handle.
-    EXPECT_EQ(murvReadCaseRecord(w), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvSeekNextCase(w, 0), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvGetValueNumeric(w, 1, &d), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvGetValueChar(w, 2, buf, sizeof buf), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvWholeCaseIn(w, rec), MURV_RC_WRITE_MODE);
-
+    const int w = Create(path, {{"x", 0}, {"s", 4}}, false, false);
+    char buf[16], rec[16] = {};
+    double out = kNoOutput;
+    auto into = [&](auto start, auto get) {
+        auto v = start;
+        const int rc = get(&v);
+        out = v;
+        return rc;
+    };
+    auto text = [&](auto get) { std::strcpy(buf, "junk"); const int rc = get(buf); out = buf[0]; return rc; };
+    const int DNC = MURV_RC_DICT_NOT_COMMITTED, WM = MURV_RC_WRITE_MODE, RM = MURV_RC_READ_MODE,
+              DC = MURV_RC_DICT_COMMITTED, X = kNotTried;
+    const struct {
+        const char* call;
+        std::function<int(int)> run;
+        int codes[4];  // open, committed, read, append
+        double reset;  // the output after a refused call
+    } rows[] = {
+        {"SetValueNumeric", [](int h) { return murvSetValueNumeric(h, 1, 1.0); }, {DNC, X, RM, X}, kNoOutput},
+        {"SetValueChar", [](int h) { return murvSetValueChar(h, 2, "a"); }, {DNC, X, RM, X}, kNoOutput},
+        {"CommitCaseRecord", [](int h) { return murvCommitCaseRecord(h); }, {DNC, X, RM, X}, kNoOutput},
+        {"WholeCaseOut", [&](int h) { return murvWholeCaseOut(h, rec); }, {DNC, X, RM, X}, kNoOutput},
+        {"ReadCaseRecord", [](int h) { return murvReadCaseRecord(h); }, {WM, X, X, WM}, kNoOutput},
+        {"SeekNextCase", [](int h) { return murvSeekNextCase(h, 0); }, {WM, X, X, WM}, kNoOutput},
+        {"WholeCaseIn", [&](int h) { return murvWholeCaseIn(h, rec); }, {WM, X, X, WM}, kNoOutput},
+        {"GetValueNumeric", [&](int h) { return into(3.0, [h](double* d) { return murvGetValueNumeric(h, 1, d); }); },
+         {WM, X, X, X}, 0},
+        {"GetValueChar", [&](int h) { return text([h](char* b) { return murvGetValueChar(h, 2, b, 16); }); },
+         {WM, X, X, X}, 0},
+        {"GetCaseSize", [&](int h) { return into(7, [h](int* n) { return murvGetCaseSize(h, n); }); },
+         {DNC, MURV_RC_OK, X, X}, 0},
+        {"GetNumberofCases", [&](int h) { return into(7, [h](int* n) { return murvGetNumberofCases(h, n); }); },
+         {WM, X, MURV_RC_OK, MURV_RC_OK}, -1},
+        {"GetEstimatedNofCases", [&](int h) { return into(7, [h](int* n) { return murvGetEstimatedNofCases(h, n); }); },
+         {WM, X, MURV_RC_OK, X}, -1},
+        {"GetCompression", [&](int h) { return into(7, [h](int* n) { return murvGetCompression(h, n); }); },
+         {MURV_RC_OK, X, X, X}, 1},
+        {"SetCompression", [](int h) { return murvSetCompression(h, 1); }, {X, DC, RM, X}, kNoOutput},
+        {"SetCaseWeightVar", [](int h) { return murvSetCaseWeightVar(h, "x"); }, {X, DC, RM, X}, kNoOutput},
+        {"GetCaseWeightVar", [&](int h) { return text([h](char* b) { return murvGetCaseWeightVar(h, b); }); },
+         {MURV_RC_NO_WEIGHT, X, X, X}, 0},
+    };
+    auto check = [&](const char* state, int h, int column) {
+        for (const auto& row : rows) {
+            const int expected = row.codes[column];
+            if (expected == kNotTried) continue;
+            out = kNoOutput;
+            EXPECT_EQ(row.run(h), expected) << row.call << " on " << state;
+            if (expected != MURV_RC_OK) {
+                EXPECT_EQ(out, row.reset) << row.call << " on " << state;
+            }
+        }
+    };
+    check("an uncommitted write handle", w, 0);
     ASSERT_EQ(murvCommitHeader(w), MURV_RC_OK);
-    EXPECT_EQ(murvGetCaseSize(w, &n), MURV_RC_OK);
-    EXPECT_EQ(n, 16);
-    // The dictionary calls are closed now.
-    EXPECT_EQ(murvSetCompression(w, 1), MURV_RC_DICT_COMMITTED);
-    EXPECT_EQ(murvSetCaseWeightVar(w, "x"), MURV_RC_DICT_COMMITTED);
+    check("a committed write handle", w, 1);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
-
-    int r = OpenRead(path);
-    EXPECT_EQ(murvSetValueNumeric(r, 1, 1.0), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvSetValueChar(r, 2, "a"), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvCommitCaseRecord(r), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvWholeCaseOut(r, rec), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvSetCompression(r, 1), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvSetCaseWeightVar(r, "x"), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-    EXPECT_EQ(n, 0);
+    const int r = OpenRead(path);
+    check("a read handle", r, 2);
     ASSERT_EQ(murvCloseRead(r), MURV_RC_OK);
-
     int a = -1;
     ASSERT_EQ(murvOpenAppend(path.c_str(), &a), MURV_RC_OK);
-    EXPECT_EQ(murvReadCaseRecord(a), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvSeekNextCase(a, 0), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvWholeCaseIn(a, rec), MURV_RC_WRITE_MODE);
+    check("an append handle", a, 3);
     ASSERT_EQ(murvCloseAppend(a), MURV_RC_OK);
-
-    // Unknown and closed handles.
     for (int bad : {-1, 100, r, w}) {
-        EXPECT_EQ(murvSetValueNumeric(bad, 1, 1.0), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvSetValueChar(bad, 2, "a"), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvCommitCaseRecord(bad), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvWholeCaseOut(bad, rec), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvReadCaseRecord(bad), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvSeekNextCase(bad, 0), MURV_RC_BAD_HANDLE);
-        d = 3;
-        EXPECT_EQ(murvGetValueNumeric(bad, 1, &d), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(d, 0.0);
-        std::strcpy(buf, "junk");
-        EXPECT_EQ(murvGetValueChar(bad, 2, buf, sizeof buf), MURV_RC_BAD_HANDLE);
-        EXPECT_STREQ(buf, "");
-        EXPECT_EQ(murvWholeCaseIn(bad, rec), MURV_RC_BAD_HANDLE);
-        n = 3;
-        EXPECT_EQ(murvGetCaseSize(bad, &n), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(n, 0);
-        EXPECT_EQ(murvGetNumberofCases(bad, &n), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(n, -1);
-        EXPECT_EQ(murvGetEstimatedNofCases(bad, &n), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvSetCompression(bad, 1), MURV_RC_BAD_HANDLE);
-        n = 0;
-        EXPECT_EQ(murvGetCompression(bad, &n), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(n, 1);
-        EXPECT_EQ(murvSetCaseWeightVar(bad, "x"), MURV_RC_BAD_HANDLE);
-        std::strcpy(buf, "junk");
-        EXPECT_EQ(murvGetCaseWeightVar(bad, buf), MURV_RC_BAD_HANDLE);
-        EXPECT_STREQ(buf, "");
+        for (const auto& row : rows) {
+            out = kNoOutput;
+            EXPECT_EQ(row.run(bad), MURV_RC_BAD_HANDLE) << row.call << " on handle " << bad;
+            EXPECT_EQ(out, row.reset) << row.call << " on handle " << bad;
+        }
     }
 }
 
@@ -246,15 +241,16 @@ TEST_F(CaseCalls, ReadingChecksInOrder) {
     EXPECT_EQ(murvGetValueNumeric(r, 2, &d), MURV_RC_NUMERIC_EXPECTED);
     EXPECT_EQ(murvGetValueChar(r, 1, buf, sizeof buf), MURV_RC_STRING_EXPECTED);
     EXPECT_EQ(murvGetValueChar(r, 4, buf, sizeof buf), MURV_RC_BAD_VAR_HANDLE);
-    // The width plus a NUL must fit; nothing is copied otherwise.
-    std::strcpy(buf, "junk");
-    EXPECT_EQ(murvGetValueChar(r, 2, buf, 8), MURV_RC_BUFFER_SHORT);
-    EXPECT_STREQ(buf, "");
-    EXPECT_EQ(murvGetValueChar(r, 2, buf, 9), MURV_RC_OK);
-    EXPECT_STREQ(buf, "12345678");
-    EXPECT_EQ(murvGetValueChar(r, 3, buf, 9), MURV_RC_BUFFER_SHORT);
-    EXPECT_EQ(murvGetValueChar(r, 3, buf, 10), MURV_RC_OK);
-    EXPECT_STREQ(buf, "ab       ") << "trailing blanks are kept";
+    // The width plus a NUL must fit; nothing is copied otherwise. Trailing
+    // blanks are kept.
+    const std::tuple<int, int, int, const char*> sizes[] = {
+        {2, 8, MURV_RC_BUFFER_SHORT, ""}, {2, 9, MURV_RC_OK, "12345678"},
+        {3, 9, MURV_RC_BUFFER_SHORT, ""}, {3, 10, MURV_RC_OK, "ab       "}};
+    for (const auto& [var, size, rc, value] : sizes) {
+        std::strcpy(buf, "junk");
+        EXPECT_EQ(murvGetValueChar(r, var, buf, size), rc) << var << ' ' << size;
+        EXPECT_STREQ(buf, value);
+    }
     // Null outputs give the fixed code and do not crash.
     EXPECT_EQ(murvGetValueNumeric(r, 1, nullptr), MURV_RC_FILE_READ);
     EXPECT_EQ(murvGetValueChar(r, 2, nullptr, 9), MURV_RC_FILE_READ);
@@ -353,14 +349,12 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
 
 TEST_F(CaseCalls, EmptyFileReportsEndUntilSeek) {
     const std::string path = dir_.File("empty.sav");
-    int w = Create(path, {{"x", 0}}, true);
-    ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
+    ASSERT_EQ(murvCloseWrite(Create(path, {{"x", 0}}, true)), MURV_RC_OK);
     int r = OpenRead(path);
     int n = -5;
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
     EXPECT_EQ(n, 0);
     char rec[8];
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
     EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
     EXPECT_EQ(murvWholeCaseIn(r, rec), MURV_RC_END_OF_FILE);
     EXPECT_EQ(murvSeekNextCase(r, 0), MURV_RC_OK);
@@ -369,40 +363,29 @@ TEST_F(CaseCalls, EmptyFileReportsEndUntilSeek) {
 }
 
 // A file whose writer could not record the number of cases: -1 in the header
-// and in the 64-bit count record. The count is unknown (-1, code 0) until
-// the cases have been read to the end.
-TEST_F(CaseCalls, UnknownCaseCount) {
-    const std::string path = dir_.File("unknown.sav");
+// and in the 64-bit count record. The count is unknown (-1, code 0) until the
+// cases have been read to the end. Then the plain cases are made to lie at
+// offsets beyond 4 GiB: a sparse file whose hole reads as cases of zeros.
+// Appending finds the end from the file's size, and the count and the cases on
+// either side of the hole come back.
+TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
+    const std::string path = dir_.File("sparse.sav");
     int w = Create(path, {{"x", 0}});
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
+    const double one = 1.0;
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(murvWholeCaseOut(w, reinterpret_cast<const char*>(&one)), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
-
+    const auto row0 = static_cast<std::int64_t>(std::filesystem::file_size(path)) - 3 * 8;
     ForgetCaseCount(path);
-
     int r = OpenRead(path);
-    int n = 0;
+    int n = 0, estimated = 0;
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-    EXPECT_EQ(n, -1);
-    EXPECT_EQ(murvGetEstimatedNofCases(r, &n), MURV_RC_OK);
-    EXPECT_EQ(n, -1);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
+    EXPECT_EQ(murvGetEstimatedNofCases(r, &estimated), MURV_RC_OK);
+    EXPECT_EQ(std::pair(n, estimated), std::pair(-1, -1));
+    while (murvReadCaseRecord(r) == MURV_RC_OK) {
+    }
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
     EXPECT_EQ(n, 3);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
-}
-
-// Plain cases lie at offsets beyond 4 GiB: a sparse file whose hole reads as
-// cases of zeros. Appending finds the end from the file's size (the count is
-// unknown), and the count and the cases on either side of the hole come back.
-TEST_F(CaseCalls, PlainCasesBeyondFourGiB) {
-    const std::string path = dir_.File("sparse.sav");
-    int w = Create(path, {{"x", 0}});
-    double one = 1.0;
-    ASSERT_EQ(murvWholeCaseOut(w, reinterpret_cast<const char*>(&one)), MURV_RC_OK);
-    ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
-    const auto row0 = static_cast<std::int64_t>(std::filesystem::file_size(path)) - 8;
-    ForgetCaseCount(path);
 
     const std::int64_t cases = (std::int64_t{1} << 29) + 3;  // the data pass 4 GiB
     ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(row0 + 8 * cases)), 0);
@@ -417,11 +400,11 @@ TEST_F(CaseCalls, PlainCasesBeyondFourGiB) {
     ASSERT_EQ(murvCloseAppend(a), MURV_RC_OK);
     EXPECT_EQ(static_cast<std::int64_t>(std::filesystem::file_size(path)), row0 + 8 * (cases + 2));
 
-    int r = OpenRead(path);
-    int n = 0;
+    r = OpenRead(path);
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
     EXPECT_EQ(n, cases + 2);
-    const std::pair<std::int64_t, double> expected[] = {{cases + 1, 8.0}, {cases, 7.0}, {cases - 1, 0.0}, {0, 1.0}};
+    const std::pair<std::int64_t, double> expected[] = {
+        {cases + 1, 8.0}, {cases, 7.0}, {cases - 1, 0.0}, {2, 1.0}, {3, 0.0}};
     for (const auto& [k, value] : expected) {
         ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(k)), MURV_RC_OK);
         ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK) << "case " << k;
@@ -432,7 +415,9 @@ TEST_F(CaseCalls, PlainCasesBeyondFourGiB) {
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 }
 
-TEST_F(CaseCalls, WholeCaseRecords) {
+// Whole records written, mixed with single values, then more cases appended
+// both ways; all read back as records and as values.
+TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
     for (bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
         const std::string path = dir_.File(compressed ? "whole_c.sav" : "whole_p.sav");
@@ -441,101 +426,75 @@ TEST_F(CaseCalls, WholeCaseRecords) {
         ASSERT_EQ(murvGetCaseSize(w, &size), MURV_RC_OK);
         ASSERT_EQ(size, 32);
         std::vector<std::vector<char>> written;
-        for (int i = 0; i < 20; ++i) {
-            std::vector<char> rec(32);
-            const double n = i, m = i % 3 ? 0.125 * i : kSysmis;
+        auto record = [&](double n, const char* s, double m) {
+            std::vector<char> rec(32, ' ');
             std::memcpy(rec.data(), &n, 8);
-            std::memcpy(rec.data() + 8, "whole case", 10);
-            std::memset(rec.data() + 18, ' ', 6);
+            std::memcpy(rec.data() + 8, s, std::strlen(s));
             std::memcpy(rec.data() + 24, &m, 8);
-            ASSERT_EQ(murvWholeCaseOut(w, rec.data()), MURV_RC_OK);
             written.push_back(rec);
+            return written.back().data();
+        };
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_EQ(murvWholeCaseOut(w, record(i, "whole case", i % 3 ? 0.125 * i : kSysmis)), MURV_RC_OK);
         }
         // Records and single values mix: a value set before a whole record
         // belongs to a case that is dropped by it.
         EXPECT_EQ(murvSetValueNumeric(w, 1, 77.0), MURV_RC_OK);
-        EXPECT_EQ(murvWholeCaseOut(w, written[0].data()), MURV_RC_OK);
+        EXPECT_EQ(murvWholeCaseOut(w, record(20, "", 1.0)), MURV_RC_OK);
         EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
+        record(kSysmis, "", kSysmis);
         ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-        int r = OpenRead(path);
-        std::vector<char> rec(32);
-        for (int i = 0; i < 20; ++i) {
-            ASSERT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_OK);
-            EXPECT_EQ(rec, written[static_cast<std::size_t>(i)]) << i;
-            double d = 0;
-            EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE);
-        }
-        ASSERT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_OK);
-        EXPECT_EQ(rec, written[0]);
-        ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
-        EXPECT_EQ(Num(r, 1), kSysmis) << "the case after a whole record starts empty";
-        EXPECT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_END_OF_FILE);
-        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
-    }
-}
-
-TEST_F(CaseCalls, AppendContinuesTheFile) {
-    for (bool compressed : {false, true}) {
-        SCOPED_TRACE(compressed ? "compressed" : "plain");
-        const std::string path = dir_.File(compressed ? "app_c.sav" : "app_p.sav");
-        int w = Create(path, {{"i", 0}, {"s", 5}}, compressed);
-        for (int i = 0; i < 3; ++i) {
-            EXPECT_EQ(murvSetValueNumeric(w, 1, i + 0.5), MURV_RC_OK);
-            EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
-        }
-        ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
-
-        int a = -1;
+        int a = -1, n = 0;
         ASSERT_EQ(murvOpenAppend(path.c_str(), &a), MURV_RC_OK);
-        int n = 0;
         EXPECT_EQ(murvGetNumberofCases(a, &n), MURV_RC_OK);
-        EXPECT_EQ(n, 3);
-        EXPECT_EQ(murvSetValueNumeric(a, 1, 3.5), MURV_RC_OK);
+        EXPECT_EQ(n, 22);
+        EXPECT_EQ(murvSetValueNumeric(a, 1, 22.5), MURV_RC_OK);
         EXPECT_EQ(murvSetValueChar(a, 2, "five"), MURV_RC_OK);
         EXPECT_EQ(murvCommitCaseRecord(a), MURV_RC_OK);
-        char rec[16];
-        const double v = 4.5;
-        std::memcpy(rec, &v, 8);
-        std::memcpy(rec + 8, "rec     ", 8);
-        EXPECT_EQ(murvWholeCaseOut(a, rec), MURV_RC_OK);
+        record(22.5, "five", kSysmis);
+        EXPECT_EQ(murvWholeCaseOut(a, record(23.5, "rec", 2.0)), MURV_RC_OK);
         ASSERT_EQ(murvCloseAppend(a), MURV_RC_OK);
 
         int r = OpenRead(path);
         EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-        EXPECT_EQ(n, 5);
-        for (int i = 0; i < 5; ++i) {
-            ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
-            EXPECT_EQ(Num(r, 1), i + 0.5);
-            EXPECT_EQ(Str(r, 2), i == 3 ? "five " : i == 4 ? "rec  " : "     ");
+        EXPECT_EQ(n, 24);
+        std::vector<char> rec(32);
+        for (std::size_t i = 0; i < written.size(); ++i) {
+            ASSERT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_OK);
+            EXPECT_EQ(rec, written[i]) << i;
+            double d = 0;
+            EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE) << "a whole record is no current case";
         }
-        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
+        EXPECT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_END_OF_FILE);
+        // The same cases read value by value.
+        for (std::size_t i = 0; i < written.size(); ++i) {
+            ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(i)), MURV_RC_OK);
+            ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
+            double n1 = 0, m = 0;
+            std::memcpy(&n1, written[i].data(), 8);
+            std::memcpy(&m, written[i].data() + 24, 8);
+            EXPECT_EQ(Bits(Num(r, 1)), Bits(n1)) << i;
+            EXPECT_EQ(Str(r, 2), std::string(written[i].data() + 8, 10)) << i;
+            EXPECT_EQ(Bits(Num(r, 3)), Bits(m)) << i;
+        }
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
     }
 }
 
-TEST_F(CaseCalls, CompressionSwitch) {
-    int w = Create(dir_.File("comp.sav"), {{"x", 0}}, false, false);
-    int c = -1;
-    EXPECT_EQ(murvGetCompression(w, &c), MURV_RC_OK);
-    EXPECT_EQ(c, 0);
-    EXPECT_EQ(murvSetCompression(w, -7), MURV_RC_OK);
-    EXPECT_EQ(murvGetCompression(w, &c), MURV_RC_OK);
-    EXPECT_EQ(c, 1);
-    EXPECT_EQ(murvSetCompression(w, 0), MURV_RC_OK);
-    EXPECT_EQ(murvGetCompression(w, &c), MURV_RC_OK);
-    EXPECT_EQ(c, 0);
-    EXPECT_EQ(murvGetCompression(w, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetCaseSize(w, nullptr), MURV_RC_DICT_NOT_COMMITTED);
-    EXPECT_EQ(murvCommitHeader(w), MURV_RC_OK);
-    EXPECT_EQ(murvGetCaseSize(w, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetNumberofCases(w, nullptr), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvCloseWrite(w), MURV_RC_OK);
-}
-
-TEST_F(CaseCalls, WeightVariable) {
+TEST_F(CaseCalls, CompressionAndWeightVariable) {
     const std::string path = dir_.File("weight.sav");
     int w = Create(path, {{"id", 0}, {"wt", 0}, {"name", 12}}, false, false);
+    // Compression: any nonzero switch turns it on.
+    int c = -1;
+    for (int on : {0, -7, 0}) {
+        EXPECT_EQ(murvSetCompression(w, on), MURV_RC_OK);
+        EXPECT_EQ(murvGetCompression(w, &c), MURV_RC_OK);
+        EXPECT_EQ(c, on != 0);
+    }
+    EXPECT_EQ(murvGetCompression(w, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetCaseSize(w, nullptr), MURV_RC_DICT_NOT_COMMITTED);
+    EXPECT_EQ(murvGetNumberofCases(w, nullptr), MURV_RC_WRITE_MODE);
     char name[65] = "junk";
     EXPECT_EQ(murvGetCaseWeightVar(w, name), MURV_RC_NO_WEIGHT);
     EXPECT_STREQ(name, "");
@@ -549,6 +508,7 @@ TEST_F(CaseCalls, WeightVariable) {
     EXPECT_EQ(murvGetCaseWeightVar(w, name), MURV_RC_OK);
     EXPECT_STREQ(name, "wt");
     ASSERT_EQ(murvCommitHeader(w), MURV_RC_OK);
+    EXPECT_EQ(murvGetCaseSize(w, nullptr), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvSetValueNumeric(w, 2, 2.5), MURV_RC_OK);
     EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);

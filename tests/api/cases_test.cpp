@@ -1,8 +1,9 @@
 // Case calls through the public header: value-by-value and whole-record
 // writing and reading, seeking, appending, counts, compression and the
 // case-weight variable.
+#ifndef _WIN32
 #include <sys/stat.h>
-#include <unistd.h>
+#endif
 
 #include <cmath>
 #include <cstdint>
@@ -388,11 +389,13 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 
     const std::int64_t cases = (std::int64_t{1} << 29) + 3;  // the data pass 4 GiB
-    ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(row0 + 8 * cases)), 0);
+    std::filesystem::resize_file(path, static_cast<std::uintmax_t>(row0 + 8 * cases));
+#ifndef _WIN32  // (Wine and NTFS extend a file without writing the new bytes)
     struct stat st;
     ASSERT_EQ(::stat(path.c_str(), &st), 0);
     if (static_cast<std::int64_t>(st.st_blocks) * 512 > (std::int64_t{1} << 20))
         GTEST_SKIP() << "the file system of " << path << " has no sparse files";
+#endif
 
     int a = -1;
     ASSERT_EQ(murvOpenAppend(path.c_str(), &a), MURV_RC_OK);

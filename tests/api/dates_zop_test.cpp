@@ -266,6 +266,17 @@ TEST_F(DataEntry, SettingPiecesAndMisplacedCalls) {
     EXPECT_EQ(murvGetZOPNext(r, buf, 8, &a), MURV_RC_NO_ZOP);
     EXPECT_EQ(a + b, 0);
     murvCloseRead(r);
+
+    // A block of 4-byte units (set through the raw extension call) grows by
+    // whole units only; a piece of 6 bytes was once read past its end.
+    h = NewFile(path);
+    ASSERT_EQ(murvSetExtensionData(h, 8, 4, 5, block.data()), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPNext(h, block.data(), 6), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPNext(h, block.data(), 8), MURV_RC_OK);
+    r = Finish(h, path);
+    EXPECT_EQ(murvGetExtensionDataDesc(r, 8, &a, &b), MURV_RC_OK);
+    EXPECT_EQ(std::pair(a, b), std::pair(4, 7));
+    murvCloseRead(r);
 }
 
 TEST_F(DataEntry, ABlockOfTheOtherByteOrderCannotBeUsed) {

@@ -37,26 +37,24 @@ int Reopen(int h, const std::string& path) {
     return r;
 }
 
-Pairs FileAttributes(int h) {
+// Attributes as name-value pairs, from a getter given the output arrays.
+template <class Get>
+Pairs Attributes(Get get) {
     char** names = nullptr;
     char** values = nullptr;
     int n = -1;
-    EXPECT_EQ(murvGetFileAttributes(h, &names, &values, &n), MURV_RC_OK);
+    EXPECT_EQ(get(&names, &values, &n), MURV_RC_OK);
     Pairs out;
     for (int i = 0; i < n; ++i) out.emplace_back(names[i], values[i]);
     EXPECT_EQ(murvFreeAttributes(names, values, n), MURV_RC_OK);
     return out;
 }
-
+Pairs FileAttributes(int h) {
+    return Attributes([h](char*** names, char*** values, int* n) { return murvGetFileAttributes(h, names, values, n); });
+}
 Pairs VarAttributes(int h, const char* var) {
-    char** names = nullptr;
-    char** values = nullptr;
-    int n = -1;
-    EXPECT_EQ(murvGetVarAttributes(h, var, &names, &values, &n), MURV_RC_OK);
-    Pairs out;
-    for (int i = 0; i < n; ++i) out.emplace_back(names[i], values[i]);
-    EXPECT_EQ(murvFreeAttributes(names, values, n), MURV_RC_OK);
-    return out;
+    return Attributes(
+        [h, var](char*** names, char*** values, int* n) { return murvGetVarAttributes(h, var, names, values, n); });
 }
 
 TEST(Metadata, LabelProductReleaseAndStamp) {
@@ -97,6 +95,20 @@ TEST(Metadata, LabelProductReleaseAndStamp) {
     EXPECT_EQ(murvGetIdString(r, text), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvGetReleaseInfo(-1, rel), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(rel[0], 0) << "outputs reset first";
+
+    // A file written without a label holds blanks in its place and reads back
+    // with an empty label; only a label never set, or removed, is none.
+    const std::string unlabelled = dir.File("unlabelled.sav");
+    h = NewFile(unlabelled);
+    EXPECT_EQ(murvSetIdString(h, "gone"), MURV_RC_OK);
+    EXPECT_EQ(murvSetIdString(h, nullptr), MURV_RC_OK);
+    EXPECT_EQ(murvGetIdString(h, text), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    r = Reopen(h, unlabelled);
+    std::strcpy(text, "junk");
+    EXPECT_EQ(murvGetIdString(r, text), MURV_RC_OK);
+    EXPECT_STREQ(text, "");
+    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 }
 
 TEST(Metadata, ExtensionRecordsAreReadInChunks) {

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -22,40 +24,22 @@ using Texts = std::vector<std::string>;
 
 // A whole label set, copied out of the library's arrays, which go back to
 // the library at once.
-struct NumericSet {
+template <class Value>
+struct LabelSet {
     int rc = 0;
-    std::vector<double> values;
+    std::vector<Value> values;
     Texts labels;
 };
-struct StringSet {
-    int rc = 0;
-    Texts values;
-    Texts labels;
-};
+using NumericSet = LabelSet<double>;
+using StringSet = LabelSet<std::string>;
 
-NumericSet GetNumericSet(int handle, const char* var) {
-    NumericSet set;
-    double* values = nullptr;
+template <class Value, class Raw, class Get, class Free>
+LabelSet<Value> GetSet(Get get, Free release, int handle, const char* var) {
+    LabelSet<Value> set;
+    Raw* values = nullptr;
     char** labels = nullptr;
     int count = -1;
-    set.rc = murvGetVarNValueLabels(handle, var, &values, &labels, &count);
-    if (set.rc != MURV_RC_OK) {
-        EXPECT_TRUE(values == nullptr && labels == nullptr && count == 0);
-    }
-    for (int i = 0; i < count; ++i) {
-        set.values.push_back(values[i]);
-        set.labels.emplace_back(labels[i]);
-    }
-    EXPECT_EQ(murvFreeVarNValueLabels(values, labels, count), MURV_RC_OK);
-    return set;
-}
-
-StringSet GetStringSet(int handle, const char* var) {
-    StringSet set;
-    char** values = nullptr;
-    char** labels = nullptr;
-    int count = -1;
-    set.rc = murvGetVarCValueLabels(handle, var, &values, &labels, &count);
+    set.rc = get(handle, var, &values, &labels, &count);
     if (set.rc != MURV_RC_OK) {
         EXPECT_TRUE(values == nullptr && labels == nullptr && count == 0);
     }
@@ -63,24 +47,26 @@ StringSet GetStringSet(int handle, const char* var) {
         set.values.emplace_back(values[i]);
         set.labels.emplace_back(labels[i]);
     }
-    EXPECT_EQ(murvFreeVarCValueLabels(values, labels, count), MURV_RC_OK);
+    EXPECT_EQ(release(values, labels, count), MURV_RC_OK);
     return set;
+}
+NumericSet GetNumericSet(int handle, const char* var) {
+    return GetSet<double, double>(murvGetVarNValueLabels, murvFreeVarNValueLabels, handle, var);
+}
+StringSet GetStringSet(int handle, const char* var) {
+    return GetSet<std::string, char*>(murvGetVarCValueLabels, murvFreeVarCValueLabels, handle, var);
 }
 
 // One label through a Long getter with room for any label; its code in *rc.
-std::string Label(int handle, const char* var, double value, int* rc = nullptr) {
+template <class Value>
+std::string Label(int handle, const char* var, Value value, int* rc = nullptr) {
     char buffer[1024];
     int length = -1;
-    const int code = murvGetVarNValueLabelLong(handle, var, value, buffer, sizeof buffer, &length);
-    if (rc) *rc = code;
-    EXPECT_EQ(static_cast<std::size_t>(length), std::strlen(buffer));
-    return buffer;
-}
-
-std::string Label(int handle, const char* var, const char* value, int* rc = nullptr) {
-    char buffer[1024];
-    int length = -1;
-    const int code = murvGetVarCValueLabelLong(handle, var, value, buffer, sizeof buffer, &length);
+    int code;
+    if constexpr (std::is_arithmetic_v<Value>)
+        code = murvGetVarNValueLabelLong(handle, var, value, buffer, sizeof buffer, &length);
+    else
+        code = murvGetVarCValueLabelLong(handle, var, value, buffer, sizeof buffer, &length);
     if (rc) *rc = code;
     EXPECT_EQ(static_cast<std::size_t>(length), std::strlen(buffer));
     return buffer;
@@ -118,13 +104,13 @@ TEST_F(ValueLabels, NumericLabelsAreKeptInValueOrder) {
     char label[61];
     EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 3, label), MURV_RC_OK);
     EXPECT_STREQ(label, "three");
-    int rc = 0;
-    EXPECT_EQ(Label(h_, "age", 4, &rc), "");
-    EXPECT_EQ(rc, MURV_RC_OK);
-    EXPECT_EQ(Label(h_, "age", 5, &rc), "");
-    EXPECT_EQ(rc, MURV_RC_NO_LABEL);
-    EXPECT_EQ(Label(h_, "income", 1, &rc), "");
-    EXPECT_EQ(rc, MURV_RC_NO_VALUE_LABELS);
+    // An empty label is a label; an absent one, or an absent set, is not.
+    for (const auto& [var, value, code] : {std::tuple{"age", 4, MURV_RC_OK}, {"age", 5, MURV_RC_NO_LABEL},
+                                           {"income", 1, MURV_RC_NO_VALUE_LABELS}}) {
+        int rc = -1;
+        EXPECT_EQ(Label(h_, var, value, &rc), "") << var << ' ' << value;
+        EXPECT_EQ(rc, code) << var << ' ' << value;
+    }
     EXPECT_EQ(GetNumericSet(h_, "income").rc, MURV_RC_NO_VALUE_LABELS);
 }
 

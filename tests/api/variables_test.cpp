@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/locale_guard.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -134,7 +135,7 @@ TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 5, nullptr), MURV_RC_OK);
     EXPECT_STREQ(buf, "aaaa");
 
-    ASSERT_NE(std::setlocale(LC_ALL, "en_US.UTF-8"), nullptr);
+    MURV_USE_LOCALE(utf8, "en_US.UTF-8");
     // 255 bytes and a two-byte character that would cross the limit.
     const std::string accented = std::string(255, 'x') + "\xC3\xA9";
     EXPECT_EQ(murvSetVarLabel(h, "v", accented.c_str()), MURV_RC_VAR_LABEL_CUT);
@@ -144,7 +145,6 @@ TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 4, &len), MURV_RC_OK);
     EXPECT_STREQ(buf, "\xC3\xA9");
     EXPECT_EQ(len, 2);
-    std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariable) {

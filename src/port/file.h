@@ -18,7 +18,7 @@ struct OpenFlags {
     bool truncate = false;
     bool append = false;
     bool randomAccess = false;  // access-pattern hint; sequential otherwise
-    bool shortLived = false;    // hint only; nothing on this platform uses it
+    bool shortLived = false;    // hint only (the file will not live long)
 };
 
 // Opens a file with owner read/write permission for files it creates.

@@ -76,7 +76,8 @@ unsigned CompressedSystemFile::TakeBytes(unsigned char* dst, unsigned n) {
         if (inPos_ == inLen_) {
             if (in_.size() < kIoBytes) in_.resize(kIoBytes);
             inPos_ = 0;
-            inLen_ = file_->Read(in_.data(), kIoBytes);
+            inLen_ = file_->Read(in_.data(), readSize_);
+            readSize_ = std::min(2 * readSize_, kIoBytes);
             if (inLen_ == 0) break;
         }
         const unsigned k = std::min(n - got, inLen_ - inPos_);
@@ -214,6 +215,7 @@ CompressedPosition CompressedSystemFile::Tell() const {
 void CompressedSystemFile::SeekPosition(CompressedPosition position) {
     const std::int64_t c = position % kKeySize;
     DropInput();
+    readSize_ = kSeekReadBytes;
     file_->Seek(position - c + row0pos_, 0);
     endOfData_ = false;
     if (!LoadBlock()) {

@@ -94,6 +94,10 @@ private:
     static constexpr unsigned kIoBytes = 64 * 1024;
     std::vector<unsigned char> in_;
     unsigned inPos_ = 0, inLen_ = 0;
+    // The size of the next read: small after a seek, which usually wants one
+    // case, doubling up to kIoBytes while the reading goes on from there.
+    unsigned readSize_ = kIoBytes;
+    static constexpr unsigned kSeekReadBytes = 4096;
     std::vector<unsigned char> out_;
     int WalkCase(unsigned char* cells, const unsigned char* swap);
 

@@ -244,27 +244,23 @@ TEST_F(Fixture, AppendContinuesThePartlyFilledLastBlock) {
 }
 
 TEST(SparseIndex, SpacingAndThinning) {
-    SparseFileIndex idx;
+    SparseFileIndex idx(4, 8);
     EXPECT_EQ(idx.Lookup(12345), (std::pair<std::uint64_t, std::int64_t>(0, 0)));
-    std::uint64_t k = 0;
-    for (; idx.Count() < 255 || k < 41 * 255; ++k) idx.Add(k, static_cast<std::int64_t>(100 * k));
-    ASSERT_GE(idx.Entries().size(), 2u);
-    EXPECT_EQ(idx.Entries()[1].first, 41u) << "every 4100 units: the first not below the previous + 4096";
-    // Keep offering until the 256th entry thins the index.
-    while (idx.Spacing() == 4096) idx.Add(k, static_cast<std::int64_t>(100 * k)), ++k;
-    EXPECT_EQ(idx.Count(), 128u);
-    EXPECT_EQ(idx.Spacing(), 8192u);
-    EXPECT_EQ(idx.Lookup(45).first, 0u) << "after thinning the entry at 41 is gone";
-    EXPECT_EQ(idx.Lookup(82).first, 82u);
-    EXPECT_EQ(idx.Lookup(83).first, 82u);
-
-    SparseFileIndex wide;
-    wide.Add(0, 0);
-    wide.Add(1, 100000);
-    EXPECT_EQ(wide.Spacing(), 100000u) << "a case larger than the spacing raises it";
-    EXPECT_EQ(wide.Count(), 2u);
-    wide.Add(2, 100000);  // not beyond the last position: ignored
-    EXPECT_EQ(wide.Count(), 2u);
+    for (std::uint64_t k = 0; k < 32; ++k) idx.Add(k, static_cast<std::int64_t>(100 * k));
+    EXPECT_EQ(idx.Count(), 8u) << "every 4th case: 0, 4, ..., 28";
+    EXPECT_EQ(idx.Lookup(31), (std::pair<std::uint64_t, std::int64_t>(28, 2800)));
+    EXPECT_EQ(idx.Lookup(7).first, 4u);
+    idx.Add(32, 3200);  // the 9th entry: every other one goes, the spacing doubles
+    EXPECT_EQ(idx.Spacing(), 8u);
+    EXPECT_EQ(idx.Count(), 5u);
+    EXPECT_EQ(idx.Lookup(7).first, 0u);
+    EXPECT_EQ(idx.Lookup(35).first, 32u);
+    idx.Add(36, 3600);  // not a multiple of the new spacing
+    idx.Add(40, 3500);  // not beyond the last position offered
+    EXPECT_EQ(idx.Lookup(45).first, 32u);
+    idx.Add(40, 4000);
+    EXPECT_EQ(idx.Lookup(45).first, 40u);
+    EXPECT_EQ(SparseFileIndex().Spacing(), 16u) << "a seek decodes fewer than 16 cases";
 }
 
 }  // namespace

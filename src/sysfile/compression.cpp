@@ -28,6 +28,15 @@ std::array<std::uint64_t, 256> MakeTable() {
 const std::array<std::uint64_t, 256> gTable = MakeTable();
 
 inline std::uint64_t LoadCell(const unsigned char* p) { return LoadU64(p); }
+
+// A word of eight bytes equal to b.
+constexpr std::uint64_t Repeated(unsigned char b) { return 0x0101010101010101ull * b; }
+// The high bit of each byte of v that is zero, and nothing else.
+constexpr std::uint64_t ZeroBytes(std::uint64_t v) {
+    constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
+    return ~(((v & kLow7) + kLow7) | v | kLow7);
+}
+static_assert(ZeroBytes(0x00FD00FD00FD0000ull) == 0x8000800080008080ull);
 inline void StoreCell(unsigned char* p, std::uint64_t v) { StoreU64(p, v); }
 
 inline unsigned char EncodeBits(std::uint64_t bits) {
@@ -139,6 +148,31 @@ void CompressedSystemFile::Flush() {
 }
 
 bool CompressedSystemFile::LoadBlock() {
+    // Commands and cells are used where they lie in the input buffer when
+    // the whole block is there, which is the case for all but the blocks
+    // that cross the end of a read.
+    if (inLen_ - inPos_ >= static_cast<unsigned>(kKeySize)) {
+        const unsigned char* keys = in_.data() + inPos_;
+        // The eight commands at once: how many are 253, and whether any is
+        // 0 or 252 (then the block is counted command by command).
+        const std::uint64_t word = LoadU64(keys);
+        // (The flags, moved to the low bit of each byte, summed by a multiply.)
+        unsigned nu = static_cast<unsigned>(((ZeroBytes(word ^ Repeated(kCodeStored)) >> 7) * Repeated(1)) >> 56);
+        const bool whole = (ZeroBytes(word) | ZeroBytes(word ^ Repeated(kCodeEndOfBlock))) == 0;
+        if (!whole) {
+            nu = 0;
+            for (int i = 0; i < kKeySize && keys[i] != kCodeEndOfBlock; ++i) nu += keys[i] == kCodeStored;
+        }
+        const unsigned length = kKeySize + nu * kCellBytes;
+        if (inLen_ - inPos_ >= length) {
+            keys_ = keys;
+            cells_ = keys + kKeySize;
+            inPos_ += length;
+            blockLength_ = length;
+            wholeBlock_ = whole;
+            return true;
+        }
+    }
     const unsigned got = TakeBytes(key_.data(), kKeySize);
     if (got < static_cast<unsigned>(kKeySize)) {
         endOfData_ = true;
@@ -150,53 +184,88 @@ bool CompressedSystemFile::LoadBlock() {
         if (c == kCodeEndOfBlock) break;
         if (c == kCodeStored) ++nu;
     }
-    if (nu > 0) {
-        unsigned char raw[kKeySize * kCellBytes];
-        const unsigned want = nu * kCellBytes;
-        if (TakeBytes(raw, want) != want)
-            throw SystemFileException(__FILE__, "nRead == nu*sizeof(OBS)", kErrFileEnds, __LINE__);
-        for (unsigned i = 0; i < nu; ++i) values_[i + 1] = LoadCell(raw + i * kCellBytes);
-    }
-    blockLength_ = kKeySize + nu * kCellBytes;
+    const unsigned want = nu * kCellBytes;
+    if (nu > 0 && TakeBytes(staged_.data(), want) != want)
+        throw SystemFileException(__FILE__, "nRead == nu*sizeof(OBS)", kErrFileEnds, __LINE__);
+    keys_ = key_.data();
+    cells_ = staged_.data();
+    blockLength_ = kKeySize + want;
+    wholeBlock_ = false;
     return true;
 }
 
-// Decodes (cells non-null) or skips one case.
+void CompressedSystemFile::TakeOverBlock() {
+    if (keys_ != key_.data()) std::memcpy(key_.data(), keys_, kKeySize);
+    unsigned nu = 0;
+    for (unsigned i = 0; i < kKeySize && key_[i] != kCodeEndOfBlock; ++i) {
+        if (key_[i] == kCodeStored) {
+            values_[nu + 1] = LoadCell(cells_ + nu * kCellBytes);
+            ++nu;
+        }
+    }
+    keys_ = key_.data();
+}
+
+// Decodes (cells non-null) or skips one case. The block state lives in
+// locals while the loop runs, so that the stores into cells cannot make the
+// compiler reload it.
 int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* swap) {
+    const int n = cellsPerCase_;
+    unsigned pos = pos_, next = nextValue_;
+    const unsigned char* keys = keys_;
+    const unsigned char* stored = cells_;
     int iCell = 0;
-    while (iCell < cellsPerCase_) {
-        if (pos_ == kKeySize) {
+    while (iCell < n) {
+        if (pos == kKeySize) {
             if (!LoadBlock()) {
+                pos_ = pos;
                 if (iCell == 0) return 0;
                 throw SystemFileException(__FILE__, "iCell == 0", kErrFileEnds, __LINE__);
             }
-            pos_ = 0;
-            nextValue_ = 1;
-        }
-        const unsigned char code = key_[pos_];
-        switch (code) {
-            case kCodePadding:
-                break;
-            case kCodeEndOfBlock:
-                pos_ = kKeySize - 1;
-                break;
-            case kCodeStored: {
-                const std::uint64_t v = values_[nextValue_++];
+            keys = keys_;
+            stored = cells_;
+            pos = 0;
+            next = 1;
+            // A block of eight cells, all within this case: decoded without a
+            // branch per cell (each cell is loaded from the block's stored
+            // cells or from the table, whichever its command names).
+            if (wholeBlock_ && n - iCell >= kKeySize && !swap) {
                 if (cells) {
-                    StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes,
-                              swap && swap[iCell] ? Swap64(v) : v);
+                    unsigned char* out = cells + static_cast<std::size_t>(iCell) * kCellBytes;
+                    unsigned k = 0;
+                    for (int i = 0; i < kKeySize; ++i) {
+                        const unsigned char code = keys[i];
+                        const bool isStored = code == kCodeStored;
+                        const unsigned char* from =
+                            isStored ? stored + k * kCellBytes : reinterpret_cast<const unsigned char*>(&gTable[code]);
+                        std::memcpy(out + i * kCellBytes, from, kCellBytes);
+                        k += isStored;
+                    }
                 }
-                ++iCell;
-                break;
+                pos = kKeySize;
+                iCell += kKeySize;
+                continue;
             }
-            default:
-                if (cells) StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes, gTable[code]);
-                ++iCell;
-                break;
         }
-        ++pos_;
+        const unsigned char code = keys[pos++];
+        if (code == kCodeStored) {
+            if (cells) {
+                const std::uint64_t v = LoadCell(stored + (next - 1) * kCellBytes);
+                StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes, swap && swap[iCell] ? Swap64(v) : v);
+            }
+            ++next;
+            ++iCell;
+        } else if (code == kCodePadding) {
+        } else if (code == kCodeEndOfBlock) {
+            pos = kKeySize;
+        } else {
+            if (cells) StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes, gTable[code]);
+            ++iCell;
+        }
     }
-    return cellsPerCase_;
+    pos_ = pos;
+    nextValue_ = next;
+    return n;
 }
 
 int CompressedSystemFile::SkipCase() { return WalkCase(nullptr, nullptr); }
@@ -232,7 +301,7 @@ void CompressedSystemFile::SeekPosition(CompressedPosition position) {
     pos_ = 0;
     nextValue_ = 1;
     while (static_cast<std::int64_t>(pos_) < c) {
-        if (key_[pos_] == kCodeStored) ++nextValue_;
+        if (keys_[pos_] == kCodeStored) ++nextValue_;
         ++pos_;
     }
 }
@@ -286,6 +355,7 @@ void CompressedSystemFile::PrepareAppend(std::uint64_t caseCount, MURV_FileStrea
     if (pos_ < kKeySize) {
         // Continue the partly used last block: its commands and values up to
         // the position stay, the rest is overwritten by the next cases.
+        TakeOverBlock();
         file_->Seek(row0pos_ + (p - static_cast<std::int64_t>(pos_)), 0);
         for (unsigned i = pos_; i < kKeySize; ++i) key_[i] = kCodePadding;
         dirty_ = true;

@@ -110,9 +110,17 @@ private:
     MURV_FileStream* file_;
     bool dirty_ = false;
 
-    // The block being filled or decoded.
+    // The block being filled (key_, values_) or decoded (keys_, cells_: its
+    // commands and stored cells, read in place from the input buffer when the
+    // whole block is there, else gathered into key_ and staged_).
     std::array<unsigned char, kKeySize> key_{};
     std::array<std::uint64_t, kKeySize + 1> values_{};  // values_[1..8]
+    std::array<unsigned char, kKeySize * kCellBytes> staged_{};
+    const unsigned char* keys_ = key_.data();
+    const unsigned char* cells_ = staged_.data();
+    bool wholeBlock_ = false;  // eight commands, none of them padding or an end
+    // Makes the decoded block the one being filled (appending continues it).
+    void TakeOverBlock();
     unsigned pos_ = kKeySize;     // next command; kKeySize: the block is used up
     unsigned nextValue_ = 0;      // 1-based number of the next value
     unsigned blockLength_ = 0;    // bytes of the current block in the file

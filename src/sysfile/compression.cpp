@@ -76,7 +76,7 @@ CompressedSystemFile::~CompressedSystemFile() {
 }
 
 std::int64_t CompressedSystemFile::LogicalPosition() const {
-    return file_->Tell() - static_cast<std::int64_t>(inLen_ - inPos_) + static_cast<std::int64_t>(out_.size());
+    return file_->Tell() - static_cast<std::int64_t>(inLen_ - inPos_) + static_cast<std::int64_t>(outLen_);
 }
 
 unsigned CompressedSystemFile::TakeBytes(unsigned char* dst, unsigned n) {
@@ -98,37 +98,47 @@ unsigned CompressedSystemFile::TakeBytes(unsigned char* dst, unsigned n) {
 }
 
 void CompressedSystemFile::WriteOut() {
-    if (out_.empty()) return;
-    file_->Write(out_.data(), static_cast<unsigned>(out_.size()));
-    out_.clear();
+    if (outLen_ == 0) return;
+    const unsigned n = outLen_;
+    outLen_ = 0;  // (whatever the write does, these bytes are dealt with)
+    file_->Write(out_.data(), n);
 }
 
 void CompressedSystemFile::WriteBlock() {
     const unsigned stored = nextValue_ - 1;
-    const std::size_t at = out_.size();
-    out_.resize(at + kKeySize + stored * kCellBytes);
-    unsigned char* out = out_.data() + at;
+    if (out_.empty()) out_.resize(kIoBytes + kKeySize + kKeySize * kCellBytes);
+    unsigned char* out = out_.data() + outLen_;
     std::memcpy(out, key_.data(), kKeySize);
     for (unsigned i = 0; i < stored; ++i) StoreCell(out + kKeySize + i * kCellBytes, values_[i + 1]);
-    if (out_.size() >= kIoBytes) WriteOut();
+    outLen_ += kKeySize + stored * kCellBytes;
+    if (outLen_ >= kIoBytes) WriteOut();
 }
 
+// The block state stays in locals while a case is coded (stores into key_, a
+// byte array, would otherwise make the compiler reload it); each cell goes
+// to values_ whether it is stored or not, and only a stored one keeps it.
 void CompressedSystemFile::WriteCase(const unsigned char* cells) {
     index_->Add(current_, Tell());
+    unsigned pos = pos_, next = nextValue_;
     for (int i = 0; i < cellsPerCase_; ++i) {
-        if (pos_ == kKeySize) {
-            pos_ = 0;
-            nextValue_ = 1;
+        if (pos == kKeySize) {
+            pos = 0;
+            next = 1;
         }
         const std::uint64_t bits = LoadCell(cells + static_cast<std::size_t>(i) * kCellBytes);
         const unsigned char code = EncodeBits(bits);
-        key_[pos_++] = code;
-        if (code == kCodeStored) values_[nextValue_++] = bits;
-        if (pos_ == kKeySize) {
+        key_[pos++] = code;
+        values_[next] = bits;
+        next += code == kCodeStored;
+        if (pos == kKeySize) {
+            pos_ = pos;
+            nextValue_ = next;
             WriteBlock();
             blockLength_ = 0;
         }
     }
+    pos_ = pos;
+    nextValue_ = next;
     ++current_;
     target_ = current_;
     dirty_ = true;

@@ -56,7 +56,7 @@ public:
     void Flush();
     // Forgets whatever has not been written yet: nothing more goes out.
     void Abandon() {
-        out_.clear();
+        outLen_ = 0;
         dirty_ = false;
     }
     // Reads the target case into cells; returns cellsPerCase, or 0 at the end
@@ -98,7 +98,9 @@ private:
     // case, doubling up to kIoBytes while the reading goes on from there.
     unsigned readSize_ = kIoBytes;
     static constexpr unsigned kSeekReadBytes = 4096;
+    // Blocks on their way out: kIoBytes and at most one block more.
     std::vector<unsigned char> out_;
+    unsigned outLen_ = 0;
     int WalkCase(unsigned char* cells, const unsigned char* swap);
 
     std::uint64_t current_ = 0;

@@ -10,15 +10,7 @@ namespace murv::api {
 
 namespace {
 
-// The file table: 100 slots, empty at load, never released (files left open
-// at unload are neither finished nor closed). Slots are taken and given back
-// atomically, so that threads opening and closing different files never
-// race; a lookup is one load.
-using Slot = std::atomic<dioDataSource*>;
-std::array<Slot, kTableSize>& Table() {
-    static auto* table = new std::array<Slot, kTableSize>();
-    return *table;
-}
+std::array<std::atomic<dioDataSource*>, kTableSize>& Table() { return detail::gHandleTable; }
 
 }  // namespace
 
@@ -84,31 +76,6 @@ int releaseHandle(int handle) {
     return MURV_RC_OK;
 }
 
-int lookupHandle(int handle, int level, dioDataSource** dataSource) {
-    if (dataSource) *dataSource = nullptr;
-    if (handle < 0 || handle >= kTableSize) return MURV_RC_BAD_HANDLE;
-    dioDataSource* ds = Table()[static_cast<std::size_t>(handle)].load(std::memory_order_acquire);
-    if (!ds) return MURV_RC_BAD_HANDLE;
-    if (dataSource) *dataSource = ds;
-    const dioHandleState& st = ds->State();
-    switch (level) {
-        case 0:
-        case anyMode:
-            return MURV_RC_OK;
-        case dictionaryOpen:
-            if (st.openMode == dioReadMode) return MURV_RC_READ_MODE;
-            if (st.committed) return MURV_RC_DICT_COMMITTED;
-            return MURV_RC_OK;
-        case readMode:
-            return st.openMode != dioReadMode ? MURV_RC_WRITE_MODE : MURV_RC_OK;
-        case caseWrite:
-            if (st.openMode == dioReadMode) return MURV_RC_READ_MODE;
-            if (!st.committed) return MURV_RC_DICT_NOT_COMMITTED;
-            return MURV_RC_OK;
-        default:
-            return MURV_RC_BAD_HANDLE;
-    }
-}
 
 std::string NameKey(const char* name) {
     if (!name) return std::string();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -81,8 +82,41 @@ int allocateHandle(int openMode, const char* fileName, int* handle);
 // Closes the handle: its lookup code (5 for an unknown handle), or 5 when
 // finishing a written file failed (the handle is released all the same).
 int releaseHandle(int handle);
+namespace detail {
+// The file table: 100 slots, empty at load (constant-initialised, so that a
+// lookup needs no start-up check), never released (files left open at unload
+// are neither finished nor closed). Slots are taken and given back
+// atomically, so that threads opening and closing different files never
+// race; a lookup is one load.
+inline constinit std::array<std::atomic<dioDataSource*>, kTableSize> gHandleTable{};
+}  // namespace detail
+
 // Finds the dataset of a handle and checks the access level.
-int lookupHandle(int handle, int level, dioDataSource** dataSource);
+inline int lookupHandle(int handle, int level, dioDataSource** dataSource) {
+    if (dataSource) *dataSource = nullptr;
+    if (handle < 0 || handle >= kTableSize) return MURV_RC_BAD_HANDLE;
+    dioDataSource* ds = detail::gHandleTable[static_cast<std::size_t>(handle)].load(std::memory_order_acquire);
+    if (!ds) return MURV_RC_BAD_HANDLE;
+    if (dataSource) *dataSource = ds;
+    const dioHandleState& st = ds->State();
+    switch (level) {
+        case 0:
+        case anyMode:
+            return MURV_RC_OK;
+        case dictionaryOpen:
+            if (st.openMode == dioReadMode) return MURV_RC_READ_MODE;
+            if (st.committed) return MURV_RC_DICT_COMMITTED;
+            return MURV_RC_OK;
+        case readMode:
+            return st.openMode != dioReadMode ? MURV_RC_WRITE_MODE : MURV_RC_OK;
+        case caseWrite:
+            if (st.openMode == dioReadMode) return MURV_RC_READ_MODE;
+            if (!st.committed) return MURV_RC_DICT_NOT_COMMITTED;
+            return MURV_RC_OK;
+        default:
+            return MURV_RC_BAD_HANDLE;
+    }
+}
 
 // The key of a name in the name index: the first 64 bytes, without leading
 // and trailing blanks, upper-cased.

@@ -71,9 +71,8 @@ inline int PrepareBuffer(dioDataSource& ds, bool forReading) {
 
 // Starts a new case to be written: system-missing in every numeric variable,
 // blanks over every string.
-void StartCaseIfNeeded(dioDataSource& ds) {
+void StartCase(dioDataSource& ds) {
     dioHandleState& st = ds.State();
-    if (st.caseState == caseCurrent) return;
     if (st.emptyCase.empty()) {
         std::vector<std::uint64_t> empty(st.caseBufferCells);
         ds.FillWithMissing(empty.data(), 0, static_cast<int>(ds.ColumnCount()));
@@ -83,14 +82,18 @@ void StartCaseIfNeeded(dioDataSource& ds) {
     st.caseState = caseCurrent;
 }
 
+inline void StartCaseIfNeeded(dioDataSource& ds) {
+    if (ds.State().caseState != caseCurrent) StartCase(ds);
+}
+
 // The slot of the variable named by a variable handle (the 1-based
 // position as a double, truncated toward zero), or null. The range is
 // checked on the double so that NaN and huge values never reach an integer
 // conversion.
-const dioHandleState::CaseSlot* ResolveVarHandle(const dioHandleState& st, double varHandle) {
-    const double count = static_cast<double>(st.caseSlots.size());
-    if (!(varHandle >= 1.0 && varHandle < count + 1.0)) return nullptr;
-    return &st.caseSlots[static_cast<std::size_t>(varHandle) - 1];
+inline const dioHandleState::CaseSlot* ResolveVarHandle(const dioHandleState& st, double varHandle) {
+    if (!(varHandle >= 1.0 && varHandle < 2147483648.0)) return nullptr;  // NaN too
+    const auto index = static_cast<std::size_t>(varHandle) - 1;
+    return index < st.caseSlots.size() ? &st.caseSlots[index] : nullptr;
 }
 
 char* ValuePtr(dioHandleState& st, const dioHandleState::CaseSlot& slot) {

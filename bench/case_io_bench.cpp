@@ -10,6 +10,8 @@
 //   random access        10,000 seeks and reads vs one sequential read of a
 //                        compressed file, on a fresh handle and on one whose
 //                        index of case positions is complete
+//   parallel read        two handles on two threads, each reading half, vs
+//                        one handle reading all (plain and compressed)
 //   peak memory          resident size of a process reading a whole file
 //
 // Usage: case_io_bench [--cases=N] [--reps=R] [--dir=DIR]
@@ -31,6 +33,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "murvio.h"
@@ -201,6 +204,27 @@ long ReadByValue(const std::string& path, double* sum) {
     return n;
 }
 
+// Reads cases [first, last) with murvWholeCaseIn on a handle of its own.
+long ReadRange(const std::string& path, long first, long last) {
+    int h = -1;
+    Check(murvOpenRead(path.c_str(), &h), "murvOpenRead");
+    std::vector<char> rec(kCaseBytes);
+    if (first > 0) Check(murvSeekNextCase(h, static_cast<int>(first)), "murvSeekNextCase");
+    long n = 0;
+    for (long c = first; c < last; ++c, ++n) Check(murvWholeCaseIn(h, rec.data()), "murvWholeCaseIn");
+    Check(murvCloseRead(h), "murvCloseRead");
+    return n;
+}
+
+// Two threads, each reading half of the file on its own handle.
+void ReadHalvesInParallel(const std::string& path, long cases) {
+    long a = 0, b = 0;
+    std::thread second([&] { b = ReadRange(path, cases / 2, cases); });
+    a = ReadRange(path, 0, cases / 2);
+    second.join();
+    if (a + b != cases) Fail("parallel read: case count", static_cast<int>(a + b));
+}
+
 long ReadSequential(const std::string& path) {
     int h = -1;
     Check(murvOpenRead(path.c_str(), &h), "murvOpenRead");
@@ -365,6 +389,17 @@ int main(int argc, char** argv) {
     for (int i = 0; i < o.reps; ++i) tIndexed = std::min(tIndexed, ReadRandom(o, surveyComp, true));
     std::snprintf(what, sizeof what, "%d seeks + reads, indexed", kRandomReads);
     Report("random access", what, tIndexed, "sequential read", tSeq, tIndexed / tSeq, "<= 0.50", tIndexed / tSeq <= 0.5);
+
+    // Two handles on two threads, each reading half of the file, against one
+    // handle reading it all (the second half's handle seeks there first:
+    // directly in a plain file, by decoding past the first half in a
+    // compressed one, whose fresh handle has no index yet).
+    for (const std::string* f : {&surveyPlain, &surveyComp}) {
+        auto [tHalves, tWhole] = BestOf(
+            o.reps, [&] { ReadHalvesInParallel(*f, o.cases); }, [&] { ReadBulk(*f); });
+        Report("parallel read", f == &surveyPlain ? "2 threads x half, plain" : "2 threads x half, compressed",
+               tHalves, "1 thread, whole file", tWhole, tHalves / tWhole, "<= 0.60", tHalves / tWhole <= 0.6);
+    }
 
     // Peak memory of reading a whole file, plain and compressed.
     for (const std::string* f : {&plain, &surveyComp}) {

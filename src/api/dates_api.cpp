@@ -17,7 +17,7 @@
 
 #include "api/alloc.h"
 #include "api/handles.h"
-#include "meta/trendsinfo.h"
+#include "model/trendsinfo.h"
 
 using namespace murv;
 using namespace murv::api;

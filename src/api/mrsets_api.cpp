@@ -15,7 +15,7 @@
 #include "api/alloc.h"
 #include "api/extdata.h"
 #include "api/handles.h"
-#include "meta/variableset.h"
+#include "model/setrecords.h"
 #include "text/mbtext.h"
 #include "text/names.h"
 

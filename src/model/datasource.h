@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "meta/attributes.h"
-#include "meta/trendsinfo.h"
+#include "model/trendsinfo.h"
 #include "model/dictionary.h"
 #include "model/variable.h"
 

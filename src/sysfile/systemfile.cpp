@@ -8,7 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "meta/variableset.h"
+#include "model/setrecords.h"
 #include "model/caseiterator.h"
 #include "model/datetime.h"
 #include "port/assert.h"

@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "meta/variableset.h"
+#include "model/setrecords.h"
 #include "model/datasource.h"
 #include "port/errors.h"
 #include "sysfile/ext/extrecord.h"

@@ -14,7 +14,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "meta/trendsinfo.h"
+#include "model/trendsinfo.h"
 #include "model/datasource.h"
 #include "port/errors.h"
 #include "sysfile/byteorder.h"

@@ -1,4 +1,5 @@
 #include "meta/variableset.h"
+#include "model/setrecords.h"
 
 #include <gtest/gtest.h>
 

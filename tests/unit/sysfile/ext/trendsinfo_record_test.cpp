@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "meta/trendsinfo.h"
+#include "model/trendsinfo.h"
 #include "port/errors.h"
 #include "sysfile/byteorder.h"
 #include "sysfile/ext/extrecord.h"

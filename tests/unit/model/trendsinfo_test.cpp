@@ -1,4 +1,4 @@
-#include "meta/trendsinfo.h"
+#include "model/trendsinfo.h"
 
 #include <gtest/gtest.h>
 

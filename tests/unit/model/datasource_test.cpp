@@ -48,14 +48,9 @@ void ExpectLayoutMatchesDictionary(const MURV_DataSource& ds)
 
 TEST(ObsLayout, CellsPerWidth)
 {
-    EXPECT_EQ(CellsForType(0), 1u);
-    EXPECT_EQ(CellsForType(1), 1u);
-    EXPECT_EQ(CellsForType(8), 1u);
-    EXPECT_EQ(CellsForType(9), 2u);
-    EXPECT_EQ(CellsForType(255), 32u);
-    EXPECT_EQ(CellsForType(256), 32u);
-    EXPECT_EQ(CellsForType(257), 33u);
-    EXPECT_EQ(CellsForType(32767), 4096u);
+    for (const auto& [type, cells] : {std::pair{0, 1u}, {1, 1u}, {8, 1u}, {9, 2u}, {255, 32u}, {256, 32u}, {257, 33u},
+                                      {32767, 4096u}})
+        EXPECT_EQ(CellsForType(type), cells) << type;
 
     const ObsLayout layout = LayoutOf({1, 8, 9, 255, 256, 0});
     EXPECT_EQ(Starts(layout), (std::vector<long>{0, 1, 2, 4, 36, 68}));

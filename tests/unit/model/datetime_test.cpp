@@ -26,17 +26,12 @@ TEST(DateTimeValue, DayRunsOnPastTheMonthEnd) {
 
 TEST(DateTimeValue, RefusesOutOfRangeParts) {
     double v = 42;
-    EXPECT_FALSE(DateTimeValue(13, 10, 1582, 0, 0, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 1, 1581, 0, 0, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 1, 10000, 0, 0, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(0, 1, 2000, 0, 0, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(32, 1, 2000, 0, 0, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 13, 2000, 0, 0, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 1, 2000, 24, 0, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 1, 2000, 0, 60, 0.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 1, 2000, 0, 0, 60.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 1, 2000, 0, 0, -1.0, &v));
-    EXPECT_FALSE(DateTimeValue(1, 1, 2000, 0, 0, std::nan(""), &v));
+    struct Row { int d, m, y, h, min; double s; };
+    for (const Row& r : {Row{13, 10, 1582, 0, 0, 0}, {1, 1, 1581, 0, 0, 0}, {1, 1, 10000, 0, 0, 0}, {0, 1, 2000, 0, 0, 0},
+                         {32, 1, 2000, 0, 0, 0}, {1, 13, 2000, 0, 0, 0}, {1, 1, 2000, 24, 0, 0}, {1, 1, 2000, 0, 60, 0},
+                         {1, 1, 2000, 0, 0, 60}, {1, 1, 2000, 0, 0, -1}, {1, 1, 2000, 0, 0, std::nan("")}})
+        EXPECT_FALSE(DateTimeValue(r.d, r.m, r.y, r.h, r.min, r.s, &v)) << r.d << '.' << r.m << '.' << r.y << ' ' << r.h
+                                                                         << ':' << r.min << ':' << r.s;
     EXPECT_EQ(v, 42.0) << "the output stays untouched";
     EXPECT_TRUE(DateTimeValue(31, 12, 9999, 23, 59, 59.999, &v));
 }

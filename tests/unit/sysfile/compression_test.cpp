@@ -34,20 +34,13 @@ std::vector<unsigned char> FileBytes(const std::string& path) {
 }
 
 TEST(CompressionCodes, EncodeCells) {
-    EXPECT_EQ(Encode(1.0), 101);
-    EXPECT_EQ(Encode(2.0), 102);
-    EXPECT_EQ(Encode(SysmisValue()), 255);
-    EXPECT_EQ(Encode(3.5), 253);
-    EXPECT_EQ(Encode(-99.0), 1);
-    EXPECT_EQ(Encode(151.0), 251);
-    EXPECT_EQ(Encode(152.0), 253);
-    EXPECT_EQ(Encode(-100.0), 253);
-    EXPECT_EQ(Encode(-0.0), 253) << "-0.0 keeps its sign bit by being stored raw";
-    EXPECT_EQ(Encode(0.0), 100);
-    EXPECT_EQ(Encode(-1.0), 99);
-    EXPECT_EQ(Encode(std::nan("")), 253);
-    EXPECT_EQ(Encode(LowestValue()), 253);
-    EXPECT_EQ(Encode(1e-300), 253);
+    // Small integers -99..151 are codes 1..251; everything else is stored
+    // raw (-0.0 keeps its sign bit that way), but system-missing.
+    const std::pair<double, int> rows[] = {{1.0, 101},    {2.0, 102},        {SysmisValue(), 255}, {3.5, 253},
+                                           {-99.0, 1},    {151.0, 251},      {152.0, 253},         {-100.0, 253},
+                                           {-0.0, 253},   {0.0, 100},        {-1.0, 99},           {std::nan(""), 253},
+                                           {LowestValue(), 253}, {1e-300, 253}};
+    for (const auto& [value, code] : rows) EXPECT_EQ(Encode(value), code) << value;
     const unsigned char blanks[8] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
     EXPECT_EQ(EncodeCell(blanks), 254);
     const unsigned char text[8] = {'a', 'b', ' ', ' ', ' ', ' ', ' ', ' '};

@@ -1,7 +1,5 @@
 #include "sysfile/filestream.h"
 
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <fstream>
 #include <numeric>
@@ -96,17 +94,6 @@ TEST(FileStream, EndOfFileAndSeeks) {
     EXPECT_FALSE(s.Good());
     s.ClearError();
     EXPECT_TRUE(s.Good());
-}
-
-TEST(FileStream, WriteThenReadBackThroughTheSameStream) {
-    testing::TempDir dir;
-    const auto bytes = Pattern(100);
-    MURV_FileStream s(dir.File("f").c_str(), "wb+");
-    EXPECT_EQ(s.Write(bytes.data(), 100), 100u);
-    ASSERT_EQ(s.Seek(0, 0), 0);
-    std::vector<unsigned char> got(100);
-    EXPECT_EQ(s.Read(got.data(), 100), 100u);
-    EXPECT_EQ(got, bytes);
 }
 
 TEST(FileStream, EndSeekSeesUnflushedData) {

@@ -14,7 +14,7 @@
 //                        one handle reading all (plain and compressed)
 //   peak memory          resident size of a process reading a whole file
 //
-// Usage: case_io_bench [--cases=N] [--reps=R] [--dir=DIR]
+// Usage: case_io_bench [--cases=N] [--reps=R] [--dir=DIR] [--json=FILE]
 // The number of cases (default 1,000,000, 100 numeric variables each) may
 // also come from MURVIO_BENCH_CASES; each timing is the best of R runs
 // (default 3), baseline and library runs interleaved.
@@ -50,7 +50,16 @@ struct Options {
     long cases = 1000000;
     int reps = 3;
     std::string dir;
+    std::string json;  // --json=FILE: every figure also as JSON, for scripts
 };
+
+// Every figure printed, for the JSON output.
+struct Figure {
+    std::string what, library, baseline, goal;
+    double tLibrary, tBaseline, ratio;
+    bool met;
+};
+std::vector<Figure> gFigures;
 
 [[noreturn]] void Fail(const std::string& what, int rc) {
     std::fprintf(stderr, "case_io_bench: %s failed (code %d)\n", what.c_str(), rc);
@@ -295,8 +304,27 @@ std::pair<long, long> MeasureRss(const std::string& path) {
 
 void Report(const char* what, const char* lib, double tLib, const char* base, double tBase, double ratio,
             const char* goal, bool met) {
+    gFigures.push_back({what, lib, base, goal, tLib, tBase, ratio, met});
     std::printf("%-22s %-34s %8.3f s   %-26s %8.3f s   ratio %6.2f  (goal %s)  %s\n", what, lib, tLib, base, tBase,
                 ratio, goal, met ? "met" : "NOT MET");
+}
+
+// {"cases": N, "reps": R, "figures": [{"figure": ..., "library": ..., ...}]}
+void WriteJson(const Options& o, const std::string& path) {
+    std::FILE* out = std::fopen(path.c_str(), "w");
+    if (!out) Fail("opening " + path, errno);
+    std::fprintf(out, "{\"cases\": %ld, \"reps\": %d, \"figures\": [", o.cases, o.reps);
+    for (std::size_t i = 0; i < gFigures.size(); ++i) {
+        const Figure& f = gFigures[i];
+        std::fprintf(out,
+                     "%s\n  {\"figure\": \"%s\", \"library\": \"%s\", \"library_value\": %.6g, "
+                     "\"baseline\": \"%s\", \"baseline_value\": %.6g, \"ratio\": %.4f, \"goal\": \"%s\", "
+                     "\"met\": %s}",
+                     i ? "," : "", f.what.c_str(), f.library.c_str(), f.tLibrary, f.baseline.c_str(), f.tBaseline,
+                     f.ratio, f.goal.c_str(), f.met ? "true" : "false");
+    }
+    std::fprintf(out, "\n]}\n");
+    if (std::fclose(out) != 0) Fail("writing " + path, errno);
 }
 
 Options ParseOptions(int argc, char** argv) {
@@ -310,10 +338,12 @@ Options ParseOptions(int argc, char** argv) {
             o.cases = std::atol(a.c_str() + 8);
         else if (a.rfind("--reps=", 0) == 0)
             o.reps = std::atoi(a.c_str() + 7);
+        else if (a.rfind("--json=", 0) == 0)
+            o.json = a.substr(7);
         else if (a.rfind("--dir=", 0) == 0)
             o.dir = a.substr(6);
         else {
-            std::fprintf(stderr, "usage: %s [--cases=N] [--reps=R] [--dir=DIR]\n", argv[0]);
+            std::fprintf(stderr, "usage: %s [--cases=N] [--reps=R] [--dir=DIR] [--json=FILE]\n", argv[0]);
             std::exit(2);
         }
     }
@@ -349,33 +379,35 @@ int main(int argc, char** argv) {
     long nRead = 0;
     auto [tRead, tRawRead] = BestOf(o.reps, [&] { nRead = ReadBulk(plain); }, [&] { ReadRaw(raw); });
     if (nRead != o.cases) Fail("plain read: case count", static_cast<int>(nRead));
-    Report("plain bulk read", "murvWholeCaseIn", tRead, "read(2)", tRawRead, tRawRead / tRead, ">= 0.80",
-           tRawRead / tRead >= 0.8);
+    Report("plain bulk read", "murvWholeCaseIn", tRead, "read(2)", tRawRead, tRawRead / tRead, ">= 0.85",
+           tRawRead / tRead >= 0.85);
     std::remove(raw.c_str());
 
     // Survey-like data, compressed against plain.
     auto [tCompWrite, tPlainWrite] = BestOf(
         o.reps, [&] { WriteBulk(o, surveyComp, surveyPool, true); },
         [&] { WriteBulk(o, surveyPlain, surveyPool, false); });
+    // (A time ratio: a compressed file of such data is about a fifth of the
+    // bytes, so writing it should take at most half as long.)
     Report("compressed write", "murvWholeCaseOut, compressed", tCompWrite, "murvWholeCaseOut, plain", tPlainWrite,
-           tPlainWrite / tCompWrite, ">= 1.00", tPlainWrite / tCompWrite >= 1.0);
+           tCompWrite / tPlainWrite, "<= 0.50", tCompWrite / tPlainWrite <= 0.5);
     auto [tCompRead, tPlainRead] = BestOf(
         o.reps, [&] { nRead = ReadBulk(surveyComp); }, [&] { ReadBulk(surveyPlain); });
     if (nRead != o.cases) Fail("compressed read: case count", static_cast<int>(nRead));
     Report("compressed read", "murvWholeCaseIn, compressed", tCompRead, "murvWholeCaseIn, plain", tPlainRead,
-           tPlainRead / tCompRead, ">= 0.80", tPlainRead / tCompRead >= 0.8);
+           tPlainRead / tCompRead, ">= 0.90", tPlainRead / tCompRead >= 0.9);
 
     // Value by value against the bulk calls, on the plain survey file.
     auto [tValueWrite, tBulkWrite] = BestOf(
         o.reps, [&] { WriteByValue(o, byValue, surveyPool); }, [&] { WriteBulk(o, surveyPlain, surveyPool, false); });
     Report("value-by-value write", "murvSetValueNumeric+Commit", tValueWrite, "murvWholeCaseOut", tBulkWrite,
-           tValueWrite / tBulkWrite, "<= 2.00", tValueWrite / tBulkWrite <= 2.0);
+           tValueWrite / tBulkWrite, "<= 2.50", tValueWrite / tBulkWrite <= 2.5);
     double sum = 0;
     auto [tValueRead, tBulkRead] = BestOf(
         o.reps, [&] { nRead = ReadByValue(byValue, &sum); }, [&] { ReadBulk(surveyPlain); });
     if (nRead != o.cases) Fail("value read: case count", static_cast<int>(nRead));
     Report("value-by-value read", "murvReadCaseRecord+GetValueNumeric", tValueRead, "murvWholeCaseIn", tBulkRead,
-           tValueRead / tBulkRead, "<= 2.00", tValueRead / tBulkRead <= 2.0);
+           tValueRead / tBulkRead, "<= 2.50", tValueRead / tBulkRead <= 2.5);
     std::remove(byValue.c_str());
 
     // Random access in the compressed file, each run on a freshly opened
@@ -407,7 +439,10 @@ int main(int argc, char** argv) {
         std::printf("%-22s %-34s %8.1f MiB   %-26s %8.1f MiB   (goal < 64 MiB)  %s\n", "peak RSS, whole read",
                     f == &plain ? "plain file" : "compressed file", peak / 1024.0, "process at start", before / 1024.0,
                     peak < 64 * 1024 ? "met" : "NOT MET");
+        gFigures.push_back({"peak RSS, whole read (MiB)", f == &plain ? "plain file" : "compressed file",
+                            "process at start", "< 64", peak / 1024.0, before / 1024.0, 0.0, peak < 64 * 1024});
     }
+    if (!o.json.empty()) WriteJson(o, o.json);
 
     std::remove(plain.c_str());
     std::remove(surveyPlain.c_str());

@@ -1,0 +1,1 @@
+# Reference manual: filled in with the documentation.

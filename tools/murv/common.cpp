@@ -1,0 +1,609 @@
+// Errors, the metadata of an open file, and the pieces of text output that
+// the subcommands share.
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <random>
+#include <unordered_map>
+
+#include "murv.h"
+
+namespace murv {
+
+namespace {
+
+struct CodeText {
+    int rc;
+    const char* name;
+    const char* reason;
+};
+
+constexpr CodeText kCodes[] = {
+    {MURV_RC_OK, "MURV_RC_OK", "no error"},
+    {MURV_RC_FILE_OPEN, "MURV_RC_FILE_OPEN", "the file cannot be opened"},
+    {MURV_RC_FILE_WRITE, "MURV_RC_FILE_WRITE", "writing the file failed"},
+    {MURV_RC_FILE_READ, "MURV_RC_FILE_READ", "reading the file failed or it ends early"},
+    {MURV_RC_TABLE_FULL, "MURV_RC_TABLE_FULL", "too many files open"},
+    {MURV_RC_BAD_HANDLE, "MURV_RC_BAD_HANDLE", "bad handle or argument, or the call failed"},
+    {MURV_RC_BAD_FILE, "MURV_RC_BAD_FILE", "not a readable system file, or damaged"},
+    {MURV_RC_NO_MEMORY, "MURV_RC_NO_MEMORY", "out of memory"},
+    {MURV_RC_READ_MODE, "MURV_RC_READ_MODE", "the file is open for reading"},
+    {MURV_RC_WRITE_MODE, "MURV_RC_WRITE_MODE", "the file is open for writing"},
+    {MURV_RC_BAD_VAR_NAME, "MURV_RC_BAD_VAR_NAME", "invalid variable name"},
+    {MURV_RC_EMPTY_DICT, "MURV_RC_EMPTY_DICT", "no variables defined"},
+    {MURV_RC_VAR_NOT_FOUND, "MURV_RC_VAR_NOT_FOUND", "no such variable"},
+    {MURV_RC_DUP_VAR, "MURV_RC_DUP_VAR", "duplicate variable name"},
+    {MURV_RC_NUMERIC_EXPECTED, "MURV_RC_NUMERIC_EXPECTED", "a numeric variable was expected"},
+    {MURV_RC_STRING_EXPECTED, "MURV_RC_STRING_EXPECTED", "a string variable was expected"},
+    {MURV_RC_SHORT_STRING_EXPECTED, "MURV_RC_SHORT_STRING_EXPECTED", "a short string variable was expected"},
+    {MURV_RC_BAD_VAR_TYPE, "MURV_RC_BAD_VAR_TYPE", "invalid variable type"},
+    {MURV_RC_BAD_MISSING, "MURV_RC_BAD_MISSING", "invalid missing values"},
+    {MURV_RC_BAD_PRINT_FORMAT, "MURV_RC_BAD_PRINT_FORMAT", "invalid print format"},
+    {MURV_RC_BAD_WRITE_FORMAT, "MURV_RC_BAD_WRITE_FORMAT", "invalid write format"},
+    {MURV_RC_BAD_DATE, "MURV_RC_BAD_DATE", "invalid date"},
+    {MURV_RC_BAD_TIME, "MURV_RC_BAD_TIME", "invalid time"},
+    {MURV_RC_DICT_COMMITTED, "MURV_RC_DICT_COMMITTED", "the dictionary is already committed"},
+    {MURV_RC_DICT_NOT_COMMITTED, "MURV_RC_DICT_NOT_COMMITTED", "the dictionary is not committed"},
+    {MURV_RC_NO_RELEASE_INFO, "MURV_RC_NO_RELEASE_INFO", "no release information"},
+    {MURV_RC_BAD_DATE_INFO, "MURV_RC_BAD_DATE_INFO", "invalid date-variable information"},
+    {MURV_RC_STRING_TOO_LONG, "MURV_RC_STRING_TOO_LONG", "string too long"},
+    {MURV_RC_CANNOT_FREE, "MURV_RC_CANNOT_FREE", "memory cannot be released"},
+    {MURV_RC_BUFFER_SHORT, "MURV_RC_BUFFER_SHORT", "buffer too short"},
+    {MURV_RC_NO_CURRENT_CASE, "MURV_RC_NO_CURRENT_CASE", "no current case"},
+    {MURV_RC_BAD_SUBTYPE, "MURV_RC_BAD_SUBTYPE", "extension subtype not open to callers"},
+    {MURV_RC_BAD_VAR_HANDLE, "MURV_RC_BAD_VAR_HANDLE", "invalid variable handle"},
+    {MURV_RC_BAD_MRSET_DEF, "MURV_RC_BAD_MRSET_DEF", "invalid multiple-response set"},
+    {MURV_RC_BAD_MRSET_NAME, "MURV_RC_BAD_MRSET_NAME", "invalid multiple-response set name"},
+    {MURV_RC_DUP_MRSET_NAME, "MURV_RC_DUP_MRSET_NAME", "duplicate multiple-response set name"},
+    {MURV_RC_BAD_EXTENSION, "MURV_RC_BAD_EXTENSION", "invalid extension record"},
+    {MURV_RC_BAD_ATTR_NAME, "MURV_RC_BAD_ATTR_NAME", "invalid attribute name"},
+    {MURV_RC_BAD_ATTR_DEF, "MURV_RC_BAD_ATTR_DEF", "invalid attribute"},
+    {MURV_RC_BAD_MRSET_INDEX, "MURV_RC_BAD_MRSET_INDEX", "no multiple-response set at that index"},
+    {MURV_RC_VAR_LABEL_CUT, "MURV_RC_VAR_LABEL_CUT", "variable label cut"},
+    {MURV_RC_VALUE_LABEL_CUT, "MURV_RC_VALUE_LABEL_CUT", "value label cut"},
+    {MURV_RC_END_OF_FILE, "MURV_RC_END_OF_FILE", "end of file"},
+    {MURV_RC_NO_VARIABLE_SETS, "MURV_RC_NO_VARIABLE_SETS", "no variable sets"},
+    {MURV_RC_NO_VALUE_LABELS, "MURV_RC_NO_VALUE_LABELS", "no value labels"},
+    {MURV_RC_NO_LABEL, "MURV_RC_NO_LABEL", "no label"},
+    {MURV_RC_NO_WEIGHT, "MURV_RC_NO_WEIGHT", "no weight variable"},
+    {MURV_RC_NO_DATE_INFO, "MURV_RC_NO_DATE_INFO", "no date-variable information"},
+    {MURV_RC_NO_MRSETS, "MURV_RC_NO_MRSETS", "no multiple-response sets"},
+    {MURV_RC_NO_ZOP, "MURV_RC_NO_ZOP", "no data-entry block"},
+};
+
+const CodeText* FindCode(int rc) {
+    for (const auto& c : kCodes)
+        if (c.rc == rc) return &c;
+    return nullptr;
+}
+
+std::string BufferText(const char* b) { return std::string(b); }
+
+// Runs a getter that fills a fixed buffer; a negative code means "absent".
+template <typename F>
+bool GetText(std::string& out, std::size_t size, const std::string& file, const char* step, F call) {
+    std::vector<char> buf(size + 1, '\0');
+    const int rc = call(buf.data());
+    if (rc < 0) return false;
+    Check(rc, file, step);
+    out = BufferText(buf.data());
+    return true;
+}
+
+TextPairs TakeAttributes(char** names, char** values, int n) {
+    TextPairs out;
+    for (int i = 0; i < n; ++i) out.emplace_back(names[i] ? names[i] : "", values[i] ? values[i] : "");
+    murvFreeAttributes(names, values, n);
+    return out;
+}
+
+std::vector<std::pair<std::string, std::vector<std::string>>> ParseVarSets(const std::string& text) {
+    // One set per line: NAME= VAR VAR ...
+    std::vector<std::pair<std::string, std::vector<std::string>>> sets;
+    std::size_t pos = 0;
+    while (pos < text.size()) {
+        std::size_t eol = text.find('\n', pos);
+        if (eol == std::string::npos) eol = text.size();
+        std::string line = text.substr(pos, eol - pos);
+        pos = eol + 1;
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        const std::size_t eq = line.find('=');
+        if (eq == std::string::npos) continue;
+        std::pair<std::string, std::vector<std::string>> set;
+        set.first = std::string(TrimRight(line.substr(0, eq)));
+        std::size_t p = eq + 1;
+        while (p < line.size()) {
+            while (p < line.size() && line[p] == ' ') ++p;
+            std::size_t q = p;
+            while (q < line.size() && line[q] != ' ') ++q;
+            if (q > p) set.second.push_back(line.substr(p, q - p));
+            p = q;
+        }
+        sets.push_back(std::move(set));
+    }
+    return sets;
+}
+
+// The byte order is not among what the interface reports: it is read from
+// the layout code of the header (4 bytes at offset 64; 2 or 3 in the writer's
+// byte order).
+std::string ByteOrderOf(const std::string& path) {
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return "unknown";
+    unsigned char b[68];
+    const std::size_t n = std::fread(b, 1, sizeof b, f);
+    std::fclose(f);
+    if (n != sizeof b) return "unknown";
+    const std::uint32_t le = b[64] | (b[65] << 8) | (b[66] << 16) | (std::uint32_t(b[67]) << 24);
+    const std::uint32_t be = b[67] | (b[66] << 8) | (b[65] << 16) | (std::uint32_t(b[64]) << 24);
+    if (le == 2 || le == 3) return "little-endian";
+    if (be == 2 || be == 3) return "big-endian";
+    return "unknown";
+}
+
+void LoadVariable(int h, const std::string& file, Variable& v, Detail detail) {
+    const char* name = v.name.c_str();
+    Check(murvGetVarPrintFormat(h, name, &v.print.type, &v.print.decimals, &v.print.width), file, "print format of " + v.name);
+    if (v.type == 0) {
+        double* values = nullptr;
+        char** labels = nullptr;
+        int n = 0;
+        const int rc = murvGetVarNValueLabels(h, name, &values, &labels, &n);
+        if (rc == MURV_RC_OK) {
+            for (int i = 0; i < n; ++i) v.numberLabels.emplace_back(values[i], labels[i] ? labels[i] : "");
+            murvFreeVarNValueLabels(values, labels, n);
+        } else if (rc > 0) {
+            Check(rc, file, "value labels of " + v.name);
+        }
+    } else {
+        char** values = nullptr;
+        char** labels = nullptr;
+        int n = 0;
+        const int rc = murvGetVarCValueLabels(h, name, &values, &labels, &n);
+        if (rc == MURV_RC_OK) {
+            for (int i = 0; i < n; ++i)
+                v.textLabels.emplace_back(std::string(TrimRight(values[i] ? values[i] : "")), labels[i] ? labels[i] : "");
+            murvFreeVarCValueLabels(values, labels, n);
+        } else if (rc > 0 && rc != MURV_RC_SHORT_STRING_EXPECTED) {
+            Check(rc, file, "value labels of " + v.name);
+        }
+    }
+    if (detail != Detail::kFull) return;
+
+    std::vector<char> label(1 << 16);
+    int len = 0;
+    int rc = murvGetVarLabelLong(h, name, label.data(), static_cast<int>(label.size()), &len);
+    if (rc == MURV_RC_OK) {
+        v.hasLabel = true;
+        v.label.assign(label.data(), static_cast<std::size_t>(len));
+    } else if (rc > 0) {
+        Check(rc, file, "label of " + v.name);
+    }
+    Check(murvGetVarWriteFormat(h, name, &v.write.type, &v.write.decimals, &v.write.width), file, "write format of " + v.name);
+    if (v.type == 0) {
+        MissingValues& m = v.missing;
+        Check(murvGetVarNMissingValues(h, name, &m.format, &m.numbers[0], &m.numbers[1], &m.numbers[2]), file,
+              "missing values of " + v.name);
+    } else {
+        char a[64], b[64], c[64];
+        rc = murvGetVarCMissingValues(h, name, &v.missing.format, a, b, c);
+        if (rc == MURV_RC_OK) {
+            v.missing.texts[0] = std::string(TrimRight(a));
+            v.missing.texts[1] = std::string(TrimRight(b));
+            v.missing.texts[2] = std::string(TrimRight(c));
+        } else if (rc != MURV_RC_SHORT_STRING_EXPECTED) {
+            Check(rc, file, "missing values of " + v.name);
+        }
+    }
+    Check(murvGetVarMeasureLevel(h, name, &v.measure), file, "measurement level of " + v.name);
+    Check(murvGetVarAlignment(h, name, &v.alignment), file, "alignment of " + v.name);
+    Check(murvGetVarColumnWidth(h, name, &v.columnWidth), file, "column width of " + v.name);
+    char** an = nullptr;
+    char** av = nullptr;
+    int n = 0;
+    rc = murvGetVarAttributes(h, name, &an, &av, &n);
+    Check(rc, file, "attributes of " + v.name);
+    v.attributes = TakeAttributes(an, av, n);
+}
+
+}  // namespace
+
+const char* CodeName(int rc) {
+    const CodeText* c = FindCode(rc);
+    return c ? c->name : "unknown code";
+}
+
+const char* CodeReason(int rc) {
+    const CodeText* c = FindCode(rc);
+    return c ? c->reason : "unknown code";
+}
+
+std::string DescribeCode(int rc) {
+    return "code " + std::to_string(rc) + " " + CodeName(rc) + ": " + CodeReason(rc);
+}
+
+void Check(int rc, const std::string& file, const std::string& step) {
+    if (rc > 0) throw Failure(kExitLibrary, file + ": " + step + ": " + DescribeCode(rc));
+}
+
+ReadHandle::ReadHandle(const std::string& path) : path_(path) {
+    const int rc = murvOpenRead(path.c_str(), &handle_);
+    if (rc != MURV_RC_OK) {
+        // The library does not tell a missing file from a damaged one.
+        if (std::FILE* f = std::fopen(path.c_str(), "rb"))
+            std::fclose(f);
+        else
+            throw Failure(kExitIo, path + ": cannot open: " + std::strerror(errno));
+    }
+    Check(rc, path, "opening for reading");
+}
+
+ReadHandle::~ReadHandle() {
+    if (handle_ >= 0) murvCloseRead(handle_);
+}
+
+FileMeta LoadMeta(const ReadHandle& rh, Detail detail) {
+    const int h = rh.get();
+    const std::string& file = rh.path();
+    FileMeta m;
+    m.path = file;
+    int n = 0;
+    char** names = nullptr;
+    int* types = nullptr;
+    const int rc = murvGetVarNames(h, &n, &names, &types);
+    Check(rc, file, "reading the variable names");
+    m.vars.resize(static_cast<std::size_t>(n));
+    std::size_t offset = 0;
+    for (int i = 0; i < n; ++i) {
+        Variable& v = m.vars[static_cast<std::size_t>(i)];
+        v.name = names[i];
+        v.type = types[i];
+        v.offset = offset;
+        offset += v.type == 0 ? 8 : static_cast<std::size_t>((v.type + 7) / 8) * 8;
+    }
+    murvFreeVarNames(names, types, n);
+    for (Variable& v : m.vars) Check(murvGetVarHandle(h, v.name.c_str(), &v.handle), file, "variable " + v.name);
+    Check(murvGetCaseSize(h, &m.caseSize), file, "case size");
+    Check(murvGetNumberofCases(h, &m.cases), file, "case count");
+    if (detail == Detail::kNamesOnly) return m;
+    for (Variable& v : m.vars) LoadVariable(h, file, v, detail);
+    if (detail != Detail::kFull) return m;
+
+    m.hasLabel = GetText(m.label, 64, file, "file label", [&](char* b) {
+        const int r = murvGetIdString(h, b);
+        return r == MURV_RC_BAD_HANDLE ? -1 : r;  // no file label
+    });
+    GetText(m.product, 64, file, "product", [&](char* b) { return murvGetSystemString(h, b); });
+    {
+        char d[32] = {}, t[32] = {};
+        if (murvGetTimeStamp(h, d, t) == MURV_RC_OK) {
+            m.date = d;
+            m.time = t;
+        }
+    }
+    m.byteOrder = ByteOrderOf(file);
+    Check(murvGetCompression(h, &m.compression), file, "compression");
+    GetText(m.weight, 64, file, "weight variable", [&](char* b) { return murvGetCaseWeightVar(h, b); });
+    GetText(m.textInfo, 256, file, "text information", [&](char* b) { return murvGetTextInfo(h, b); });
+    m.hasRelease = murvGetReleaseInfo(h, m.release) == MURV_RC_OK;
+
+    char** an = nullptr;
+    char** av = nullptr;
+    int na = 0;
+    Check(murvGetFileAttributes(h, &an, &av, &na), file, "file attributes");
+    m.attributes = TakeAttributes(an, av, na);
+
+    int nsets = 0;
+    if (murvGetMultRespCount(h, &nsets) == MURV_RC_OK) {
+        for (int i = 0; i < nsets; ++i) {
+            murvMultRespDef* d = nullptr;
+            Check(murvGetMultRespDefByIndex(h, i, &d), file, "multiple-response set " + std::to_string(i + 1));
+            MultResponseSet s;
+            s.name = d->setName;
+            s.label = d->setLabel;
+            s.dichotomy = d->isDichotomy != 0;
+            s.numeric = d->isNumeric != 0;
+            s.categoryLabels = d->useCategoryLabels != 0;
+            s.firstVarLabel = d->useFirstVarLabel != 0;
+            s.countedValue = d->countedValue;
+            if (d->countedValueText) s.countedText = d->countedValueText;
+            for (int k = 0; k < d->varCount; ++k) s.variables.emplace_back(d->varNames[k]);
+            murvFreeMultRespDefStruct(d);
+            m.mrsets.push_back(std::move(s));
+        }
+    }
+    char* sets = nullptr;
+    const int src = murvGetVariableSets(h, &sets);
+    if (src == MURV_RC_OK && sets) m.varSets = ParseVarSets(sets);
+    if (sets) murvFreeVariableSets(sets);
+    if (src > 0) Check(src, file, "variable sets");
+
+    int ndates = 0;
+    int* dates = nullptr;
+    const int drc = murvGetDateVariables(h, &ndates, &dates);
+    if (drc == MURV_RC_OK && dates) m.dateVariables.assign(dates, dates + ndates);
+    if (dates) murvFreeDateVariables(dates);
+    if (drc > 0) Check(drc, file, "date variables");
+
+    char guid[512] = {};
+    if (murvGetZOPGUID(h, guid) == MURV_RC_OK) m.zopGuid = guid;
+    murvGetZOPInfo(h, &m.zopBytes, &m.zopSegments);
+
+    for (int s = 0; s <= 32; ++s) {
+        int found = 0;
+        if (murvQueryType7(h, s, &found) == MURV_RC_OK && found) m.recordsPresent.push_back(s);
+        int unit = 0, count = 0;
+        if (murvGetExtensionDataDesc(h, s, &unit, &count) == MURV_RC_OK && count > 0)
+            m.openRecords.push_back({s, unit, count});
+    }
+    return m;
+}
+
+std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& list) {
+    std::vector<std::size_t> out;
+    if (list.empty()) {
+        for (std::size_t i = 0; i < meta.vars.size(); ++i) out.push_back(i);
+        return out;
+    }
+    std::unordered_map<std::string, std::size_t> index;
+    for (std::size_t i = 0; i < meta.vars.size(); ++i) {
+        std::string up = meta.vars[i].name;
+        for (char& c : up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        index.emplace(up, i);
+    }
+    std::string unknown;
+    std::size_t pos = 0;
+    while (pos <= list.size()) {
+        std::size_t comma = list.find(',', pos);
+        if (comma == std::string::npos) comma = list.size();
+        std::string name = list.substr(pos, comma - pos);
+        pos = comma + 1;
+        while (!name.empty() && name.front() == ' ') name.erase(name.begin());
+        while (!name.empty() && name.back() == ' ') name.pop_back();
+        if (name.empty()) continue;
+        std::string up = name;
+        for (char& c : up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        auto it = index.find(up);
+        if (it == index.end())
+            unknown += (unknown.empty() ? "" : ", ") + name;
+        else
+            out.push_back(it->second);
+    }
+    if (!unknown.empty()) throw Failure(kExitUsage, meta.path + ": no such variable: " + unknown);
+    if (out.empty()) throw Failure(kExitUsage, meta.path + ": --vars names no variable");
+    return out;
+}
+
+// ---- text ----
+
+bool IsSysmis(double v) { return v == -1.7976931348623157e308; }
+
+void AppendNumber(std::string& out, double v) {
+    char buf[32];
+    // Whole numbers of up to 15 digits are the common case and print as integers.
+    if (v >= -1e15 && v <= 1e15) {
+        const auto i = static_cast<std::int64_t>(v);
+        if (static_cast<double>(i) == v && !(v == 0 && std::signbit(v))) {
+            const auto r = std::to_chars(buf, buf + sizeof buf, i);
+            out.append(buf, r.ptr);
+            return;
+        }
+    }
+    const auto r = std::to_chars(buf, buf + sizeof buf, v);
+    out.append(buf, r.ptr);
+}
+
+bool IsDateFormat(int fmt) {
+    switch (fmt) {
+        case 20: case 21: case 22: case 23: case 24: case 25: case 28: case 29: case 30: case 38: case 39:
+            return true;
+        default:
+            return false;
+    }
+}
+
+namespace {
+
+void Append2(std::string& out, int v) {
+    out.push_back(static_cast<char>('0' + v / 10 % 10));
+    out.push_back(static_cast<char>('0' + v % 10));
+}
+
+// Seconds of a time of day or span: SS, or SS.fff with the shortest fraction.
+void AppendSeconds(std::string& out, double s) {
+    const double whole = std::floor(s);
+    Append2(out, static_cast<int>(whole));
+    if (s != whole) {
+        char buf[32];
+        const auto r = std::to_chars(buf, buf + sizeof buf, s - whole);
+        // "0.25" -> ".25"
+        const char* dot = std::find(static_cast<const char*>(buf), static_cast<const char*>(r.ptr), '.');
+        if (dot != r.ptr) out.append(dot, static_cast<std::size_t>(r.ptr - dot));
+    }
+}
+
+}  // namespace
+
+bool AppendIsoDate(std::string& out, int fmt, double v) {
+    if (!IsDateFormat(fmt) || !std::isfinite(v) || std::fabs(v) > 1e15) return false;
+    if (fmt == 21 || fmt == 25) {  // a time of day or a span: [-]H:MM:SS
+        double a = std::fabs(v);
+        if (v < 0) out.push_back('-');
+        const auto hours = static_cast<std::int64_t>(a / 3600);
+        a -= static_cast<double>(hours) * 3600;
+        const int minutes = static_cast<int>(a / 60);
+        a -= minutes * 60;
+        if (hours < 10) out.push_back('0');
+        out += std::to_string(hours);
+        out.push_back(':');
+        Append2(out, minutes);
+        out.push_back(':');
+        AppendSeconds(out, a);
+        return true;
+    }
+    const double dayStart = std::floor(v / 86400) * 86400;
+    int d = 0, mo = 0, y = 0;
+    if (murvConvertMURVDate(&d, &mo, &y, dayStart) != MURV_RC_OK) return false;
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", y, mo, d);
+    out += buf;
+    if (fmt == 22) {
+        double s = v - dayStart;
+        const int hh = static_cast<int>(s / 3600);
+        s -= hh * 3600;
+        const int mm = static_cast<int>(s / 60);
+        s -= mm * 60;
+        out.push_back('T');
+        Append2(out, hh);
+        out.push_back(':');
+        Append2(out, mm);
+        out.push_back(':');
+        AppendSeconds(out, s);
+    }
+    return true;
+}
+
+std::string FormatName(const Format& f) {
+    static const char* const kNames[] = {
+        "",      "A",     "AHEX",     "COMMA", "DOLLAR", "F",     "IB",    "PIBHEX", "P",     "PIB",
+        "PK",    "RB",    "RBHEX",    "",      "",       "Z",     "N",     "E",      "",      "",
+        "DATE",  "TIME",  "DATETIME", "ADATE", "JDATE",  "DTIME", "WKDAY", "MONTH",  "MOYR",  "QYR",
+        "WKYR",  "PCT",   "DOT",      "CCA",   "CCB",    "CCC",   "CCD",   "CCE",    "EDATE", "SDATE"};
+    std::string name = (f.type >= 0 && f.type < 40 && kNames[f.type][0]) ? kNames[f.type] : "T" + std::to_string(f.type);
+    name += std::to_string(f.width);
+    if (f.type != 1 && f.decimals > 0) name += "." + std::to_string(f.decimals);
+    return name;
+}
+
+std::string_view TrimRight(std::string_view s) {
+    std::size_t n = s.size();
+    while (n > 0 && s[n - 1] == ' ') --n;
+    return s.substr(0, n);
+}
+
+void AppendJsonString(std::string& out, std::string_view s) {
+    static const char kHex[] = "0123456789abcdef";
+    out.push_back('"');
+    const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+    const std::size_t n = s.size();
+    std::size_t i = 0;
+    while (i < n) {
+        const unsigned char c = p[i];
+        if (c < 0x80) {
+            switch (c) {
+                case '"': out += "\\\""; break;
+                case '\\': out += "\\\\"; break;
+                case '\n': out += "\\n"; break;
+                case '\r': out += "\\r"; break;
+                case '\t': out += "\\t"; break;
+                default:
+                    if (c < 0x20) {
+                        out += "\\u00";
+                        out.push_back(kHex[c >> 4]);
+                        out.push_back(kHex[c & 15]);
+                    } else {
+                        out.push_back(static_cast<char>(c));
+                    }
+            }
+            ++i;
+            continue;
+        }
+        // A well-formed UTF-8 sequence passes through; any other byte is
+        // given as the character of the same number.
+        std::size_t len = (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : (c & 0xF8) == 0xF0 ? 4 : 0;
+        bool ok = len != 0 && i + len <= n && !(c == 0xC0 || c == 0xC1 || c > 0xF4);
+        for (std::size_t k = 1; ok && k < len; ++k) ok = (p[i + k] & 0xC0) == 0x80;
+        if (ok) {
+            out.append(reinterpret_cast<const char*>(p + i), len);
+            i += len;
+        } else {
+            out += "\\u00";
+            out.push_back(kHex[c >> 4]);
+            out.push_back(kHex[c & 15]);
+            ++i;
+        }
+    }
+    out.push_back('"');
+}
+
+Output::~Output() {
+    try {
+        Flush();
+    } catch (...) {
+    }
+}
+
+void Output::Flush() {
+    if (buf_.empty()) return;
+    const bool ok = std::fwrite(buf_.data(), 1, buf_.size(), f_) == buf_.size();
+    buf_.clear();
+    if (!ok || std::fflush(f_) != 0) throw Failure(kExitIo, std::string("writing the output: ") + std::strerror(errno));
+}
+
+namespace {
+double Now() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+}  // namespace
+
+Progress::Progress(const char* what, std::int64_t total)
+    : what_(what), total_(total), enabled_(isatty(STDERR_FILENO) == 1), start_(Now()) {}
+
+Progress::~Progress() { Finish(); }
+
+void Progress::Draw(std::int64_t done) {
+    if (!enabled_) return;
+    const double now = Now();
+    if (now - start_ < 0.5 || now - last_ < 0.1) return;
+    last_ = now;
+    drawn_ = true;
+    if (total_ > 0) {
+        const int pct = static_cast<int>(std::min<std::int64_t>(100, done * 100 / total_));
+        const int bar = pct * 30 / 100;
+        std::fprintf(stderr, "\r%s [%.*s%*s] %3d%% %lld/%lld", what_, bar, "##############################", 30 - bar,
+                     "", pct, static_cast<long long>(done), static_cast<long long>(total_));
+    } else {
+        std::fprintf(stderr, "\r%s %lld", what_, static_cast<long long>(done));
+    }
+    std::fflush(stderr);
+}
+
+void Progress::Finish() {
+    if (drawn_) {
+        std::fprintf(stderr, "\r\033[K");
+        std::fflush(stderr);
+        drawn_ = false;
+    }
+    enabled_ = false;
+}
+
+ReplaceFile::ReplaceFile(const std::string& dest) : dest_(dest) {
+    std::random_device rd;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        char suffix[32];
+        std::snprintf(suffix, sizeof suffix, ".murv-%u.tmp", static_cast<unsigned>(rd()));
+        temp_ = dest + suffix;
+        std::error_code ec;
+        if (!std::filesystem::exists(temp_, ec)) return;
+    }
+    throw Failure(kExitIo, dest + ": no free temporary name beside it");
+}
+
+ReplaceFile::~ReplaceFile() {
+    if (!done_) std::remove(temp_.c_str());
+}
+
+void ReplaceFile::Commit() {
+    if (std::rename(temp_.c_str(), dest_.c_str()) != 0)
+        throw Failure(kExitIo, dest_ + ": moving the finished file into place: " + std::strerror(errno));
+    done_ = true;
+}
+
+}  // namespace murv

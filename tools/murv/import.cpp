@@ -1,0 +1,510 @@
+// `murv import`: a CSV file (RFC 4180, a header row of names) to a system
+// file, in one pass over the input.
+//
+// The dictionary must be complete before the first case is written, but the
+// type and width of a column are known only after its last row. So the rows
+// are kept, as parsed cells, in a spill store (memory up to a limit, then a
+// temporary file) while the columns are measured; then the file is written
+// from the store. Memory stays bounded whatever the size of the input, and
+// the input is read once, so it may be a pipe.
+#include <fcntl.h>
+#include <iconv.h>
+#include <langinfo.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <deque>
+#include <fast_float/fast_float.h>
+#include <memory>
+#include <unordered_set>
+
+#include "murv.h"
+
+namespace murv {
+
+namespace {
+
+constexpr std::size_t kChunk = 1 << 20;
+constexpr int kMaxStringWidth = 32767;
+
+// ---- input: bytes of the CSV file in the locale's code page ----
+
+class Input {
+public:
+    Input(const std::string& path, const std::string& encoding) : path_(path) {
+        if (path == "-") {
+            fd_ = STDIN_FILENO;
+        } else {
+            fd_ = ::open(path.c_str(), O_RDONLY);
+            if (fd_ < 0) throw Failure(kExitIo, path + ": cannot open: " + std::strerror(errno));
+            struct stat st {};
+            if (::fstat(fd_, &st) == 0 && S_ISREG(st.st_mode)) size_ = static_cast<std::int64_t>(st.st_size);
+        }
+        if (!encoding.empty()) {
+            const char* to = nl_langinfo(CODESET);
+            cd_ = iconv_open(to, encoding.c_str());
+            if (cd_ == reinterpret_cast<iconv_t>(-1))
+                throw Failure(kExitUsage, "--encoding: cannot convert from " + encoding + " to " + to);
+        }
+    }
+    ~Input() {
+        if (fd_ > STDIN_FILENO) ::close(fd_);
+        if (cd_ != reinterpret_cast<iconv_t>(-1)) iconv_close(cd_);
+    }
+    std::int64_t size() const { return size_; }
+    std::int64_t consumed() const { return consumed_; }
+
+    // Appends the next piece of input to `out`; false at the end.
+    bool Read(std::string& out) {
+        if (eof_) return false;
+        raw_.resize(pending_ + kChunk);
+        ssize_t n;
+        do {
+            n = ::read(fd_, raw_.data() + pending_, kChunk);
+        } while (n < 0 && errno == EINTR);
+        if (n < 0) throw Failure(kExitIo, path_ + ": reading: " + std::strerror(errno));
+        consumed_ += n;
+        if (n == 0) eof_ = true;
+        const std::size_t have = pending_ + static_cast<std::size_t>(n);
+        if (cd_ == reinterpret_cast<iconv_t>(-1)) {
+            out.append(raw_.data(), have);
+            return n > 0;
+        }
+        // Convert; an incomplete character at the end waits for the next piece.
+        char* in = raw_.data();
+        std::size_t inLeft = have;
+        while (inLeft > 0) {
+            char buf[1 << 16];
+            char* o = buf;
+            std::size_t oLeft = sizeof buf;
+            const std::size_t r = iconv(cd_, &in, &inLeft, &o, &oLeft);
+            out.append(buf, static_cast<std::size_t>(o - buf));
+            if (r != static_cast<std::size_t>(-1)) continue;
+            if (errno == E2BIG) continue;
+            if (errno == EINVAL && !eof_) break;
+            throw Failure(kExitIo, path_ + ": a character that cannot be converted to the locale's code page, near byte " +
+                                       std::to_string(consumed_ - static_cast<std::int64_t>(inLeft)));
+        }
+        pending_ = inLeft;
+        std::memmove(raw_.data(), in, pending_);
+        return n > 0 || pending_ > 0;
+    }
+
+private:
+    std::string path_;
+    int fd_ = -1;
+    std::int64_t size_ = -1, consumed_ = 0;
+    bool eof_ = false;
+    iconv_t cd_ = reinterpret_cast<iconv_t>(-1);
+    std::vector<char> raw_;
+    std::size_t pending_ = 0;
+};
+
+// ---- RFC 4180 records ----
+
+class CsvReader {
+public:
+    CsvReader(Input& in, char delim) : in_(in), delim_(delim) {}
+
+    // The next record's fields (views valid until the next call); false at the end.
+    bool Next(std::vector<std::string_view>& fields) {
+        for (;;) {
+            const int r = Parse(fields);
+            if (r > 0) return true;
+            if (r == 0 && !atEnd_) {
+                // Incomplete: drop what is consumed and read more.
+                data_.erase(0, pos_);
+                pos_ = 0;
+                if (!in_.Read(data_)) atEnd_ = true;
+                continue;
+            }
+            return false;
+        }
+    }
+    std::int64_t line() const { return line_; }
+
+private:
+    // 1: a record; 0: the data ends before the record does; -1: no more data.
+    int Parse(std::vector<std::string_view>& fields) {
+        fields.clear();
+        escaped_.clear();
+        const char* const base = data_.data();
+        const std::size_t n = data_.size();
+        std::size_t p = pos_;
+        if (p >= n) return atEnd_ ? -1 : 0;
+        std::int64_t lines = 0;
+        for (;;) {
+            if (p < n && base[p] == '"') {
+                // Quoted field: "" is a quote; ends at the closing quote.
+                std::size_t q = p + 1;
+                std::size_t start = q;
+                bool copied = false;
+                std::string* buf = nullptr;
+                for (;;) {
+                    const void* hit = std::memchr(base + q, '"', n - q);
+                    if (!hit) return atEnd_ ? Fail("a quoted field is not closed") : 0;
+                    const std::size_t at = static_cast<std::size_t>(static_cast<const char*>(hit) - base);
+                    for (std::size_t k = q; k < at; ++k) lines += base[k] == '\n';
+                    if (at + 1 >= n && !atEnd_) return 0;
+                    if (at + 1 < n && base[at + 1] == '"') {
+                        if (!copied) {
+                            escaped_.emplace_back();
+                            buf = &escaped_.back();
+                            copied = true;
+                        }
+                        buf->append(base + start, at + 1 - start);
+                        q = start = at + 2;
+                        continue;
+                    }
+                    if (copied) {
+                        buf->append(base + start, at - start);
+                        fields.emplace_back(*buf);
+                    } else {
+                        fields.emplace_back(base + start, at - start);
+                    }
+                    p = at + 1;
+                    break;
+                }
+                if (p < n && base[p] != delim_ && base[p] != '\n' && base[p] != '\r')
+                    return Fail("text after the closing quote of a field");
+            } else {
+                std::size_t q = p;
+                while (q < n && base[q] != delim_ && base[q] != '\n' && base[q] != '\r') {
+                    if (base[q] == '"') return Fail("a quote inside an unquoted field");
+                    ++q;
+                }
+                fields.emplace_back(base + p, q - p);
+                p = q;
+            }
+            if (p >= n) {
+                if (!atEnd_) return 0;
+                break;  // the last record has no line end
+            }
+            if (base[p] == delim_) {
+                ++p;
+                continue;
+            }
+            // Line end: \n, \r\n or \r.
+            if (base[p] == '\r') {
+                if (p + 1 >= n && !atEnd_) return 0;
+                ++p;
+                if (p < n && base[p] == '\n') ++p;
+            } else {
+                ++p;
+            }
+            break;
+        }
+        pos_ = p;
+        line_ += 1 + lines;
+        return 1;
+    }
+
+    int Fail(const char* what) {
+        throw Failure(kExitIo, "line " + std::to_string(line_ + 1) + ": " + what);
+    }
+
+    Input& in_;
+    char delim_;
+    std::string data_;
+    std::size_t pos_ = 0;
+    bool atEnd_ = false;
+    std::int64_t line_ = 0;
+    // Fields that held "" escapes, unescaped; a deque keeps the views valid.
+    std::deque<std::string> escaped_;
+};
+
+// ---- the spill store ----
+
+class Spill {
+public:
+    ~Spill() {
+        if (file_) std::fclose(file_);
+    }
+    void Put(const void* p, std::size_t n) {
+        const char* c = static_cast<const char*>(p);
+        mem_.insert(mem_.end(), c, c + n);
+        if (mem_.size() >= kMemoryLimit) Drain();
+    }
+    void PutVarint(std::uint64_t v) {
+        unsigned char b[10];
+        int k = 0;
+        while (v >= 0x80) {
+            b[k++] = static_cast<unsigned char>(v | 0x80);
+            v >>= 7;
+        }
+        b[k++] = static_cast<unsigned char>(v);
+        Put(b, static_cast<std::size_t>(k));
+    }
+    // Switches to reading from the start.
+    void Rewind() {
+        if (file_) {
+            Drain();
+            if (std::fflush(file_) != 0 || std::fseek(file_, 0, SEEK_SET) != 0)
+                throw Failure(kExitIo, std::string("temporary file: ") + std::strerror(errno));
+        }
+        pos_ = 0;
+        if (file_) mem_.clear();
+    }
+    // Makes n bytes available at Data(); false when the store holds fewer.
+    bool Ensure(std::size_t n) {
+        if (mem_.size() - pos_ >= n) return true;
+        if (!file_) return false;
+        mem_.erase(mem_.begin(), mem_.begin() + static_cast<std::ptrdiff_t>(pos_));
+        pos_ = 0;
+        const std::size_t want = std::max(n, kChunk);
+        const std::size_t old = mem_.size();
+        mem_.resize(old + want);
+        const std::size_t got = std::fread(mem_.data() + old, 1, want, file_);
+        mem_.resize(old + got);
+        if (got == 0 && std::ferror(file_)) throw Failure(kExitIo, std::string("temporary file: ") + std::strerror(errno));
+        return mem_.size() >= n;
+    }
+    const char* Data() const { return mem_.data() + pos_; }
+    void Skip(std::size_t n) { pos_ += n; }
+    std::uint64_t GetVarint() {
+        std::uint64_t v = 0;
+        for (int shift = 0;; shift += 7) {
+            if (!Ensure(1)) throw Failure(kExitIo, "temporary file ends early");
+            const auto b = static_cast<unsigned char>(mem_[pos_++]);
+            v |= static_cast<std::uint64_t>(b & 0x7F) << shift;
+            if (!(b & 0x80)) return v;
+        }
+    }
+
+private:
+    static constexpr std::size_t kMemoryLimit = 64u << 20;
+    void Drain() {
+        if (!file_) {
+            file_ = std::tmpfile();
+            if (!file_) throw Failure(kExitIo, std::string("cannot make a temporary file: ") + std::strerror(errno));
+        }
+        if (!mem_.empty() && std::fwrite(mem_.data(), 1, mem_.size(), file_) != mem_.size())
+            throw Failure(kExitIo, std::string("writing the temporary file: ") + std::strerror(errno));
+        mem_.clear();
+    }
+    std::vector<char> mem_;
+    std::size_t pos_ = 0;
+    std::FILE* file_ = nullptr;
+};
+
+// ---- columns ----
+
+struct ColumnStats {
+    bool numeric = true;
+    bool exponent = false;
+    int width = 0;      // longest value in bytes
+    int intDigits = 1;  // of numbers, for the display format
+    int decimals = 0;
+    bool negative = false;
+};
+
+std::string_view Trim(std::string_view s) {
+    std::size_t a = 0, b = s.size();
+    while (a < b && (s[a] == ' ' || s[a] == '\t')) ++a;
+    while (b > a && (s[b - 1] == ' ' || s[b - 1] == '\t')) --b;
+    return s.substr(a, b - a);
+}
+
+// A finite decimal number, the whole field; counts digits for the format.
+bool ParseNumber(std::string_view f, double& v, ColumnStats& st) {
+    const char* p = f.data();
+    const char* end = p + f.size();
+    if (p < end && *p == '+') ++p;
+    const char* digits = p < end && *p == '-' ? p + 1 : p;
+    if (digits >= end || !((*digits >= '0' && *digits <= '9') || *digits == '.')) return false;
+    const auto r = fast_float::from_chars(p, end, v);
+    if (r.ec != std::errc() || r.ptr != end || !std::isfinite(v)) return false;
+    int intDigits = 0, decimals = 0;
+    const char* q = digits;
+    while (q < end && *q >= '0' && *q <= '9') ++q, ++intDigits;
+    if (q < end && *q == '.') {
+        ++q;
+        while (q < end && *q >= '0' && *q <= '9') ++q, ++decimals;
+    }
+    if (q < end) st.exponent = true;
+    st.intDigits = std::max(st.intDigits, intDigits);
+    st.decimals = std::max(st.decimals, decimals);
+    st.negative |= digits != p;
+    return true;
+}
+
+// Names the library accepts, unique without regard to case: a column name
+// is kept when murvValidateVarname calls it an ordinary name; otherwise its
+// disallowed characters become "_", a name that cannot start a name gets a
+// "v" in front, a reserved word gets "_" after it, and a name that is still
+// refused (or empty) becomes v<column number>. A name already taken gets
+// _2, _3, ... (cut to stay within 64 bytes).
+std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, std::vector<std::string>& renamed) {
+    std::vector<std::string> names;
+    std::unordered_set<std::string> taken;
+    auto upper = [](std::string s) {
+        for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return s;
+    };
+    auto cut = [](std::string s, std::size_t max) {
+        // Cut at a character boundary under the locale.
+        std::size_t keep = 0;
+        while (keep < s.size()) {
+            int len = std::mblen(s.data() + keep, s.size() - keep);
+            if (len < 1) len = 1;
+            if (keep + static_cast<std::size_t>(len) > max) break;
+            keep += static_cast<std::size_t>(len);
+        }
+        s.resize(keep);
+        std::mblen(nullptr, 0);
+        return s;
+    };
+    for (std::size_t i = 0; i < header.size(); ++i) {
+        const std::string original(Trim(header[i]));
+        std::string name = original;
+        if (murvValidateVarname(name.c_str()) != 0 || name.size() > 64) {
+            for (char& c : name) {
+                const auto u = static_cast<unsigned char>(c);
+                if (u < 128 && !std::isalnum(u) && c != '@' && c != '#' && c != '$' && c != '_' && c != '.') c = '_';
+            }
+            if (!name.empty() && (std::isdigit(static_cast<unsigned char>(name[0])) || name[0] == '_' ||
+                                  name[0] == '.' || name[0] == '#' || name[0] == '$'))
+                name = "v" + name;
+            name = cut(name, 64);
+            if (murvValidateVarname(name.c_str()) == 5) name = name + "_";
+            if (name.empty() || murvValidateVarname(name.c_str()) != 0) name = "v" + std::to_string(i + 1);
+        }
+        if (taken.count(upper(name))) {
+            for (int k = 2;; ++k) {
+                const std::string suffix = "_" + std::to_string(k);
+                std::string candidate = cut(name, 64 - suffix.size()) + suffix;
+                if (!taken.count(upper(candidate)) && murvValidateVarname(candidate.c_str()) == 0) {
+                    name = candidate;
+                    break;
+                }
+            }
+        }
+        taken.insert(upper(name));
+        if (name != original) renamed.push_back("'" + original + "' -> " + name);
+        names.push_back(std::move(name));
+    }
+    return names;
+}
+
+}  // namespace
+
+int RunImport(const ImportOptions& opt) {
+    Input input(opt.csv, opt.encoding);
+    CsvReader csv(input, opt.delimiter);
+    std::vector<std::string_view> fields;
+    if (!csv.Next(fields)) throw Failure(kExitIo, opt.csv + ": empty: no header row");
+    std::vector<std::string> renamed;
+    const std::vector<std::string> names = MakeNames(fields, renamed);
+    const std::size_t ncols = names.size();
+    std::vector<ColumnStats> stats(ncols);
+
+    // Pass over the input: measure the columns and keep the cells.
+    Spill spill;
+    std::int64_t rows = 0;
+    {
+        Progress progress("reading CSV", input.size());
+        try {
+            while (csv.Next(fields)) {
+                if (fields.size() == 1 && fields[0].empty() && ncols > 1) continue;  // a blank line
+                if (fields.size() > ncols)
+                    throw Failure(kExitIo, "line " + std::to_string(csv.line()) + ": " + std::to_string(fields.size()) +
+                                               " fields, the header names " + std::to_string(ncols));
+                for (std::size_t c = 0; c < ncols; ++c) {
+                    std::string_view f = c < fields.size() ? fields[c] : std::string_view();
+                    ColumnStats& st = stats[c];
+                    const std::string_view value = TrimRight(f);
+                    if (value.size() > static_cast<std::size_t>(kMaxStringWidth))
+                        throw Failure(kExitIo, "line " + std::to_string(csv.line()) + ", column " + names[c] +
+                                                   ": a value longer than " + std::to_string(kMaxStringWidth) + " bytes");
+                    st.width = std::max(st.width, static_cast<int>(value.size()));
+                    double v = 0;
+                    const std::string_view t = Trim(f);
+                    const bool number = !t.empty() && st.numeric && ParseNumber(t, v, st);
+                    if (!t.empty() && !number) st.numeric = false;
+                    spill.PutVarint(value.size() * 2 + (number ? 1 : 0));
+                    spill.Put(value.data(), value.size());
+                    if (number) spill.Put(&v, sizeof v);
+                }
+                ++rows;
+                progress.Update(input.consumed());
+            }
+        } catch (const Failure& f) {
+            throw Failure(f.exit, opt.csv + ": " + f.what());
+        }
+    }
+    if (!renamed.empty()) {
+        std::string list;
+        for (const std::string& r : renamed) list += (list.empty() ? "" : ", ") + r;
+        std::fprintf(stderr, "murv import: names changed to names the library accepts: %s\n", list.c_str());
+    }
+
+    // The dictionary.
+    ReplaceFile dest(opt.out);
+    int h = -1;
+    Check(murvOpenWrite(dest.temp().c_str(), &h), opt.out, "creating the file");
+    struct Closer {
+        int& h;
+        ~Closer() {
+            if (h >= 0) murvCloseWrite(h);
+        }
+    } closer{h};
+    std::vector<double> handles(ncols);
+    std::vector<std::size_t> offsets(ncols);
+    std::size_t caseBytes = 0;
+    for (std::size_t c = 0; c < ncols; ++c) {
+        const ColumnStats& st = stats[c];
+        const int type = st.numeric ? 0 : std::max(1, st.width);
+        Check(murvSetVarName(h, names[c].c_str(), type), opt.out, "defining variable " + names[c]);
+        if (st.numeric && !st.exponent) {
+            const int decimals = std::min(st.decimals, 16);
+            const int width = std::min(40, std::max(1, st.intDigits + (st.negative ? 1 : 0) + (decimals ? decimals + 1 : 0)));
+            Check(murvSetVarPrintFormat(h, names[c].c_str(), 5, decimals, width), opt.out, "format of " + names[c]);
+            Check(murvSetVarWriteFormat(h, names[c].c_str(), 5, decimals, width), opt.out, "format of " + names[c]);
+        }
+        Check(murvGetVarHandle(h, names[c].c_str(), &handles[c]), opt.out, "variable " + names[c]);
+        offsets[c] = caseBytes;
+        caseBytes += type == 0 ? 8 : static_cast<std::size_t>((type + 7) / 8) * 8;
+    }
+    if (opt.compress) Check(murvSetCompression(h, 1), opt.out, "setting compression");
+    Check(murvCommitHeader(h), opt.out, "writing the dictionary");
+
+    // The cases, from the spill store.
+    spill.Rewind();
+    std::vector<char> record(caseBytes);
+    const double sysmis = murvSysmisVal();
+    Progress progress("writing cases", rows);
+    for (std::int64_t r = 0; r < rows; ++r) {
+        for (std::size_t c = 0; c < ncols; ++c) {
+            const std::uint64_t tag = spill.GetVarint();
+            const std::size_t len = static_cast<std::size_t>(tag >> 1);
+            const bool number = tag & 1;
+            const std::size_t need = len + (number ? 8 : 0);
+            if (!spill.Ensure(need)) throw Failure(kExitIo, "temporary file ends early");
+            const char* p = spill.Data();
+            char* cell = record.data() + offsets[c];
+            if (stats[c].numeric) {
+                double v = sysmis;
+                if (number) std::memcpy(&v, p + len, 8);
+                std::memcpy(cell, &v, 8);
+            } else {
+                const std::size_t cellBytes = static_cast<std::size_t>((std::max(1, stats[c].width) + 7) / 8) * 8;
+                std::memcpy(cell, p, len);
+                std::memset(cell + len, ' ', cellBytes - len);
+            }
+            spill.Skip(need);
+        }
+        Check(murvWholeCaseOut(h, record.data()), opt.out, "writing case " + std::to_string(r + 1));
+        progress.Update(r);
+    }
+    progress.Finish();
+    const int crc = murvCloseWrite(h);
+    h = -1;
+    Check(crc, opt.out, "finishing the file");
+    dest.Commit();
+    return kExitOk;
+}
+
+}  // namespace murv

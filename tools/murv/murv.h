@@ -1,0 +1,227 @@
+// murv: the command-line program over the library's public interface.
+// Shared pieces of the subcommands: errors and exit codes, the metadata of an
+// open file, text output (numbers, dates, JSON), the progress bar.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "murvio.h"
+
+namespace murv {
+
+// Exit codes (documented in `murv --help` and the README).
+enum Exit : int {
+    kExitOk = 0,
+    kExitLibrary = 1,   // the library refused or failed a call
+    kExitUsage = 2,     // bad arguments
+    kExitIo = 3,        // input or output outside the library (CSV, standard output, temporary files)
+    kExitDamaged = 4,   // `check`: the file is damaged
+};
+
+// A failure that ends the command: its exit code and a one-line message
+// naming the file and the failing step.
+struct Failure : std::runtime_error {
+    Failure(int exitCode, const std::string& message) : std::runtime_error(message), exit(exitCode) {}
+    int exit;
+};
+
+// The macro name of a library return code ("MURV_RC_BAD_FILE"), and a short
+// reason in words.
+const char* CodeName(int rc);
+const char* CodeReason(int rc);
+// "code 6 MURV_RC_BAD_FILE: not a readable system file"
+std::string DescribeCode(int rc);
+// Throws Failure(kExitLibrary) for a positive (error) code: "FILE: STEP: code ...".
+void Check(int rc, const std::string& file, const std::string& step);
+
+// A handle opened for reading, closed when it goes.
+class ReadHandle {
+public:
+    explicit ReadHandle(const std::string& path);
+    ~ReadHandle();
+    ReadHandle(const ReadHandle&) = delete;
+    ReadHandle& operator=(const ReadHandle&) = delete;
+    int get() const { return handle_; }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+    int handle_ = -1;
+};
+
+struct MissingValues {
+    int format = 0;  // 0 none, 1-3 discrete, -2 range, -3 range and one value
+    double numbers[3] = {0, 0, 0};
+    std::string texts[3];
+};
+
+struct Format {
+    int type = 0, width = 0, decimals = 0;
+};
+
+using TextPairs = std::vector<std::pair<std::string, std::string>>;
+
+struct Variable {
+    std::string name;
+    int type = 0;  // 0 numeric, else the string width in bytes
+    double handle = 0;
+    std::size_t offset = 0;  // byte offset of the value in a whole case record
+    std::string label;
+    bool hasLabel = false;
+    Format print, write;
+    MissingValues missing;
+    std::vector<std::pair<double, std::string>> numberLabels;
+    TextPairs textLabels;
+    int measure = 0, alignment = 0, columnWidth = 0;
+    TextPairs attributes;
+};
+
+struct MultResponseSet {
+    std::string name, label;
+    bool dichotomy = false, numeric = false, categoryLabels = false, firstVarLabel = false;
+    int countedValue = 0;
+    std::string countedText;
+    std::vector<std::string> variables;
+};
+
+struct ExtensionRecord {
+    int subtype = 0, unitSize = 0, count = 0;
+};
+
+// What a file says about itself, as far as the public interface tells it.
+struct FileMeta {
+    std::string path;
+    std::string label;
+    bool hasLabel = false;
+    std::string product;
+    std::string date, time;
+    std::string byteOrder;
+    int compression = 0;
+    int cases = -1;
+    int caseSize = 0;  // bytes of a whole case record
+    std::string weight;
+    std::string textInfo;
+    int release[3] = {0, 0, 0};
+    bool hasRelease = false;
+    std::vector<Variable> vars;
+    TextPairs attributes;
+    std::vector<MultResponseSet> mrsets;
+    std::vector<std::pair<std::string, std::vector<std::string>>> varSets;
+    std::vector<int> dateVariables;
+    std::string zopGuid;
+    int zopBytes = 0, zopSegments = 0;
+    std::vector<int> recordsPresent;             // extension subtypes the file holds (0-32)
+    std::vector<ExtensionRecord> openRecords;    // those the interface hands out raw
+};
+
+enum class Detail { kNamesOnly, kCases, kFull };
+// Reads the metadata of an open read handle. kNamesOnly: names, types,
+// handles and offsets; kCases: also print formats and value labels (what
+// `cat` needs); kFull: everything.
+FileMeta LoadMeta(const ReadHandle& h, Detail detail);
+
+// Picks variables by a comma-separated list of names (empty: all of them);
+// unknown names fail naming them.
+std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& list);
+
+// ---- text ----
+
+// The shortest decimal text that reads back as the same double.
+void AppendNumber(std::string& out, double v);
+bool IsSysmis(double v);
+// Date-time formats: the ISO text of a value of format type `fmt`, or false
+// when the format is not a date or time format (or the value is out of range).
+bool AppendIsoDate(std::string& out, int fmt, double v);
+bool IsDateFormat(int fmt);
+std::string FormatName(const Format& f);
+// JSON string literal; bytes that are not UTF-8 are given as \u00XX.
+void AppendJsonString(std::string& out, std::string_view s);
+// Strips trailing blanks (the padding of fixed-width strings).
+std::string_view TrimRight(std::string_view s);
+
+// Buffered writing to standard output; fails with kExitIo on an output error.
+class Output {
+public:
+    explicit Output(std::FILE* f = stdout) : f_(f) { buf_.reserve(kChunk + 4096); }
+    ~Output();
+    std::string& buf() { return buf_; }
+    void MaybeFlush() {
+        if (buf_.size() >= kChunk) Flush();
+    }
+    void Flush();
+
+private:
+    static constexpr std::size_t kChunk = 1 << 20;
+    std::FILE* f_;
+    std::string buf_;
+};
+
+// A progress bar on standard error, drawn only when standard error is a
+// terminal and the work has run for more than half a second.
+class Progress {
+public:
+    Progress(const char* what, std::int64_t total);
+    ~Progress();
+    // Cheap enough to call per case: looks at the clock every 4096 calls.
+    void Update(std::int64_t done) {
+        if ((++calls_ & 0xFFF) == 0) Draw(done);
+    }
+    // Redraws now (at most ten times a second).
+    void Draw(std::int64_t done);
+    void Finish();
+
+private:
+    std::uint32_t calls_ = 0;
+    const char* what_;
+    std::int64_t total_;
+    bool enabled_;
+    bool drawn_ = false;
+    double start_;
+    double last_ = 0;
+};
+
+// ---- subcommands ----
+
+struct CatOptions {
+    std::string file, cases, vars;
+    enum class Form { kCsv, kTsv, kJson } form = Form::kCsv;
+    bool labels = false;
+};
+struct ImportOptions {
+    std::string csv, out, encoding;
+    char delimiter = ',';
+    bool compress = false;
+};
+struct ConvertOptions {
+    std::string in, out, vars;
+    int compress = -1;  // -1 keep, 0 plain, 1 compressed
+};
+
+int RunInfo(const std::string& file);
+int RunDict(const std::string& file, bool json);
+int RunCat(const CatOptions& opt);
+int RunImport(const ImportOptions& opt);
+int RunConvert(const ConvertOptions& opt);
+int RunCheck(const std::string& file);
+
+// A file written beside its destination and moved over it only when complete,
+// so that a failure never leaves a half-written file or destroys an old one.
+class ReplaceFile {
+public:
+    explicit ReplaceFile(const std::string& dest);
+    ~ReplaceFile();  // removes the temporary file unless Commit() ran
+    const std::string& temp() const { return temp_; }
+    void Commit();
+
+private:
+    std::string dest_, temp_;
+    bool done_ = false;
+};
+
+}  // namespace murv

@@ -362,8 +362,8 @@ int main(int argc, char** argv) {
 
     std::string dir = o.dir + "/murvio-bench-XXXXXX";
     if (!::mkdtemp(dir.data())) Fail("mkdtemp in " + o.dir, errno);
-    const std::string raw = dir + "/raw.bin", plain = dir + "/plain.sav", surveyPlain = dir + "/survey_plain.sav",
-                      surveyComp = dir + "/survey_comp.sav", byValue = dir + "/by_value.sav";
+    const std::string raw = dir + "/raw.bin", plain = dir + "/plain.murv", surveyPlain = dir + "/survey_plain.murv",
+                      surveyComp = dir + "/survey_comp.murv", byValue = dir + "/by_value.murv";
 
     std::printf("%ld cases of %d numeric variables (%.1f MiB of case data), best of %d runs\n\n", o.cases, kVars,
                 static_cast<double>(o.cases) * kCaseBytes / 1048576.0, o.reps);

@@ -127,7 +127,7 @@ double CaseThroughput(const std::string& path, int nVars, int width, int nCases)
 int main(int argc, char** argv) {
     const double scale = argc > 1 ? std::atof(argv[1]) : 1.0;
     const int small = static_cast<int>(10000 * scale) < 20 ? 20 : static_cast<int>(10000 * scale);
-    const std::string path = TempPath("murvio-bench.sav");
+    const std::string path = TempPath("murvio-bench.murv");
 
     const Timing m1 = Metadata(small, path), m10 = Metadata(10 * small, path);
     std::printf("metadata, %d variables: write %.3f s, reopen %.3f s\n", small, m1.write, m1.reopen);

@@ -99,7 +99,7 @@ void ForgetCaseCount(const std::string& path) {
 TEST_F(CaseCalls, CodesByHandleState) {
     constexpr int kNotTried = 1000;
     constexpr double kNoOutput = -99;
-    const std::string path = dir_.File("modes.sav");
+    const std::string path = dir_.File("modes.murv");
     const int w = Create(path, {{"x", 0}, {"s", 4}}, false, false);
     char buf[16], rec[16] = {};
     double out = kNoOutput;
@@ -174,7 +174,7 @@ TEST_F(CaseCalls, CodesByHandleState) {
 }
 
 TEST_F(CaseCalls, ValueByValueWriteChecksAndDefaults) {
-    const std::string path = dir_.File("values.sav");
+    const std::string path = dir_.File("values.murv");
     int w = Create(path, {{"a", 0}, {"b", 0}, {"s", 3}});
 
     // Variable handles: truncated toward zero, 1-based.
@@ -221,7 +221,7 @@ TEST_F(CaseCalls, ValueByValueWriteChecksAndDefaults) {
 }
 
 TEST_F(CaseCalls, ReadingChecksInOrder) {
-    const std::string path = dir_.File("read.sav");
+    const std::string path = dir_.File("read.murv");
     int w = Create(path, {{"n", 0}, {"s", 8}, {"t", 9}});
     EXPECT_EQ(murvSetValueChar(w, 2, "12345678"), MURV_RC_OK);
     EXPECT_EQ(murvSetValueChar(w, 3, "ab"), MURV_RC_OK);
@@ -276,7 +276,7 @@ TEST_F(CaseCalls, RoundTripPlainAndCompressedIsBitExact) {
         {"a", "12345678", "123456789", s255}, {"", "", "", ""}, {" ", "  x", "abc    de", s255.substr(0, 254) + "!"}};
     for (bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
-        const std::string path = dir_.File(compressed ? "c.sav" : "p.sav");
+        const std::string path = dir_.File(compressed ? "c.murv" : "p.murv");
         int w = Create(path, {{"s1", 1}, {"num", 0}, {"s8", 8}, {"s9", 9}, {"s255", 255}}, compressed);
         int comp = -1;
         EXPECT_EQ(murvGetCompression(w, &comp), MURV_RC_OK);
@@ -316,7 +316,7 @@ TEST_F(CaseCalls, RoundTripPlainAndCompressedIsBitExact) {
 TEST_F(CaseCalls, SeekAndEndOfFile) {
     for (bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
-        const std::string path = dir_.File(compressed ? "seek_c.sav" : "seek_p.sav");
+        const std::string path = dir_.File(compressed ? "seek_c.murv" : "seek_p.murv");
         int w = Create(path, {{"i", 0}, {"x", 0}}, compressed);
         const int kCases = 1000;
         for (int i = 0; i < kCases; ++i) {
@@ -349,7 +349,7 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
 }
 
 TEST_F(CaseCalls, EmptyFileReportsEndUntilSeek) {
-    const std::string path = dir_.File("empty.sav");
+    const std::string path = dir_.File("empty.murv");
     ASSERT_EQ(murvCloseWrite(Create(path, {{"x", 0}}, true)), MURV_RC_OK);
     int r = OpenRead(path);
     int n = -5;
@@ -370,7 +370,7 @@ TEST_F(CaseCalls, EmptyFileReportsEndUntilSeek) {
 // Appending finds the end from the file's size, and the count and the cases on
 // either side of the hole come back.
 TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
-    const std::string path = dir_.File("sparse.sav");
+    const std::string path = dir_.File("sparse.murv");
     int w = Create(path, {{"x", 0}});
     const double one = 1.0;
     for (int i = 0; i < 3; ++i) ASSERT_EQ(murvWholeCaseOut(w, reinterpret_cast<const char*>(&one)), MURV_RC_OK);
@@ -423,7 +423,7 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
 TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
     for (bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
-        const std::string path = dir_.File(compressed ? "whole_c.sav" : "whole_p.sav");
+        const std::string path = dir_.File(compressed ? "whole_c.murv" : "whole_p.murv");
         int w = Create(path, {{"n", 0}, {"s", 10}, {"m", 0}}, compressed);
         int size = 0;
         ASSERT_EQ(murvGetCaseSize(w, &size), MURV_RC_OK);
@@ -486,7 +486,7 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
 }
 
 TEST_F(CaseCalls, CompressionAndWeightVariable) {
-    const std::string path = dir_.File("weight.sav");
+    const std::string path = dir_.File("weight.murv");
     int w = Create(path, {{"id", 0}, {"wt", 0}, {"name", 12}}, false, false);
     // Compression: any nonzero switch turns it on.
     int c = -1;

@@ -63,7 +63,7 @@ Ints GetDates(int h, int expectRc = MURV_RC_OK) {
 class DateVariables : public ::testing::TestWithParam<bool> {
 protected:
     TempDir dir;
-    std::string path = dir.File("dates.sav");
+    std::string path = dir.File("dates.murv");
 
     Ints RoundTrip(const Ints& dates) {
         const int h = NewFile(path, GetParam());
@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(PlainAndCompressed, DateVariables, ::testing::Bool());
 
 TEST(DateVariablesSet, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
     TempDir dir;
-    const std::string path = dir.File("bad.sav");
+    const std::string path = dir.File("bad.murv");
     int h = NewFile(path);
     const Ints good = {0, 1, 1, 1, 1, 1, kYear, 2, 1};
     ASSERT_EQ(SetDates(h, good), MURV_RC_OK);
@@ -152,7 +152,7 @@ ByteBuilder BigEndianFile(const std::vector<std::pair<std::string, int>>& vars) 
 
 TEST(DateVariablesFile, ReadsTheOtherByteOrderAndRefusesAMalformedRecord) {
     TempDir dir;
-    const std::string path = dir.File("big.sav");
+    const std::string path = dir.File("big.murv");
     const Ints units = {1, 3, 2, 7, 8, 1, kYear, 2, 10, kMonth, 4, 11, kDate, 11, 12};
     BigEndianFile({{"LABEL", 20}, {"YEAR_", 0}, {"MONTH_", 0}, {"DATE_", 10}}).ExtensionI32(6, units).End().Save(path);
     int r = -1;
@@ -177,7 +177,7 @@ std::vector<unsigned char> Block(std::size_t n, unsigned seed, std::int32_t segm
 
 struct DataEntry : ::testing::Test {
     TempDir dir;
-    std::string path = dir.File("zop.sav");
+    std::string path = dir.File("zop.murv");
 };
 
 TEST_F(DataEntry, FirstAndNextPiecesRoundTripAndReadBackInChunks) {

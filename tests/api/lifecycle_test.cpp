@@ -66,7 +66,7 @@ TEST(Lifecycle, OpenCodes) {
 
 TEST(Lifecycle, WriteProbeLeavesNoTrace) {
     TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     int h = -1;
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
     EXPECT_FALSE(fs::exists(path)) << "nothing on disk before the commit";
@@ -118,9 +118,9 @@ TEST(Lifecycle, BadHandles) {
 
 TEST(Lifecycle, HandleTableOfOneHundred) {
     TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     MakeFile(path);
-    MakeFile(dir.File("other.sav"));
+    MakeFile(dir.File("other.murv"));
     std::vector<int> handles;
     for (int i = 0; i < 100; ++i) {
         int h = -1;
@@ -131,8 +131,8 @@ TEST(Lifecycle, HandleTableOfOneHundred) {
     EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_TABLE_FULL);
     EXPECT_EQ(h, -1);
     // (Another file: where open files deny writers, the first cannot be updated.)
-    EXPECT_EQ(murvOpenAppend(dir.File("other.sav").c_str(), &h), MURV_RC_TABLE_FULL);
-    EXPECT_EQ(murvOpenWrite(dir.File("g.sav").c_str(), &h), MURV_RC_FILE_OPEN) << "a full table is 1 for writing";
+    EXPECT_EQ(murvOpenAppend(dir.File("other.murv").c_str(), &h), MURV_RC_TABLE_FULL);
+    EXPECT_EQ(murvOpenWrite(dir.File("g.murv").c_str(), &h), MURV_RC_FILE_OPEN) << "a full table is 1 for writing";
     EXPECT_EQ(murvCloseRead(handles[37]), MURV_RC_OK);
     ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
     EXPECT_EQ(h, handles[37]) << "the lowest free slot is reused";
@@ -141,7 +141,7 @@ TEST(Lifecycle, HandleTableOfOneHundred) {
 
 TEST(Lifecycle, AnyCloseFinishesAWrittenFile) {
     TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     int h = -1;
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
     ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
@@ -153,7 +153,7 @@ TEST(Lifecycle, AnyCloseFinishesAWrittenFile) {
 
 TEST(Lifecycle, WriteCopyTakesTheDictionary) {
     TempDir dir;
-    const std::string src = dir.File("src.sav"), dst = dir.File("dst.sav");
+    const std::string src = dir.File("src.murv"), dst = dir.File("dst.murv");
     MakeFile(src, 4);
     int h = -1;
     ASSERT_EQ(murvOpenWriteCopy(dst.c_str(), src.c_str(), &h), MURV_RC_OK);
@@ -169,7 +169,7 @@ TEST(Lifecycle, WriteCopyTakesTheDictionary) {
 
 TEST(Lifecycle, AppendAddsCases) {
     TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     MakeFile(path, 2);
     int h = -1;
     ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
@@ -185,7 +185,7 @@ namespace {
 
 TEST(ShortNames, SegmentNamesMustNotClash) {
     murv::testing::TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     int h = -1;
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
     ASSERT_EQ(murvSetVarName(h, "LongVariable", 300), MURV_RC_OK);
@@ -227,7 +227,7 @@ TEST(ShortNames, SegmentNamesMustNotClash) {
 
 TEST(ShortNames, CompatNames) {
     murv::testing::TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     int h = -1;
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
     ASSERT_EQ(murvSetVarName(h, "AgeAtInterview", 0), MURV_RC_OK);

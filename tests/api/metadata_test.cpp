@@ -59,7 +59,7 @@ Pairs VarAttributes(int h, const char* var) {
 
 TEST(Metadata, LabelProductReleaseAndStamp) {
     TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     int h = NewFile(path);
     char text[300];
     EXPECT_EQ(murvGetIdString(h, text), MURV_RC_BAD_HANDLE) << "no file label yet";
@@ -98,7 +98,7 @@ TEST(Metadata, LabelProductReleaseAndStamp) {
 
     // A file written without a label holds blanks in its place and reads back
     // with an empty label; only a label never set, or removed, is none.
-    const std::string unlabelled = dir.File("unlabelled.sav");
+    const std::string unlabelled = dir.File("unlabelled.murv");
     h = NewFile(unlabelled);
     EXPECT_EQ(murvSetIdString(h, "gone"), MURV_RC_OK);
     EXPECT_EQ(murvSetIdString(h, nullptr), MURV_RC_OK);
@@ -113,7 +113,7 @@ TEST(Metadata, LabelProductReleaseAndStamp) {
 
 TEST(Metadata, ExtensionRecordsAreReadInChunks) {
     TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     int h = NewFile(path);
     std::string payload(1000, '\0');
     for (std::size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>('a' + i % 26);
@@ -167,7 +167,7 @@ TEST(Metadata, ExtensionRecordsAreReadInChunks) {
 
 TEST(Metadata, TextInformation) {
     TempDir dir;
-    const std::string path = dir.File("f.sav");
+    const std::string path = dir.File("f.murv");
     int h = NewFile(path, true);
     const std::string text = std::string(200, 'x') + std::string(100, 'y');
     EXPECT_EQ(murvSetTextInfo(h, text.c_str()), MURV_RC_OK);
@@ -190,7 +190,7 @@ std::string FileText(const std::string& path) {
 
 TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
     TempDir dir;
-    const std::string withDocs = dir.File("docs.sav"), copy = dir.File("copy.sav"), none = dir.File("none.sav");
+    const std::string withDocs = dir.File("docs.murv"), copy = dir.File("copy.murv"), none = dir.File("none.murv");
     const std::string line1 = "First line of the documents" + std::string(53, ' ');
     const std::string line2 = "Second line" + std::string(69, ' ');
     murv::testing::ByteBuilder b;
@@ -217,12 +217,12 @@ TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
     EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
     ASSERT_EQ(murvOpenRead(none.c_str(), &plain), MURV_RC_OK);
-    int h2 = NewFile(dir.File("again.sav"));
+    int h2 = NewFile(dir.File("again.murv"));
     EXPECT_EQ(murvCopyDocuments(src, h2), MURV_RC_OK);
     EXPECT_EQ(murvCopyDocuments(plain, h2), MURV_RC_OK);
     EXPECT_EQ(murvCommitHeader(h2), MURV_RC_OK);
     EXPECT_EQ(murvCloseWrite(h2), MURV_RC_OK);
-    EXPECT_EQ(FileText(dir.File("again.sav")).find(line1), std::string::npos);
+    EXPECT_EQ(FileText(dir.File("again.murv")).find(line1), std::string::npos);
     EXPECT_EQ(murvCloseRead(plain), MURV_RC_OK);
     EXPECT_EQ(murvCloseRead(src), MURV_RC_OK);
 }
@@ -230,7 +230,7 @@ TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
 TEST(Metadata, AttributesRoundTrip) {
     for (bool compressed : {false, true}) {
         TempDir dir;
-        const std::string path = dir.File("f.sav");
+        const std::string path = dir.File("f.murv");
         int h = NewFile(path, compressed);
         const char* names[] = {"Color[2]", "Size", "Color[3]", "$CreationDate"};
         const char* values[] = {"blue", "big", "green", "2026-11-23"};
@@ -255,7 +255,7 @@ TEST(Metadata, AttributesRoundTrip) {
 
 TEST(Metadata, AttributeErrorsLeaveTheOldSet) {
     TempDir dir;
-    int h = NewFile(dir.File("f.sav"));
+    int h = NewFile(dir.File("f.murv"));
     const char* good[] = {"Keep"};
     const char* goodValues[] = {"me"};
     ASSERT_EQ(murvSetFileAttributes(h, good, goodValues, 1), MURV_RC_OK);

@@ -71,7 +71,7 @@ Def ByIndex(int h, int i) {
 class MultResp : public ::testing::TestWithParam<bool> {
 protected:
     TempDir dir;
-    std::string path = dir.File("mr.sav");
+    std::string path = dir.File("mr.murv");
 };
 
 TEST_P(MultResp, SetsOfEveryKindRoundTrip) {
@@ -126,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(PlainAndCompressed, MultResp, ::testing::Bool());
 
 TEST(MultRespAdd, RefusedSetsChangeNothing) {
     TempDir dir;
-    const int h = NewFile(dir.File("refused.sav"));
+    const int h = NewFile(dir.File("refused.murv"));
     Names nums = {"n1", "n2"}, strs = {"s1", "s2"}, mixed = {"s1", "n1"};
     ASSERT_EQ(murvAddMultRespDefN(h, "$set", "", 1, 1, nums.data(), 2), MURV_RC_OK);
     EXPECT_EQ(murvAddMultRespDefN(h, "$SET", "", 1, 1, nums.data(), 2), MURV_RC_DUP_MRSET_NAME);
@@ -172,7 +172,7 @@ TEST(MultRespAdd, RefusedSetsChangeNothing) {
 
 TEST(MultRespText, RawDefinitions) {
     TempDir dir;
-    const std::string path = dir.File("raw.sav");
+    const std::string path = dir.File("raw.murv");
     int h = NewFile(path);
     // The second line lacks its "$" and then names the same set: it replaces
     // the first. A malformed line is skipped, the others kept.
@@ -207,7 +207,7 @@ TEST(MultRespText, RawDefinitions) {
 
 TEST(VariableSets, RawTextRoundTripAndUnknownMembersDropped) {
     TempDir dir;
-    const std::string path = dir.File("vs.sav");
+    const std::string path = dir.File("vs.murv");
     int h = NewFile(path);
     EXPECT_EQ(murvSetVariableSets(h, "Nums= n1 n2 n3\nMixed= s1 gone\nGhosts= x y\n"), MURV_RC_OK);
     char* text = reinterpret_cast<char*>(&h);

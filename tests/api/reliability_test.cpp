@@ -64,7 +64,7 @@ class FullDisk : public ::testing::TestWithParam<FullDiskCase> {};
 TEST_P(FullDisk, FailureIsReportedAndNoPartialFileRemains) {
     const FullDiskCase& c = GetParam();
     TempDir dir;
-    const std::string path = dir.File("full.sav");
+    const std::string path = dir.File("full.murv");
     int h = -1;
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
     for (int v = 0; v < 10; ++v) ASSERT_EQ(murvSetVarName(h, ("v" + std::to_string(v)).c_str(), 0), MURV_RC_OK);
@@ -112,7 +112,7 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
     addr.sun_family = AF_UNIX;
     std::strncpy(addr.sun_path, socketPath.c_str(), sizeof addr.sun_path - 1);
     ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-    const std::string good = dir.File("good.sav");
+    const std::string good = dir.File("good.murv");
     ASSERT_TRUE(WriteCaseFile(good, 2, false).AllOk());
 
     ::alarm(20);  // a hang ends the test instead of the run
@@ -124,19 +124,19 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
         EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_FILE_OPEN);
         EXPECT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_FILE_OPEN);
         EXPECT_EQ(murvOpenWriteCopy(path.c_str(), good.c_str(), &h), MURV_RC_FILE_OPEN);
-        EXPECT_EQ(murvOpenWriteCopy(dir.File("copy.sav").c_str(), path.c_str(), &h), MURV_RC_FILE_OPEN);
+        EXPECT_EQ(murvOpenWriteCopy(dir.File("copy.murv").c_str(), path.c_str(), &h), MURV_RC_FILE_OPEN);
         EXPECT_EQ(h, -1);
     }
     ::alarm(0);
     ::close(sock);
-    EXPECT_FALSE(fs::exists(dir.File("copy.sav")));
+    EXPECT_FALSE(fs::exists(dir.File("copy.murv")));
 }
 
 // An existing file is replaced only by a complete new one: until the close
 // succeeds it stays as it was, and a failed write leaves it whole.
 TEST(Replace, OldFileSurvivesUntilTheNewOneIsComplete) {
     TempDir dir;
-    const std::string path = dir.File("data.sav");
+    const std::string path = dir.File("data.murv");
     const mode_t mask = ::umask(022);
     ASSERT_TRUE(WriteCaseFile(path, 50, true, 1000).AllOk());
     ::umask(mask);
@@ -179,7 +179,7 @@ TEST(Append, TornTailIsOverwritten) {
     for (const bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
         TempDir dir;
-        const std::string path = dir.File("torn.sav"), fresh = dir.File("fresh.sav");
+        const std::string path = dir.File("torn.murv"), fresh = dir.File("fresh.murv");
         ASSERT_TRUE(WriteCaseFile(path, 7, compressed).AllOk());
         ASSERT_TRUE(WriteCaseFile(fresh, 10, compressed).AllOk());
         std::ofstream(path, std::ios::binary | std::ios::app) << "xyz";
@@ -194,7 +194,7 @@ TEST(Append, FailureKeepsTheOldCases) {
     for (const bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
         TempDir dir;
-        const std::string path = dir.File("a.sav");
+        const std::string path = dir.File("a.murv");
         ASSERT_TRUE(WriteCaseFile(path, 5, compressed).AllOk());
         const std::string before = FileBytes(path);
         Codes codes;
@@ -227,7 +227,7 @@ TEST(CaseCount, ExampleClientReportsShorterAndLongerFiles) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const std::string path = dir.File("count.sav");
+        const std::string path = dir.File("count.murv");
         ASSERT_TRUE(WriteCaseFile(path, 100, c.compressed).AllOk());
         {
             // The count stands in the header and in the 64-bit count record.
@@ -265,14 +265,14 @@ TEST(LoadLocale, OnlyCharacterCategoriesFollowTheUser) {
 // and reads its own files while others open and close handles in a loop.
 TEST(Threads, HandlesOnDifferentThreadsDoNotInterfere) {
     TempDir dir;
-    const std::string shared = dir.File("shared.sav");
+    const std::string shared = dir.File("shared.murv");
     ASSERT_TRUE(WriteCaseFile(shared, 10, true).AllOk());
     std::vector<std::thread> threads;
     std::vector<int> failures(6, 0);
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
             for (int round = 0; round < 10; ++round) {
-                const std::string path = dir.File("t" + std::to_string(t) + ".sav");
+                const std::string path = dir.File("t" + std::to_string(t) + ".murv");
                 const bool compressed = (t + round) % 2 == 0;
                 if (!WriteCaseFile(path, 200, compressed, t * 1000).AllOk()) ++failures[static_cast<std::size_t>(t)];
                 if (!AppendCases(path, t * 1000 + 200, 50).AllOk()) ++failures[static_cast<std::size_t>(t)];

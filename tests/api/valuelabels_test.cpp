@@ -77,7 +77,7 @@ std::string Label(int handle, const char* var, Value value, int* rc = nullptr) {
 class ValueLabels : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_EQ(murvOpenWrite(dir_.File("labels.sav").c_str(), &h_), MURV_RC_OK);
+        ASSERT_EQ(murvOpenWrite(dir_.File("labels.murv").c_str(), &h_), MURV_RC_OK);
         for (const auto& [name, type] : {std::pair{"age", 0}, {"income", 0}, {"s4", 4}, {"s8", 8}, {"s9", 9}})
             ASSERT_EQ(murvSetVarName(h_, name, type), MURV_RC_OK);
     }
@@ -297,7 +297,7 @@ TEST_F(ValueLabels, HandleStatesAndArraysThatOutliveTheHandle) {
     EXPECT_EQ(murvFreeVarNValueLabels(nValues, nLabels, count), MURV_RC_OK);
 
     int r = -1;
-    ASSERT_EQ(murvOpenRead(dir_.File("labels.sav").c_str(), &r), MURV_RC_OK);
+    ASSERT_EQ(murvOpenRead(dir_.File("labels.murv").c_str(), &r), MURV_RC_OK);
     EXPECT_EQ(murvSetVarNValueLabel(r, "age", 2, "two"), MURV_RC_READ_MODE);
     EXPECT_EQ(murvSetVarCValueLabel(r, "s4", "a", "two"), MURV_RC_READ_MODE);
     EXPECT_EQ(Label(r, "age", 1), "one");
@@ -362,12 +362,12 @@ protected:
 };
 
 TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
-    const std::uintmax_t sharedSize = Write(dir_.File("shared.sav"), true);
-    const std::uintmax_t separateSize = Write(dir_.File("separate.sav"), false);
+    const std::uintmax_t sharedSize = Write(dir_.File("shared.murv"), true);
+    const std::uintmax_t separateSize = Write(dir_.File("separate.murv"), false);
     EXPECT_LT(sharedSize, separateSize);  // the shared set is stored once
 
     int r = -1;
-    ASSERT_EQ(murvOpenRead(dir_.File("shared.sav").c_str(), &r), MURV_RC_OK);
+    ASSERT_EQ(murvOpenRead(dir_.File("shared.murv").c_str(), &r), MURV_RC_OK);
     for (int i = 0; i < kVars; ++i) {
         const NumericSet set = GetNumericSet(r, ("V" + std::to_string(i)).c_str());
         ASSERT_EQ(set.values.size(), static_cast<std::size_t>(kLabels));
@@ -377,11 +377,11 @@ TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
 
     // Reading keeps the set shared: a copy of the dictionary is written with
     // one set again, and a change through one variable reaches that one only.
-    EXPECT_EQ(Copy(dir_.File("shared.sav"), dir_.File("copy.sav"), false), sharedSize);
-    const std::uintmax_t changedSize = Copy(dir_.File("shared.sav"), dir_.File("changed.sav"), true);
+    EXPECT_EQ(Copy(dir_.File("shared.murv"), dir_.File("copy.murv"), false), sharedSize);
+    const std::uintmax_t changedSize = Copy(dir_.File("shared.murv"), dir_.File("changed.murv"), true);
     EXPECT_GT(changedSize, sharedSize);
     EXPECT_LT(changedSize, separateSize);
-    ASSERT_EQ(murvOpenRead(dir_.File("changed.sav").c_str(), &r), MURV_RC_OK);
+    ASSERT_EQ(murvOpenRead(dir_.File("changed.murv").c_str(), &r), MURV_RC_OK);
     EXPECT_EQ(GetNumericSet(r, "v0").values.size(), static_cast<std::size_t>(kLabels + 1));
     for (int i = 1; i < kVars; ++i) {
         int rc = 0;
@@ -392,7 +392,7 @@ TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
 }
 
 TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
-    int h = OpenNew(dir_.File("f.sav"));
+    int h = OpenNew(dir_.File("f.murv"));
     ASSERT_EQ(murvSetVarName(h, "a", 0), MURV_RC_OK);
     ASSERT_EQ(murvSetVarName(h, "b", 0), MURV_RC_OK);
     ASSERT_EQ(murvSetVarNValueLabel(h, "a", 7, "replaced, not merged"), MURV_RC_OK);
@@ -405,7 +405,7 @@ TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
 
-    ASSERT_EQ(murvOpenRead(dir_.File("f.sav").c_str(), &h), MURV_RC_OK);
+    ASSERT_EQ(murvOpenRead(dir_.File("f.murv").c_str(), &h), MURV_RC_OK);
     EXPECT_EQ(GetNumericSet(h, "a").labels, (Texts{"one", "TWO"}));
     EXPECT_EQ(GetNumericSet(h, "b").labels, (Texts{"one", "two", "three"}));
     murvCloseRead(h);
@@ -414,7 +414,7 @@ TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
 TEST_P(ValueLabelFiles, EveryKindOfLabelComesBackWithTheCases) {
     const double sysmis = murvSysmisVal();
     const std::string label120(120, 'L');
-    int h = OpenNew(dir_.File("all.sav"));
+    int h = OpenNew(dir_.File("all.murv"));
     for (const auto& [name, type] : {std::pair{"n", 0}, {"s3", 3}, {"s8", 8}, {"wide", 20}})
         ASSERT_EQ(murvSetVarName(h, name, type), MURV_RC_OK);
     for (const auto& [value, label] : {std::pair{sysmis, "system missing"}, {-0.0, "negative zero"},
@@ -436,7 +436,7 @@ TEST_P(ValueLabelFiles, EveryKindOfLabelComesBackWithTheCases) {
     }
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
 
-    ASSERT_EQ(murvOpenRead(dir_.File("all.sav").c_str(), &h), MURV_RC_OK);
+    ASSERT_EQ(murvOpenRead(dir_.File("all.murv").c_str(), &h), MURV_RC_OK);
     int compressed = -1;
     EXPECT_EQ(murvGetCompression(h, &compressed), MURV_RC_OK);
     EXPECT_EQ(compressed, GetParam() ? 1 : 0);

@@ -21,7 +21,7 @@ protected:
     }
 
     murv::testing::TempDir dir;
-    std::string path = dir.File("dict.sav");
+    std::string path = dir.File("dict.murv");
     int h = -1;
 };
 

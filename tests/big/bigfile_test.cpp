@@ -169,7 +169,7 @@ TEST_P(BigWideFile, WritesAppendsAndReadsBeyondFourGiB) {
     const std::int64_t caseBytes = 8 * kWideCells + (compressed ? kWideCells : 0);
     BigScratch scratch((kWideFirst + kWideAppended) * caseBytes);
     if (scratch.Path().empty()) GTEST_SKIP() << "no room for a file over 4 GiB: " << scratch.Why();
-    const std::string path = scratch.File("wide.sav");
+    const std::string path = scratch.File("wide.murv");
 
     int h = -1;
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
@@ -236,7 +236,7 @@ TEST(BigCaseCount, CountsBeyondTheHeaderGoToTheCaseCountRecord) {
     const std::int64_t total = kMaxHeaderCount + kAppended;
     BigScratch scratch(total / 8 * 8 + 64 * 1024);
     if (scratch.Path().empty()) GTEST_SKIP() << "no room for 2^31 compressed cases: " << scratch.Why();
-    const std::string path = scratch.File("many.sav");
+    const std::string path = scratch.File("many.murv");
 
     // Exactly as many cases as the header can count.
     int h = -1;

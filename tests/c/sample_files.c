@@ -1,7 +1,7 @@
 /* Writes the same two files (plain and compressed) through the same calls on
  * every platform, or checks files written so, value by value:
  *
- *   murvio_sample_files write DIR      writes DIR/plain.sav and DIR/compressed.sav
+ *   murvio_sample_files write DIR      writes DIR/plain.murv and DIR/compressed.murv
  *   murvio_sample_files check DIR      reads them back and checks every value
  *
  * Builds for different systems must write the same bytes (apart from the
@@ -134,7 +134,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     for (compressed = 0; compressed <= 1; ++compressed) {
-        snprintf(path, sizeof path, "%s/%s.sav", argv[2], compressed ? "compressed" : "plain");
+        snprintf(path, sizeof path, "%s/%s.murv", argv[2], compressed ? "compressed" : "plain");
         failed |= argv[1][0] == 'w' ? write_file(path, compressed) : check_file(path, compressed);
     }
     if (!failed) printf("%s: %s\n", argv[1], argv[2]);

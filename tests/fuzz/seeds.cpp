@@ -141,7 +141,7 @@ int main(int argc, char** argv) {
             for (int rich = 0; rich < 2; ++rich)
                 for (int cases : {0, 3, 40}) {
                     const std::string name = dir + "/" + (big ? "b" : "l") + (compressed ? "c" : "p") + (rich ? "r" : "s") +
-                                             std::to_string(cases) + ".sav";
+                                             std::to_string(cases) + ".murv";
                     Build(big, compressed, rich, cases).Save(name);
                 }
     return 0;

@@ -105,7 +105,7 @@ void CheckName(const std::string& name) {
     if (verdict != murv::names::ValidateVarname(name.c_str())) Fail("the exported check disagrees");
     if (verdict != 0) return;
 
-    static murv::fuzz::ScratchFile file("text.sav");
+    static murv::fuzz::ScratchFile file("text.murv");
     int h = -1;
     if (murvOpenWrite(file.Path(), &h) != MURV_RC_OK) Fail("cannot open a file to write");
     if (murvSetVarName(h, name.c_str(), 0) != MURV_RC_OK) Fail("a validated name is refused as a variable name");

@@ -312,7 +312,7 @@ void ReadBack(const char* path, const Writer& w) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static murv::fuzz::ScratchFile file("write.sav");
+    static murv::fuzz::ScratchFile file("write.murv");
     file.Remove();
     Input in(data, size);
     int h = -1;

@@ -56,7 +56,7 @@ int CaseCount(const std::string& path) {
 
 TEST(Windows, FileBeingWrittenIsReadableButNotWritableByOthers) {
     TempDir dir;
-    const std::string path = dir.File("w.sav");
+    const std::string path = dir.File("w.murv");
     int h = -1;
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
     ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
@@ -75,7 +75,7 @@ TEST(Windows, FileBeingWrittenIsReadableButNotWritableByOthers) {
 
 TEST(Windows, FileHeldOpenElsewhereIsNotReplaced) {
     TempDir dir;
-    const std::string path = dir.File("held.sav");
+    const std::string path = dir.File("held.murv");
     ASSERT_EQ(WriteFile(path, 3), MURV_RC_OK);
     // Another program reads the file and lets others read and write it, but
     // not delete or rename it.
@@ -136,7 +136,7 @@ TEST(Windows, DoubleByteCodePages) {
         SCOPED_TRACE(row.locale);
         ASSERT_NE(murvSetLocale(MURV_LC_ALL, row.locale), nullptr);
         int h = -1, length = 0;
-        ASSERT_EQ(murvOpenWrite(dir.File("dbcs.sav").c_str(), &h), MURV_RC_OK);
+        ASSERT_EQ(murvOpenWrite(dir.File("dbcs.murv").c_str(), &h), MURV_RC_OK);
         const std::string name = std::string(row.character) + "1";
         EXPECT_EQ(murvValidateVarname(name.c_str()), 0);
         ASSERT_EQ(murvSetVarName(h, name.c_str(), 0), MURV_RC_OK);

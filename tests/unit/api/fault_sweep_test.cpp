@@ -33,29 +33,29 @@ struct Scenario {
 };
 
 void NoFile(const TempDir&) {}
-void OldFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.sav"), kOld, true, 0).AllOk()); }
-void OldPlainFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.sav"), kOld, false, 0).AllOk()); }
+void OldFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.murv"), kOld, true, 0).AllOk()); }
+void OldPlainFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.murv"), kOld, false, 0).AllOk()); }
 
 void NewOrNothing(const TempDir& d, bool ok, const std::string&) {
     if (ok)
-        EXPECT_TRUE(HoldsCases(d.File("f.sav"), 0, kNew));
+        EXPECT_TRUE(HoldsCases(d.File("f.murv"), 0, kNew));
     else
-        EXPECT_FALSE(fs::exists(d.File("f.sav")));
+        EXPECT_FALSE(fs::exists(d.File("f.murv")));
 }
 void NewOrOld(const TempDir& d, bool ok, const std::string& oldBytes) {
     if (ok)
-        EXPECT_TRUE(HoldsCases(d.File("f.sav"), 0, kNew));
+        EXPECT_TRUE(HoldsCases(d.File("f.murv"), 0, kNew));
     else
-        EXPECT_EQ(FileBytes(d.File("f.sav")), oldBytes);
+        EXPECT_EQ(FileBytes(d.File("f.murv")), oldBytes);
 }
 void AppendedOrOld(const TempDir& d, bool ok, const std::string&) {
-    EXPECT_TRUE(HoldsCases(d.File("f.sav"), 0, ok ? kOld + kNew : kOld));
+    EXPECT_TRUE(HoldsCases(d.File("f.murv"), 0, ok ? kOld + kNew : kOld));
 }
 
 Codes WriteCopy(const TempDir& d) {
     Codes codes;
     int h = -1;
-    codes.Note(murvOpenWriteCopy(d.File("copy.sav").c_str(), d.File("f.sav").c_str(), &h));
+    codes.Note(murvOpenWriteCopy(d.File("copy.murv").c_str(), d.File("f.murv").c_str(), &h));
     if (h < 0) return codes;
     codes.Note(murvCommitHeader(h));
     if (codes.first == MURV_RC_OK) WriteCases(h, codes, 0, kNew);
@@ -64,25 +64,25 @@ Codes WriteCopy(const TempDir& d) {
 }
 
 const Scenario kScenarios[] = {
-    {"new plain", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.sav"), kNew, false); }, NewOrNothing,
-     {"f.sav"}},
-    {"new compressed", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.sav"), kNew, true); },
-     NewOrNothing, {"f.sav"}},
-    {"replace", OldFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.sav"), kNew, false); }, NewOrOld,
-     {"f.sav"}},
-    {"append plain", OldPlainFile, [](const TempDir& d) { return AppendCases(d.File("f.sav"), kOld, kNew); },
-     AppendedOrOld, {"f.sav"}},
-    {"append compressed", OldFile, [](const TempDir& d) { return AppendCases(d.File("f.sav"), kOld, kNew); },
-     AppendedOrOld, {"f.sav"}},
+    {"new plain", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, false); }, NewOrNothing,
+     {"f.murv"}},
+    {"new compressed", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, true); },
+     NewOrNothing, {"f.murv"}},
+    {"replace", OldFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, false); }, NewOrOld,
+     {"f.murv"}},
+    {"append plain", OldPlainFile, [](const TempDir& d) { return AppendCases(d.File("f.murv"), kOld, kNew); },
+     AppendedOrOld, {"f.murv"}},
+    {"append compressed", OldFile, [](const TempDir& d) { return AppendCases(d.File("f.murv"), kOld, kNew); },
+     AppendedOrOld, {"f.murv"}},
     {"write copy", OldFile, WriteCopy,
      [](const TempDir& d, bool ok, const std::string& oldBytes) {
-         EXPECT_EQ(FileBytes(d.File("f.sav")), oldBytes) << "the source is never written";
+         EXPECT_EQ(FileBytes(d.File("f.murv")), oldBytes) << "the source is never written";
          if (ok)
-             EXPECT_TRUE(HoldsCases(d.File("copy.sav"), 0, kNew));
+             EXPECT_TRUE(HoldsCases(d.File("copy.murv"), 0, kNew));
          else
-             EXPECT_FALSE(fs::exists(d.File("copy.sav")));
+             EXPECT_FALSE(fs::exists(d.File("copy.murv")));
      },
-     {"f.sav", "copy.sav"}},
+     {"f.murv", "copy.murv"}},
 };
 
 struct Kind {
@@ -107,7 +107,7 @@ TEST(FaultSweep, EveryFailedOperationIsHandled) {
         {
             TempDir dir;
             s.setup(dir);
-            const std::string oldBytes = FileBytes(dir.File("f.sav"));
+            const std::string oldBytes = FileBytes(dir.File("f.murv"));
             faults::Arm(faults::kAllOps, 0, faults::Kind::NoSpace);
             const Codes codes = s.run(dir);
             total = faults::Counted();
@@ -122,7 +122,7 @@ TEST(FaultSweep, EveryFailedOperationIsHandled) {
                              std::to_string(total));
                 TempDir dir;
                 s.setup(dir);
-                const std::string oldBytes = FileBytes(dir.File("f.sav"));
+                const std::string oldBytes = FileBytes(dir.File("f.murv"));
                 faults::Arm(faults::kAllOps, n, k.kind);
                 const Codes codes = s.run(dir);
                 const bool fired = faults::Fired();

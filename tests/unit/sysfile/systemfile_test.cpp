@@ -46,7 +46,7 @@ struct CaseBuffer {
 
 struct SystemFile : ::testing::Test {
     testing::TempDir dir;
-    std::string path = dir.File("test.sav");
+    std::string path = dir.File("test.murv");
 
     // numeric age, string name(12), numeric score, string code(1), string long(255)
     static void Define(MURV_DataSource& ds) {
@@ -281,7 +281,7 @@ TEST_F(SystemFile, WritingWhileAnIteratorLivesIsRefused) {
     } catch (const ErrorText& e) {
         EXPECT_EQ(e.Number(), kErrBadState);
     }
-    SystemFileDataSource twice(dir.File("b.sav"), SystemFileDataSource::CreateTag{});
+    SystemFileDataSource twice(dir.File("b.murv"), SystemFileDataSource::CreateTag{});
     twice.AddVariable(0).SetName("x");
     twice.CommitDictionary();
     EXPECT_THROW(twice.CommitDictionary(), ErrorText);

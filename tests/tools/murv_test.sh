@@ -1,0 +1,157 @@
+#!/usr/bin/env bash
+# The murv program, run as a user runs it.
+# Usage: murv_test.sh MURV SAMPLE_FILES_PROGRAM SURVEY_CSV
+set -uo pipefail
+MURV=$1
+SAMPLES=$2
+SURVEY=$3
+T=$(mktemp -d)
+trap 'rm -rf "$T"' EXIT
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+# expect CODE COMMAND...: the command exits with CODE.
+expect() {
+  local want=$1; shift
+  "$@" >"$T/out" 2>"$T/err"
+  local got=$?
+  [ "$got" = "$want" ] || fail "exit $got, expected $want: $* ($(head -c 300 "$T/err"))"
+}
+# The dictionary as JSON without what a rewrite changes by design.
+dict_of() { "$MURV" dict --json "$1" | sed -E 's/"(file|compression|created|product)":"[^"]*",//g'; }
+
+# ---- CSV -> import -> cat --csv gives the same table ----
+printf '%s\r\n' 'id,name,score,note,empty' >"$T/table.csv"
+cat >>"$T/table.csv" <<'EOF'
+1,Ada,3.5,"hello, world",
+2,"Bob ""B""",-2,"two
+lines",
+3,,1e+300,,
+4,Zoë,0.1,plain,
+5,x,-0.000123,"",
+EOF
+# The same table as cat writes it: \n line ends, numbers in shortest form,
+# quotes only where needed.
+cat >"$T/expected.csv" <<'EOF'
+id,name,score,note,empty
+1,Ada,3.5,"hello, world",
+2,"Bob ""B""",-2,"two
+lines",
+3,,1e+300,,
+4,Zoë,0.1,plain,
+5,x,-0.000123,,
+EOF
+for flags in "" "--compress"; do
+  expect 0 "$MURV" import "$T/table.csv" "$T/t.murv" $flags
+  "$MURV" cat "$T/t.murv" >"$T/back.csv" || fail "cat $flags"
+  cmp -s "$T/back.csv" "$T/expected.csv" || fail "import $flags then cat: $(diff "$T/expected.csv" "$T/back.csv" | head -5)"
+done
+# Standard input, another delimiter, an input encoding.
+printf 'a;b\n1;"x;y"\n2;z\n' | "$MURV" import - "$T/semi.murv" --delimiter ';' || fail "import from stdin"
+[ "$("$MURV" cat "$T/semi.murv")" = $'a,b\n1,x;y\n2,z' ] || fail "import with --delimiter ;: $("$MURV" cat "$T/semi.murv")"
+if LC_ALL=en_US.UTF-8 locale charmap 2>/dev/null | grep -q UTF-8; then
+  iconv -f UTF-8 -t ISO-8859-1 "$T/expected.csv" >"$T/latin1.csv"
+  LC_ALL=en_US.UTF-8 "$MURV" import "$T/latin1.csv" "$T/latin1.murv" --encoding ISO-8859-1 || fail "import --encoding"
+  cmp -s <(LC_ALL=en_US.UTF-8 "$MURV" cat "$T/latin1.murv") "$T/expected.csv" || fail "import --encoding ISO-8859-1"
+fi
+# Inferred types and widths: numbers stay numeric, a column with text is a
+# string as wide as its longest value, an all-empty column is numeric.
+"$MURV" dict --json "$T/t.murv" >"$T/d.json"
+for want in '"name":"id","type":"numeric"' '"name":"name","type":"string","width":7' \
+            '"name":"note","type":"string","width":12' '"name":"empty","type":"numeric"'; do
+  grep -qF "$want" "$T/d.json" || fail "dict of the imported table lacks $want"
+done
+
+# Names made valid and unique, and said so.
+printf 'first name,1st,BY,id,ID,#x\n1,2,3,4,5,6\n' >"$T/names.csv"
+"$MURV" import "$T/names.csv" "$T/names.murv" 2>"$T/err" || fail "import with bad names"
+[ "$("$MURV" cat "$T/names.murv" | head -1)" = "first_name,v1st,BY_,id,ID_2,v#x" ] ||
+  fail "names: $("$MURV" cat "$T/names.murv" | head -1)"
+grep -q "'first name' -> first_name" "$T/err" || fail "renamed columns are not reported"
+
+# A failed import leaves no file and keeps an old one.
+cp "$T/t.murv" "$T/keep.murv"
+printf 'a,b\n1,2\n1,2,3\n' >"$T/ragged.csv"
+expect 3 "$MURV" import "$T/ragged.csv" "$T/keep.murv"
+grep -q "ragged.csv: line 3: 3 fields" "$T/err" || fail "ragged row message: $(cat "$T/err")"
+cmp -s "$T/keep.murv" "$T/t.murv" || fail "a failed import changed the old file"
+[ -z "$(ls "$T" | grep '\.tmp$')" ] || fail "a failed import left a temporary file"
+printf 'a\n"open\n' >"$T/open.csv"
+expect 3 "$MURV" import "$T/open.csv" "$T/open.murv"
+[ ! -e "$T/open.murv" ] || fail "a failed import left a file"
+
+# ---- files the tests can make: convert keeps everything ----
+mkdir -p "$T/s"
+"$SAMPLES" write "$T/s" >/dev/null || fail "writing the sample files"
+cp "$SURVEY" "$T/survey.csv"
+"$MURV" import "$T/survey.csv" "$T/s/survey.murv" --compress || fail "import of the survey"
+for f in "$T"/s/*.murv "$T/t.murv"; do
+  for mode in --compress --plain; do
+    expect 0 "$MURV" convert "$f" "$T/conv.murv" $mode
+    cmp -s <(dict_of "$f") <(dict_of "$T/conv.murv") || fail "convert $mode of $(basename "$f"): dictionary differs"
+    cmp -s <("$MURV" cat "$f") <("$MURV" cat "$T/conv.murv") || fail "convert $mode of $(basename "$f"): cases differ"
+    want=$([ $mode = --compress ] && echo bytecode || echo none)
+    "$MURV" info "$T/conv.murv" | grep -q "^Compression: *$want" || fail "convert $mode: compression"
+  done
+done
+# A subset keeps its variables' properties and its sets' remaining members.
+P="$T/s/plain.murv"
+expect 0 "$MURV" convert "$P" "$T/sub.murv" --vars essay,id,score,born
+cmp -s <("$MURV" cat "$P" --vars essay,id,score,born) <("$MURV" cat "$T/sub.murv") || fail "convert --vars: cases"
+"$MURV" dict "$T/sub.murv" >"$T/sub.txt"
+for want in "label: A score with a label" "52.25 = highest" "@Unit = points" "Variable set Everything: id score essay" \
+            "Multiple-response set \$pair"; do
+  grep -qF "$want" "$T/sub.txt" || fail "convert --vars lost: $want"
+done
+expect 2 "$MURV" convert "$P" "$P"
+expect 2 "$MURV" convert "$P" "$T/x.murv" --vars nosuch
+
+# ---- cat ----
+[ "$("$MURV" cat "$P" --vars id,born --cases 1:3)" = $'id,born\n2,1902-03-03\n3,1903-04-04' ] ||
+  fail "cat --cases --vars with ISO dates: $("$MURV" cat "$P" --vars id,born --cases 1:3)"
+[ "$("$MURV" cat "$P" --vars score,name --cases 248:249 --labels --json)" = '{"score":"highest","name":"Barbara"}' ] ||
+  fail "cat --labels --json: $("$MURV" cat "$P" --vars score,name --cases 248:249 --labels --json)"
+[ "$("$MURV" cat "$P" --cases 249: | wc -l)" = 2 ] || fail "cat --cases 249: gives the header and one case"
+printf 'a,b\n"x\ty",1\n' | "$MURV" import - "$T/tab.murv"
+[ "$("$MURV" cat "$T/tab.murv" --tsv | tail -1)" = 'x\ty	1' ] || fail "cat --tsv escapes: $("$MURV" cat "$T/tab.murv" --tsv)"
+expect 2 "$MURV" cat "$P" --cases 5:2
+expect 2 "$MURV" cat "$P" --csv --json
+
+# ---- check ----
+expect 0 "$MURV" check "$P"
+head -c 60000 "$P" >"$T/short.murv"
+expect 4 "$MURV" check "$T/short.murv"
+grep -q "holds 149 whole cases, its header states 250 (case 150: code 3 MURV_RC_FILE_READ" "$T/err" ||
+  fail "check of a cut file: $(cat "$T/err")"
+# A header that states one case fewer than the file holds (both counts).
+python3 - "$P" "$T/more.murv" <<'EOF' || cp "$P" "$T/more.murv"
+import struct, sys
+d = bytearray(open(sys.argv[1], 'rb').read())
+d[80:84] = struct.pack('<i', 249)
+i = d.find(struct.pack('<iiii', 7, 16, 8, 2))
+d[i + 24:i + 32] = struct.pack('<q', 249)
+open(sys.argv[2], 'wb').write(d)
+EOF
+expect 4 "$MURV" check "$T/more.murv"
+grep -q "holds 250 cases, its header states 249" "$T/err" || fail "check of extra cases: $(cat "$T/err")"
+head -c 100 "$P" >"$T/header.murv"
+expect 4 "$MURV" check "$T/header.murv"
+grep -q "code 6 MURV_RC_BAD_FILE" "$T/err" || fail "check of a cut header: $(cat "$T/err")"
+expect 3 "$MURV" check "$T/none.murv"
+
+# ---- the program itself ----
+for cmd in "" info dict cat import convert check; do
+  expect 0 "$MURV" $cmd --help
+  grep -q "Exit codes" "$T/out" || fail "murv $cmd --help does not document the exit codes"
+done
+expect 2 "$MURV"
+expect 2 "$MURV" frobnicate
+expect 2 "$MURV" info
+"$MURV" info "$P" >"$T/info.txt"
+for want in "Byte order: *little-endian" "Cases: *250" "Variables: *7" "Weight variable: *id" \
+            "Mult. resp. sets: *1" "Extension records: *subtypes 3 4 5 7 10"; do
+  grep -q "$want" "$T/info.txt" || fail "info lacks $want"
+done
+
+[ $failures = 0 ] && echo "all murv checks passed"
+exit $((failures > 0))

@@ -42,7 +42,8 @@ struct Column {
     std::map<std::string, std::string, std::less<>> textLabels;
 };
 
-void AppendCsvField(std::string& o, std::string_view s, char delim) {
+// Field writers into a buffer with room for the whole row.
+char* PutCsv(char* p, std::string_view s, char delim) {
     bool quote = false;
     for (char c : s)
         if (c == delim || c == '"' || c == '\n' || c == '\r') {
@@ -50,27 +51,36 @@ void AppendCsvField(std::string& o, std::string_view s, char delim) {
             break;
         }
     if (!quote) {
-        o.append(s);
-        return;
+        std::memcpy(p, s.data(), s.size());
+        return p + s.size();
     }
-    o.push_back('"');
+    *p++ = '"';
     for (char c : s) {
-        if (c == '"') o.push_back('"');
-        o.push_back(c);
+        if (c == '"') *p++ = '"';
+        *p++ = c;
     }
-    o.push_back('"');
+    *p++ = '"';
+    return p;
 }
 
-void AppendTsvField(std::string& o, std::string_view s) {
+char* PutTsv(char* p, std::string_view s) {
     for (char c : s) {
         switch (c) {
-            case '\t': o += "\\t"; break;
-            case '\n': o += "\\n"; break;
-            case '\r': o += "\\r"; break;
-            case '\\': o += "\\\\"; break;
-            default: o.push_back(c);
+            case '\t': *p++ = '\\'; *p++ = 't'; break;
+            case '\n': *p++ = '\\'; *p++ = 'n'; break;
+            case '\r': *p++ = '\\'; *p++ = 'r'; break;
+            case '\\': *p++ = '\\'; *p++ = '\\'; break;
+            default: *p++ = c;
         }
     }
+    return p;
+}
+
+char* PutJson(char* p, std::string_view s, std::string& scratch) {
+    scratch.clear();
+    AppendJsonString(scratch, s);
+    std::memcpy(p, scratch.data(), scratch.size());
+    return p + scratch.size();
 }
 
 }  // namespace
@@ -101,28 +111,45 @@ int RunCat(const CatOptions& opt) {
     }
 
     using Form = CatOptions::Form;
-    const char delim = opt.form == Form::kTsv ? '\t' : ',';
-    Output out;
-    std::string& o = out.buf();
-    if (opt.form != Form::kJson) {
-        for (std::size_t k = 0; k < cols.size(); ++k) {
-            if (k) o.push_back(delim);
-            if (opt.form == Form::kCsv)
-                AppendCsvField(o, cols[k].var->name, delim);
-            else
-                AppendTsvField(o, cols[k].var->name);
-        }
-        o.push_back('\n');
-    }
+    const Form form = opt.form;
+    const char delim = form == Form::kTsv ? '\t' : ',';
     // JSON keys, made once.
     std::vector<std::string> keys;
-    if (opt.form == Form::kJson)
+    if (form == Form::kJson)
         for (const Column& c : cols) {
             std::string k;
             AppendJsonString(k, c.var->name);
             k.push_back(':');
             keys.push_back(std::move(k));
         }
+    // The most bytes one row can take: every byte of a text escaped (JSON's
+    // \u00XX is six), numbers and dates within 48.
+    std::size_t maxRow = 4;
+    for (std::size_t k = 0; k < cols.size(); ++k) {
+        const Column& c = cols[k];
+        std::size_t longest = c.var->type == 0 ? 48 : static_cast<std::size_t>(c.var->type);
+        for (const auto& l : c.numberLabels) longest = std::max(longest, l.second.size());
+        for (const auto& l : c.textLabels) longest = std::max(longest, l.second.size());
+        maxRow += 6 * longest + 4 + (keys.empty() ? 0 : keys[k].size()) + 6 * c.var->name.size();
+    }
+    constexpr std::size_t kFlush = 1 << 20;
+    std::vector<char> buf(kFlush + maxRow);
+    char* const begin = buf.data();
+    char* p = begin;
+    auto flush = [&] {
+        const std::size_t n = static_cast<std::size_t>(p - begin);
+        if (n && std::fwrite(begin, 1, n, stdout) != n)
+            throw Failure(kExitIo, std::string("writing the output: ") + std::strerror(errno));
+        p = begin;
+    };
+    std::string scratch;
+    if (form != Form::kJson) {
+        for (std::size_t k = 0; k < cols.size(); ++k) {
+            if (k) *p++ = delim;
+            p = form == Form::kCsv ? PutCsv(p, cols[k].var->name, delim) : PutTsv(p, cols[k].var->name);
+        }
+        *p++ = '\n';
+    }
 
     std::int64_t total = -1;
     if (m.cases >= 0) total = (end >= 0 ? std::min<std::int64_t>(end, m.cases) : m.cases) - first;
@@ -130,54 +157,51 @@ int RunCat(const CatOptions& opt) {
     std::vector<char> record(static_cast<std::size_t>(m.caseSize > 0 ? m.caseSize : 8));
     std::string field;
     std::int64_t done = 0;
+    auto putText = [&](char* q, std::string_view s) {
+        return form == Form::kCsv ? PutCsv(q, s, delim) : form == Form::kTsv ? PutTsv(q, s) : PutJson(q, s, scratch);
+    };
     for (std::int64_t c = first; end < 0 || c < end; ++c) {
         const int rc = murvWholeCaseIn(h.get(), record.data());
         if (rc == MURV_RC_END_OF_FILE) break;
         Check(rc, opt.file, "reading case " + std::to_string(c));
-        if (opt.form == Form::kJson) o.push_back('{');
+        if (form == Form::kJson) *p++ = '{';
         for (std::size_t k = 0; k < cols.size(); ++k) {
             const Column& col = cols[k];
             const Variable& v = *col.var;
             const char* cell = record.data() + v.offset;
-            if (opt.form == Form::kJson) {
-                if (k) o.push_back(',');
-                o += keys[k];
+            if (form == Form::kJson) {
+                if (k) *p++ = ',';
+                std::memcpy(p, keys[k].data(), keys[k].size());
+                p += keys[k].size();
             } else if (k) {
-                o.push_back(delim);
+                *p++ = delim;
             }
             if (v.type == 0) {
                 double d;
                 std::memcpy(&d, cell, sizeof d);
                 if (IsSysmis(d)) {
-                    if (opt.form == Form::kJson) o += "null";
+                    if (form == Form::kJson) p = static_cast<char*>(std::memcpy(p, "null", 4)) + 4;
                     continue;
                 }
                 if (!col.numberLabels.empty()) {
                     auto it = col.numberLabels.find(d);
                     if (it != col.numberLabels.end()) {
-                        if (opt.form == Form::kCsv)
-                            AppendCsvField(o, it->second, delim);
-                        else if (opt.form == Form::kTsv)
-                            AppendTsvField(o, it->second);
-                        else
-                            AppendJsonString(o, it->second);
+                        p = putText(p, it->second);
                         continue;
                     }
                 }
                 if (col.date) {
                     field.clear();
                     if (AppendIsoDate(field, v.print.type, d)) {
-                        if (opt.form == Form::kJson)
-                            AppendJsonString(o, field);
-                        else
-                            o += field;
+                        p = form == Form::kJson ? PutJson(p, field, scratch)
+                                                : static_cast<char*>(std::memcpy(p, field.data(), field.size())) + field.size();
                         continue;
                     }
                 }
-                if (opt.form == Form::kJson && !std::isfinite(d))
-                    o += "null";
+                if (form == Form::kJson && !std::isfinite(d))
+                    p = static_cast<char*>(std::memcpy(p, "null", 4)) + 4;
                 else
-                    AppendNumber(o, d);
+                    p = WriteNumber(p, d);
                 continue;
             }
             std::string_view s = TrimRight(std::string_view(cell, static_cast<std::size_t>(v.type)));
@@ -185,20 +209,16 @@ int RunCat(const CatOptions& opt) {
                 auto it = col.textLabels.find(s);
                 if (it != col.textLabels.end()) s = it->second;
             }
-            if (opt.form == Form::kCsv)
-                AppendCsvField(o, s, delim);
-            else if (opt.form == Form::kTsv)
-                AppendTsvField(o, s);
-            else
-                AppendJsonString(o, s);
+            p = putText(p, s);
         }
-        if (opt.form == Form::kJson) o.push_back('}');
-        o.push_back('\n');
-        out.MaybeFlush();
+        if (form == Form::kJson) *p++ = '}';
+        *p++ = '\n';
+        if (static_cast<std::size_t>(p - begin) >= kFlush) flush();
         progress.Update(++done);
     }
     progress.Finish();
-    out.Flush();
+    flush();
+    if (std::fflush(stdout) != 0) throw Failure(kExitIo, std::string("writing the output: ") + std::strerror(errno));
     return kExitOk;
 }
 

@@ -384,19 +384,72 @@ std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& lis
 
 bool IsSysmis(double v) { return v == -1.7976931348623157e308; }
 
-void AppendNumber(std::string& out, double v) {
-    char buf[32];
-    // Whole numbers of up to 15 digits are the common case and print as integers.
-    if (v >= -1e15 && v <= 1e15) {
-        const auto i = static_cast<std::int64_t>(v);
-        if (static_cast<double>(i) == v && !(v == 0 && std::signbit(v))) {
-            const auto r = std::to_chars(buf, buf + sizeof buf, i);
-            out.append(buf, r.ptr);
-            return;
+const double kPowersOf10[23] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// Writes x / 10^k with k decimals. The output has room for 40 bytes, so
+// digits go across in fixed-size copies.
+char* WriteDecimal(char* p, std::int64_t x, int k) {
+    static constexpr char kPairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    if (x < 0) {
+        *p++ = '-';
+        x = -x;
+    }
+    auto u = static_cast<std::uint64_t>(x);
+    char tmp[48];
+    char* const end = tmp + 24;
+    char* e = end;
+    while (u >= 100) {
+        const auto r = static_cast<unsigned>(u % 100);
+        u /= 100;
+        e -= 2;
+        std::memcpy(e, kPairs + 2 * r, 2);
+    }
+    if (u >= 10) {
+        e -= 2;
+        std::memcpy(e, kPairs + 2 * u, 2);
+    } else {
+        *--e = static_cast<char>('0' + u);
+    }
+    // Leading zeros so that there is a digit before the point.
+    while (end - e <= k) *--e = '0';
+    const int n = static_cast<int>(end - e);
+    if (k == 0) {
+        std::memcpy(p, e, 24);
+        return p + n;
+    }
+    std::memcpy(p, e, 24);
+    p += n - k;
+    std::memcpy(p + 1, end - k, 24);
+    *p = '.';
+    return p + 1 + k;
+}
+
+char* WriteNumber(char* p, double v) {
+    // A value that is x / 10^k for a whole x below 2^50 prints as x with k
+    // decimals: the quotient of two exact doubles is rounded correctly, so
+    // the text reads back as v, and the smallest such k gives the shortest
+    // text. Most data (counts, codes, amounts) take this way; the rest get
+    // the general shortest form.
+    if (std::fabs(v) < 1e15 && !(v == 0 && std::signbit(v))) {
+        for (int k = 0; k <= 9; ++k) {
+            const double t = v * kPowersOf10[k];
+            if (std::fabs(t) >= 1125899906842624.0) break;  // 2^50
+            const auto i = static_cast<std::int64_t>(t < 0 ? t - 0.5 : t + 0.5);
+            const auto x = static_cast<double>(i);
+            if (std::fabs(t - x) > std::fabs(t) * 1e-15 + 1e-9) continue;
+            if (x / kPowersOf10[k] == v) return WriteDecimal(p, i, k);
         }
     }
-    const auto r = std::to_chars(buf, buf + sizeof buf, v);
-    out.append(buf, r.ptr);
+    return std::to_chars(p, p + 32, v).ptr;
+}
+
+void AppendNumber(std::string& out, double v) {
+    char buf[40];
+    out.append(buf, static_cast<std::size_t>(WriteNumber(buf, v) - buf));
 }
 
 bool IsDateFormat(int fmt) {

@@ -3,7 +3,7 @@
 //
 // The dictionary must be complete before the first case is written, but the
 // type and width of a column are known only after its last row. So the rows
-// are kept, as parsed cells, in a spill store (memory up to a limit, then a
+// are kept, as parsed cells, in a spill store (a buffer of a few MiB, then a
 // temporary file) while the columns are measured; then the file is written
 // from the store. Memory stays bounded whatever the size of the input, and
 // the input is read once, so it may be a pipe.
@@ -60,6 +60,20 @@ public:
     // Appends the next piece of input to `out`; false at the end.
     bool Read(std::string& out) {
         if (eof_) return false;
+        if (cd_ == reinterpret_cast<iconv_t>(-1)) {
+            // Straight into the caller's buffer.
+            const std::size_t old = out.size();
+            out.resize(old + kChunk);
+            ssize_t n;
+            do {
+                n = ::read(fd_, out.data() + old, kChunk);
+            } while (n < 0 && errno == EINTR);
+            if (n < 0) throw Failure(kExitIo, path_ + ": reading: " + std::strerror(errno));
+            out.resize(old + static_cast<std::size_t>(n));
+            consumed_ += n;
+            eof_ = n == 0;
+            return n > 0;
+        }
         raw_.resize(pending_ + kChunk);
         ssize_t n;
         do {
@@ -69,10 +83,6 @@ public:
         consumed_ += n;
         if (n == 0) eof_ = true;
         const std::size_t have = pending_ + static_cast<std::size_t>(n);
-        if (cd_ == reinterpret_cast<iconv_t>(-1)) {
-            out.append(raw_.data(), have);
-            return n > 0;
-        }
         // Convert; an incomplete character at the end waits for the next piece.
         char* in = raw_.data();
         std::size_t inLeft = have;
@@ -107,7 +117,10 @@ private:
 
 class CsvReader {
 public:
-    CsvReader(Input& in, char delim) : in_(in), delim_(delim) {}
+    CsvReader(Input& in, char delim) : in_(in), delim_(delim) {
+        special_['\n'] = special_['\r'] = special_['"'] = true;
+        special_[static_cast<unsigned char>(delim)] = true;
+    }
 
     // The next record's fields (views valid until the next call); false at the end.
     bool Next(std::vector<std::string_view>& fields) {
@@ -172,10 +185,8 @@ private:
                     return Fail("text after the closing quote of a field");
             } else {
                 std::size_t q = p;
-                while (q < n && base[q] != delim_ && base[q] != '\n' && base[q] != '\r') {
-                    if (base[q] == '"') return Fail("a quote inside an unquoted field");
-                    ++q;
-                }
+                while (q < n && !special_[static_cast<unsigned char>(base[q])]) ++q;
+                if (q < n && base[q] == '"') return Fail("a quote inside an unquoted field");
                 fields.emplace_back(base + p, q - p);
                 p = q;
             }
@@ -208,6 +219,7 @@ private:
 
     Input& in_;
     char delim_;
+    bool special_[256] = {};  // the bytes that end an unquoted field
     std::string data_;
     std::size_t pos_ = 0;
     bool atEnd_ = false;
@@ -218,75 +230,115 @@ private:
 
 // ---- the spill store ----
 
+// Cells one after the other. Each starts with a varint h: h & 3 is the kind,
+// 0 empty, 1 a plain decimal (h >> 2 = its decimals k, then the zigzag varint
+// of its digits x: the value is x / 10^k and the text is exactly x written
+// with k decimals), 2 a text (h >> 2 = its length in bytes, then the bytes).
+// Plain decimals, the bulk of most tables, so take a few bytes and need no
+// second parse.
 class Spill {
 public:
+    Spill() : buf_(new char[kLimit + kSlack]), p_(buf_.get()) {}
     ~Spill() {
         if (file_) std::fclose(file_);
     }
-    void Put(const void* p, std::size_t n) {
-        const char* c = static_cast<const char*>(p);
-        mem_.insert(mem_.end(), c, c + n);
-        if (mem_.size() >= kMemoryLimit) Drain();
+    // Room for `n` more bytes at Out().
+    char* Out(std::size_t n) {
+        if (static_cast<std::size_t>(p_ - buf_.get()) + n > kLimit + kSlack) {
+            Drain();
+            if (n > kLimit + kSlack) Grow(n);
+        }
+        return p_;
     }
-    void PutVarint(std::uint64_t v) {
-        unsigned char b[10];
-        int k = 0;
+    void Advance(char* to) {
+        p_ = to;
+        if (static_cast<std::size_t>(p_ - buf_.get()) >= kLimit) Drain();
+    }
+    static char* PutVarint(char* p, std::uint64_t v) {
         while (v >= 0x80) {
-            b[k++] = static_cast<unsigned char>(v | 0x80);
+            *p++ = static_cast<char>(v | 0x80);
             v >>= 7;
         }
-        b[k++] = static_cast<unsigned char>(v);
-        Put(b, static_cast<std::size_t>(k));
+        *p++ = static_cast<char>(v);
+        return p;
     }
+    void PutEmpty() {
+        char* p = Out(1);
+        *p = 0;
+        Advance(p + 1);
+    }
+    void PutDecimal(std::int64_t x, int k) {
+        char* p = Out(12);
+        *p++ = static_cast<char>((k << 2) | 1);
+        Advance(PutVarint(p, (static_cast<std::uint64_t>(x) << 1) ^ static_cast<std::uint64_t>(x >> 63)));
+    }
+    void PutText(std::string_view t) {
+        char* p = Out(t.size() + 10);
+        p = PutVarint(p, (static_cast<std::uint64_t>(t.size()) << 2) | 2);
+        std::memcpy(p, t.data(), t.size());
+        Advance(p + t.size());
+    }
+
     // Switches to reading from the start.
     void Rewind() {
+        end_ = p_;
         if (file_) {
             Drain();
             if (std::fflush(file_) != 0 || std::fseek(file_, 0, SEEK_SET) != 0)
                 throw Failure(kExitIo, std::string("temporary file: ") + std::strerror(errno));
+            end_ = buf_.get();
         }
-        pos_ = 0;
-        if (file_) mem_.clear();
+        p_ = buf_.get();
     }
-    // Makes n bytes available at Data(); false when the store holds fewer.
+    // Makes n bytes available at In(); false when the store holds fewer.
     bool Ensure(std::size_t n) {
-        if (mem_.size() - pos_ >= n) return true;
+        if (static_cast<std::size_t>(end_ - p_) >= n) return true;
         if (!file_) return false;
-        mem_.erase(mem_.begin(), mem_.begin() + static_cast<std::ptrdiff_t>(pos_));
-        pos_ = 0;
-        const std::size_t want = std::max(n, kChunk);
-        const std::size_t old = mem_.size();
-        mem_.resize(old + want);
-        const std::size_t got = std::fread(mem_.data() + old, 1, want, file_);
-        mem_.resize(old + got);
+        const std::size_t left = static_cast<std::size_t>(end_ - p_);
+        if (n > kLimit + kSlack) Grow(n);
+        std::memmove(buf_.get(), p_, left);
+        p_ = buf_.get();
+        end_ = p_ + left;
+        const std::size_t got = std::fread(end_, 1, kLimit + kSlack - left, file_);
         if (got == 0 && std::ferror(file_)) throw Failure(kExitIo, std::string("temporary file: ") + std::strerror(errno));
-        return mem_.size() >= n;
+        end_ += got;
+        return static_cast<std::size_t>(end_ - p_) >= n;
     }
-    const char* Data() const { return mem_.data() + pos_; }
-    void Skip(std::size_t n) { pos_ += n; }
+    const char* In() const { return p_; }
+    void Skip(std::size_t n) { p_ += n; }
     std::uint64_t GetVarint() {
+        if (!Ensure(10)) Ensure(1);
         std::uint64_t v = 0;
-        for (int shift = 0;; shift += 7) {
-            if (!Ensure(1)) throw Failure(kExitIo, "temporary file ends early");
-            const auto b = static_cast<unsigned char>(mem_[pos_++]);
+        for (int shift = 0; p_ < end_ && shift < 64; shift += 7) {
+            const auto b = static_cast<unsigned char>(*p_++);
             v |= static_cast<std::uint64_t>(b & 0x7F) << shift;
             if (!(b & 0x80)) return v;
         }
+        throw Failure(kExitIo, "temporary file ends early");
     }
 
 private:
-    static constexpr std::size_t kMemoryLimit = 64u << 20;
+    // The buffer, reused: small enough to stay in the processor's cache, so
+    // that filling it and handing it to the file are cheap. A store larger
+    // than this goes to a temporary file.
+    static constexpr std::size_t kLimit = 4u << 20;
+    static constexpr std::size_t kSlack = 64u << 10;
     void Drain() {
         if (!file_) {
             file_ = std::tmpfile();
             if (!file_) throw Failure(kExitIo, std::string("cannot make a temporary file: ") + std::strerror(errno));
         }
-        if (!mem_.empty() && std::fwrite(mem_.data(), 1, mem_.size(), file_) != mem_.size())
+        const std::size_t n = static_cast<std::size_t>(p_ - buf_.get());
+        if (n && std::fwrite(buf_.get(), 1, n, file_) != n)
             throw Failure(kExitIo, std::string("writing the temporary file: ") + std::strerror(errno));
-        mem_.clear();
+        p_ = buf_.get();
     }
-    std::vector<char> mem_;
-    std::size_t pos_ = 0;
+    // No cell is longer than 32767 bytes and a few more, well within the slack.
+    void Grow(std::size_t) { throw Failure(kExitIo, "a value too long for the spill buffer"); }
+
+    std::unique_ptr<char[]> buf_;
+    char* p_;
+    char* end_ = nullptr;
     std::FILE* file_ = nullptr;
 };
 
@@ -328,6 +380,39 @@ bool ParseNumber(std::string_view f, double& v, ColumnStats& st) {
     st.intDigits = std::max(st.intDigits, intDigits);
     st.decimals = std::max(st.decimals, decimals);
     st.negative |= digits != p;
+    return true;
+}
+
+// The common number, [-]digits[.digits] with at most 15 digits: its digits x
+// and decimals k, the value x / 10^k (exact: both are exact doubles and the
+// quotient is rounded correctly, as a full parse would round the text).
+// `plain` tells whether x written with k decimals gives the text back (no
+// leading zeros or lone point), so the text need not be kept.
+bool ParseDecimal(std::string_view f, std::int64_t& x, int& k, bool& plain, ColumnStats& st) {
+    const char* p = f.data();
+    const char* const end = p + f.size();
+    const bool negative = p < end && *p == '-';
+    if (negative) ++p;
+    const char* const intStart = p;
+    std::int64_t v = 0;
+    while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + (*p++ - '0');
+    const int intDigits = static_cast<int>(p - intStart);
+    int decimals = 0;
+    bool point = false;
+    if (p < end && *p == '.') {
+        point = true;
+        ++p;
+        const char* const fracStart = p;
+        while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + (*p++ - '0');
+        decimals = static_cast<int>(p - fracStart);
+    }
+    if (p != end || intDigits + decimals == 0 || intDigits + decimals > 15) return false;
+    x = negative ? -v : v;
+    k = decimals;
+    plain = intDigits > 0 && !(intDigits > 1 && *intStart == '0') && !(point && decimals == 0) && !(negative && v == 0);
+    st.intDigits = std::max(st.intDigits, intDigits);
+    st.decimals = std::max(st.decimals, decimals);
+    st.negative |= negative;
     return true;
 }
 
@@ -413,20 +498,33 @@ int RunImport(const ImportOptions& opt) {
                     throw Failure(kExitIo, "line " + std::to_string(csv.line()) + ": " + std::to_string(fields.size()) +
                                                " fields, the header names " + std::to_string(ncols));
                 for (std::size_t c = 0; c < ncols; ++c) {
-                    std::string_view f = c < fields.size() ? fields[c] : std::string_view();
+                    const std::string_view f = c < fields.size() ? fields[c] : std::string_view();
                     ColumnStats& st = stats[c];
+                    if (st.numeric) {
+                        std::int64_t x;
+                        int k;
+                        bool plain;
+                        if (!f.empty() && ParseDecimal(f, x, k, plain, st)) {
+                            st.width = std::max(st.width, static_cast<int>(f.size()));
+                            if (plain)
+                                spill.PutDecimal(x, k);
+                            else
+                                spill.PutText(f);
+                            continue;
+                        }
+                    }
                     const std::string_view value = TrimRight(f);
                     if (value.size() > static_cast<std::size_t>(kMaxStringWidth))
                         throw Failure(kExitIo, "line " + std::to_string(csv.line()) + ", column " + names[c] +
                                                    ": a value longer than " + std::to_string(kMaxStringWidth) + " bytes");
+                    if (Trim(f).empty()) {
+                        spill.PutEmpty();
+                        continue;
+                    }
                     st.width = std::max(st.width, static_cast<int>(value.size()));
-                    double v = 0;
-                    const std::string_view t = Trim(f);
-                    const bool number = !t.empty() && st.numeric && ParseNumber(t, v, st);
-                    if (!t.empty() && !number) st.numeric = false;
-                    spill.PutVarint(value.size() * 2 + (number ? 1 : 0));
-                    spill.Put(value.data(), value.size());
-                    if (number) spill.Put(&v, sizeof v);
+                    double v;
+                    if (st.numeric && !ParseNumber(Trim(f), v, st)) st.numeric = false;
+                    spill.PutText(value);
                 }
                 ++rows;
                 progress.Update(input.consumed());
@@ -478,23 +576,48 @@ int RunImport(const ImportOptions& opt) {
     Progress progress("writing cases", rows);
     for (std::int64_t r = 0; r < rows; ++r) {
         for (std::size_t c = 0; c < ncols; ++c) {
-            const std::uint64_t tag = spill.GetVarint();
-            const std::size_t len = static_cast<std::size_t>(tag >> 1);
-            const bool number = tag & 1;
-            const std::size_t need = len + (number ? 8 : 0);
-            if (!spill.Ensure(need)) throw Failure(kExitIo, "temporary file ends early");
-            const char* p = spill.Data();
+            const std::uint64_t head = spill.GetVarint();
             char* cell = record.data() + offsets[c];
-            if (stats[c].numeric) {
-                double v = sysmis;
-                if (number) std::memcpy(&v, p + len, 8);
-                std::memcpy(cell, &v, 8);
-            } else {
-                const std::size_t cellBytes = static_cast<std::size_t>((std::max(1, stats[c].width) + 7) / 8) * 8;
-                std::memcpy(cell, p, len);
-                std::memset(cell + len, ' ', cellBytes - len);
+            const bool numeric = stats[c].numeric;
+            const std::size_t cellBytes = numeric ? 8 : static_cast<std::size_t>((std::max(1, stats[c].width) + 7) / 8) * 8;
+            switch (head & 3) {
+                case 0:
+                    if (numeric)
+                        std::memcpy(cell, &sysmis, 8);
+                    else
+                        std::memset(cell, ' ', cellBytes);
+                    break;
+                case 1: {
+                    const std::uint64_t z = spill.GetVarint();
+                    const auto x = static_cast<std::int64_t>((z >> 1) ^ (~(z & 1) + 1));
+                    const int k = static_cast<int>(head >> 2);
+                    if (numeric) {
+                        const double v = static_cast<double>(x) / kPowersOf10[k];
+                        std::memcpy(cell, &v, 8);
+                    } else {
+                        char text[48];
+                        const std::size_t len = static_cast<std::size_t>(WriteDecimal(text, x, k) - text);
+                        std::memcpy(cell, text, len);
+                        std::memset(cell + len, ' ', cellBytes - len);
+                    }
+                    break;
+                }
+                default: {
+                    const auto len = static_cast<std::size_t>(head >> 2);
+                    if (!spill.Ensure(len)) throw Failure(kExitIo, "temporary file ends early");
+                    const std::string_view text(spill.In(), len);
+                    if (numeric) {
+                        double v = sysmis;
+                        ColumnStats ignored;
+                        ParseNumber(Trim(text), v, ignored);
+                        std::memcpy(cell, &v, 8);
+                    } else {
+                        std::memcpy(cell, text.data(), len);
+                        std::memset(cell + len, ' ', cellBytes - len);
+                    }
+                    spill.Skip(len);
+                }
             }
-            spill.Skip(need);
         }
         Check(murvWholeCaseOut(h, record.data()), opt.out, "writing case " + std::to_string(r + 1));
         progress.Update(r);

@@ -132,8 +132,13 @@ std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& lis
 
 // ---- text ----
 
-// The shortest decimal text that reads back as the same double.
+// The shortest decimal text that reads back as the same double; WriteNumber
+// needs 40 bytes at p and returns the end.
+char* WriteNumber(char* p, double v);
 void AppendNumber(std::string& out, double v);
+// x / 10^k as text with k decimals ("-12.05" for -1205, 2).
+char* WriteDecimal(char* p, std::int64_t x, int k);
+extern const double kPowersOf10[23];
 bool IsSysmis(double v);
 // Date-time formats: the ISO text of a value of format type `fmt`, or false
 // when the format is not a date or time format (or the value is out of range).

@@ -193,7 +193,7 @@ int RunInfo(const std::string& file) {
     line("Cases:", m.cases < 0 ? "unknown" : std::to_string(m.cases));
     line("Case size:", std::to_string(m.caseSize) + " bytes");
     line("Variables:", std::to_string(m.vars.size()));
-    line("File label:", m.hasLabel ? m.label : "(none)");
+    line("File label:", m.hasLabel && !m.label.empty() ? m.label : "(none)");
     line("Weight variable:", m.weight.empty() ? "(none)" : m.weight);
     line("Value labels:", std::to_string(valueLabels));
     line("Attributes:", std::to_string(m.attributes.size()) + " of the file, " + std::to_string(varAttributes) +

@@ -1,0 +1,558 @@
+// _murvio: the compiled part of the Python module. It works through the C
+// interface, so that every code and text is the interface's; the bulk paths
+// move whole case records between the file and numpy columns without a call
+// per value, and the documents (which the interface can only copy) are read
+// and set on the dataset behind the handle.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "api/handles.h"
+#include "murvio.h"
+
+namespace py = pybind11;
+
+namespace {
+
+// Raises murvio.Error(code, message).
+[[noreturn]] void Fail(int rc, const std::string& what) {
+    py::object cls = py::module_::import("murvio").attr("Error");
+    PyErr_SetObject(cls.ptr(), py::make_tuple(rc, what).ptr());
+    throw py::error_already_set();
+}
+
+void Check(int rc, const std::string& what) {
+    if (rc > 0) Fail(rc, what);
+}
+
+double Sysmis() { return murvSysmisVal(); }
+
+py::bytes Bytes(const std::string& s) { return py::bytes(s.data(), s.size()); }
+
+// ---- reading ----
+
+int OpenRead(const std::string& path) {
+    int h = -1;
+    const int rc = murvOpenRead(path.c_str(), &h);
+    Check(rc, path + ": opening for reading");
+    return h;
+}
+
+void CloseHandle(int h) { murvCloseRead(h); }
+
+// Everything the file says about itself, as plain Python values. Per-variable
+// properties come as parallel lists, so that a file of a million variables
+// makes a few lists rather than a million dictionaries.
+py::dict Metadata(int h) {
+    py::dict m;
+    int n = 0;
+    char** names = nullptr;
+    int* types = nullptr;
+    Check(murvGetVarNames(h, &n, &names, &types), "reading the variable names");
+    py::list vnames, vtypes, labels, printFmt, writeFmt, missing, valueLabels, measure, alignment, width, attrs, offsets;
+    std::vector<std::string> nameList(static_cast<std::size_t>(n));
+    long offset = 0;
+    for (int i = 0; i < n; ++i) {
+        nameList[static_cast<std::size_t>(i)] = names[i];
+        vnames.append(py::bytes(names[i]));
+        vtypes.append(types[i]);
+        offsets.append(offset);
+        offset += types[i] == 0 ? 8 : (types[i] + 7) / 8 * 8;
+    }
+    std::vector<int> typeList(types, types + n);
+    murvFreeVarNames(names, types, n);
+    std::vector<char> label(1 << 16);
+    for (int i = 0; i < n; ++i) {
+        const char* name = nameList[static_cast<std::size_t>(i)].c_str();
+        const int type = typeList[static_cast<std::size_t>(i)];
+        int len = 0;
+        int rc = murvGetVarLabelLong(h, name, label.data(), static_cast<int>(label.size()), &len);
+        if (rc == MURV_RC_OK)
+            labels.append(py::bytes(label.data(), static_cast<std::size_t>(len)));
+        else
+            labels.append(py::none());
+        int t = 0, d = 0, w = 0;
+        Check(murvGetVarPrintFormat(h, name, &t, &d, &w), "print format");
+        printFmt.append(py::make_tuple(t, w, d));
+        Check(murvGetVarWriteFormat(h, name, &t, &d, &w), "write format");
+        writeFmt.append(py::make_tuple(t, w, d));
+        if (type == 0) {
+            int kind = 0;
+            double v[3] = {0, 0, 0};
+            Check(murvGetVarNMissingValues(h, name, &kind, &v[0], &v[1], &v[2]), "missing values");
+            missing.append(kind == 0 ? py::object(py::none()) : py::object(py::make_tuple(kind, v[0], v[1], v[2])));
+            double* values = nullptr;
+            char** vl = nullptr;
+            int count = 0;
+            if (murvGetVarNValueLabels(h, name, &values, &vl, &count) == MURV_RC_OK) {
+                py::list pairs;
+                for (int k = 0; k < count; ++k) pairs.append(py::make_tuple(values[k], py::bytes(vl[k])));
+                murvFreeVarNValueLabels(values, vl, count);
+                valueLabels.append(pairs);
+            } else {
+                valueLabels.append(py::none());
+            }
+        } else {
+            int kind = 0;
+            char a[64] = {}, b[64] = {}, c[64] = {};
+            rc = murvGetVarCMissingValues(h, name, &kind, a, b, c);
+            missing.append(rc == MURV_RC_OK && kind != 0
+                               ? py::object(py::make_tuple(kind, py::bytes(a), py::bytes(b), py::bytes(c)))
+                               : py::object(py::none()));
+            char** values = nullptr;
+            char** vl = nullptr;
+            int count = 0;
+            if (murvGetVarCValueLabels(h, name, &values, &vl, &count) == MURV_RC_OK) {
+                py::list pairs;
+                for (int k = 0; k < count; ++k) pairs.append(py::make_tuple(py::bytes(values[k]), py::bytes(vl[k])));
+                murvFreeVarCValueLabels(values, vl, count);
+                valueLabels.append(pairs);
+            } else {
+                valueLabels.append(py::none());
+            }
+        }
+        int value = 0;
+        murvGetVarMeasureLevel(h, name, &value);
+        measure.append(value);
+        murvGetVarAlignment(h, name, &value);
+        alignment.append(value);
+        murvGetVarColumnWidth(h, name, &value);
+        width.append(value);
+        char** an = nullptr;
+        char** av = nullptr;
+        int na = 0;
+        Check(murvGetVarAttributes(h, name, &an, &av, &na), "variable attributes");
+        if (na > 0) {
+            py::list pairs;
+            for (int k = 0; k < na; ++k) pairs.append(py::make_tuple(py::bytes(an[k]), py::bytes(av[k])));
+            attrs.append(pairs);
+        } else {
+            attrs.append(py::none());
+        }
+        murvFreeAttributes(an, av, na);
+    }
+    m["names"] = vnames;
+    m["types"] = vtypes;
+    m["labels"] = labels;
+    m["print_formats"] = printFmt;
+    m["write_formats"] = writeFmt;
+    m["missing"] = missing;
+    m["value_labels"] = valueLabels;
+    m["measures"] = measure;
+    m["alignments"] = alignment;
+    m["column_widths"] = width;
+    m["attributes"] = attrs;
+    m["offsets"] = offsets;
+
+    char buf[1024] = {};
+    m["file_label"] = murvGetIdString(h, buf) == MURV_RC_OK ? py::object(py::bytes(buf)) : py::object(py::none());
+    buf[0] = 0;
+    murvGetSystemString(h, buf);
+    m["product"] = py::bytes(buf);
+    char date[32] = {}, time[32] = {};
+    murvGetTimeStamp(h, date, time);
+    m["date"] = py::bytes(date);
+    m["time"] = py::bytes(time);
+    int value = 0;
+    murvGetNumberofCases(h, &value);
+    m["cases"] = value;
+    murvGetCaseSize(h, &value);
+    m["case_size"] = value;
+    murvGetCompression(h, &value);
+    m["compression"] = value;
+    buf[0] = 0;
+    m["weight"] = murvGetCaseWeightVar(h, buf) == MURV_RC_OK ? py::object(py::bytes(buf)) : py::object(py::none());
+    buf[0] = 0;
+    murvGetTextInfo(h, buf);
+    m["text_info"] = py::bytes(buf);
+    char** an = nullptr;
+    char** av = nullptr;
+    int na = 0;
+    Check(murvGetFileAttributes(h, &an, &av, &na), "file attributes");
+    py::list fattrs;
+    for (int k = 0; k < na; ++k) fattrs.append(py::make_tuple(py::bytes(an[k]), py::bytes(av[k])));
+    murvFreeAttributes(an, av, na);
+    m["file_attributes"] = fattrs;
+
+    py::list mrsets;
+    int nsets = 0;
+    if (murvGetMultRespCount(h, &nsets) == MURV_RC_OK) {
+        for (int i = 0; i < nsets; ++i) {
+            murvMultRespDef* d = nullptr;
+            Check(murvGetMultRespDefByIndex(h, i, &d), "multiple-response set");
+            py::list vars;
+            for (int k = 0; k < d->varCount; ++k) vars.append(py::bytes(d->varNames[k]));
+            py::dict s;
+            s["name"] = py::bytes(d->setName);
+            s["label"] = py::bytes(d->setLabel);
+            s["dichotomy"] = d->isDichotomy != 0;
+            s["numeric"] = d->isNumeric != 0;
+            s["category_labels"] = d->useCategoryLabels != 0;
+            s["first_variable_label"] = d->useFirstVarLabel != 0;
+            s["counted_value"] = d->countedValueText ? py::object(py::bytes(d->countedValueText)) : py::object(py::none());
+            s["variables"] = vars;
+            murvFreeMultRespDefStruct(d);
+            mrsets.append(s);
+        }
+    }
+    m["mrsets"] = mrsets;
+    char* sets = nullptr;
+    m["variable_sets"] = murvGetVariableSets(h, &sets) == MURV_RC_OK && sets ? py::object(py::bytes(sets)) : py::object(py::none());
+    if (sets) murvFreeVariableSets(sets);
+    int ndates = 0;
+    int* dates = nullptr;
+    py::list dateInfo;
+    if (murvGetDateVariables(h, &ndates, &dates) == MURV_RC_OK && dates)
+        for (int k = 0; k < ndates; ++k) dateInfo.append(dates[k]);
+    if (dates) murvFreeDateVariables(dates);
+    m["date_variables"] = dateInfo;
+    char guid[512] = {};
+    murvGetZOPGUID(h, guid);
+    int zb = 0, zs = 0;
+    murvGetZOPInfo(h, &zb, &zs);
+    m["data_entry"] = zb > 0 ? py::object(py::make_tuple(py::bytes(guid), zb, zs)) : py::object(py::none());
+    py::dict records;
+    for (int s = 0; s <= 32; ++s) {
+        int unit = 0, count = 0;
+        if (murvGetExtensionDataDesc(h, s, &unit, &count) != MURV_RC_OK || count <= 0) continue;
+        std::string data(static_cast<std::size_t>(unit) * static_cast<std::size_t>(count), '\0');
+        int got = 0;
+        murvGetExtensionData(h, s, static_cast<int>(data.size()), &got, data.data());
+        records[py::int_(s)] = py::make_tuple(unit, Bytes(data));
+    }
+    m["extension_records"] = records;
+    py::list present;
+    for (int s = 0; s <= 32; ++s) {
+        int found = 0;
+        if (murvQueryType7(h, s, &found) == MURV_RC_OK && found) present.append(s);
+    }
+    m["records_present"] = present;
+
+    // Documents: 80-byte lines kept with the dataset.
+    py::list docs;
+    murv::api::dioDataSource* ds = nullptr;
+    if (murv::api::lookupHandle(h, murv::api::anyMode, &ds) == MURV_RC_OK && ds->HasExtension(0)) {
+        const std::string& bytes = ds->GetExtension(0).Contents();
+        for (std::size_t p = 0; p + 80 <= bytes.size(); p += 80) {
+            std::size_t len = 80;
+            while (len > 0 && bytes[p + len - 1] == ' ') --len;
+            docs.append(py::bytes(bytes.data() + p, len));
+        }
+    }
+    m["documents"] = docs;
+    return m;
+}
+
+// Reads up to `count` cases (all that are left for count < 0) from case
+// `first` (or from where the handle stands for first < 0) into columns:
+// float64 for numeric variables (system-missing as NaN when `nanForSysmis`),
+// fixed-width bytes for strings. Returns (columns, cases read).
+py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offsets, const std::vector<int>& types,
+                    bool nanForSysmis) {
+    if (first >= 0) {
+        if (first > 0x7FFFFFFF) Fail(MURV_RC_FILE_READ, "case number too large");
+        Check(murvSeekNextCase(h, static_cast<int>(first)), "going to case " + std::to_string(first));
+    }
+    int caseSize = 0;
+    Check(murvGetCaseSize(h, &caseSize), "case size");
+    const std::size_t ncols = offsets.size();
+    long capacity = count;
+    if (capacity < 0) {
+        int stated = -1;
+        murvGetNumberofCases(h, &stated);
+        capacity = stated >= 0 ? stated - std::max(first, 0L) + 1 : 1024;
+        if (capacity < 1) capacity = 1;
+    }
+    std::vector<std::vector<char>> cols(ncols);
+    std::vector<std::size_t> widths(ncols);
+    for (std::size_t c = 0; c < ncols; ++c) {
+        widths[c] = types[c] == 0 ? 8 : static_cast<std::size_t>(types[c]);
+        cols[c].resize(widths[c] * static_cast<std::size_t>(capacity));
+    }
+    std::vector<char> rec(static_cast<std::size_t>(std::max(caseSize, 8)));
+    const double sysmis = Sysmis();
+    const double nan = std::nan("");
+    long n = 0;
+    int rc = MURV_RC_OK;
+    {
+        py::gil_scoped_release unlocked;
+        while (count < 0 || n < count) {
+            rc = murvWholeCaseIn(h, rec.data());
+            if (rc != MURV_RC_OK) break;
+            if (n == capacity) {
+                capacity *= 2;
+                for (std::size_t c = 0; c < ncols; ++c) cols[c].resize(widths[c] * static_cast<std::size_t>(capacity));
+            }
+            for (std::size_t c = 0; c < ncols; ++c) {
+                char* dst = cols[c].data() + widths[c] * static_cast<std::size_t>(n);
+                const char* src = rec.data() + offsets[c];
+                if (types[c] == 0) {
+                    double v;
+                    std::memcpy(&v, src, 8);
+                    if (nanForSysmis && v == sysmis) v = nan;
+                    std::memcpy(dst, &v, 8);
+                } else {
+                    std::memcpy(dst, src, widths[c]);
+                }
+            }
+            ++n;
+        }
+    }
+    if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
+    py::list out;
+    for (std::size_t c = 0; c < ncols; ++c) {
+        if (types[c] == 0) {
+            py::array_t<double> a(n);
+            std::memcpy(a.mutable_data(), cols[c].data(), static_cast<std::size_t>(n) * 8);
+            out.append(a);
+        } else {
+            py::array a(py::dtype("S" + std::to_string(widths[c])), std::vector<py::ssize_t>{static_cast<py::ssize_t>(n)});
+            std::memcpy(a.mutable_data(), cols[c].data(), static_cast<std::size_t>(n) * widths[c]);
+            out.append(a);
+        }
+        std::vector<char>().swap(cols[c]);
+    }
+    return py::make_tuple(out, n);
+}
+
+// ---- writing ----
+
+std::string Str(const py::handle& o) {
+    if (py::isinstance<py::bytes>(o)) return o.cast<std::string>();
+    return o.cast<std::string>();
+}
+
+// Writes a file: `vars` a list of dicts (name, type, and optionally label,
+// print_format, write_format, missing, value_labels, measure, alignment,
+// column_width, attributes), `columns` one array per variable (float64 with
+// NaN for system-missing, or fixed-width bytes), `info` the file's own
+// metadata. The file appears only when complete.
+void WriteFile(const std::string& path, bool compress, const py::list& vars, const py::list& columns, const py::dict& info) {
+    int h = -1;
+    Check(murvOpenWrite(path.c_str(), &h), path + ": creating the file");
+    struct Closer {
+        int& h;
+        bool ok = false;
+        ~Closer() {
+            if (h >= 0) murvCloseWrite(h);
+        }
+    } closer{h};
+    const std::size_t nv = vars.size();
+    std::vector<int> types(nv);
+    std::vector<std::string> names(nv);
+    for (std::size_t i = 0; i < nv; ++i) {
+        py::dict v = vars[i].cast<py::dict>();
+        names[i] = Str(v["name"]);
+        types[i] = v["type"].cast<int>();
+        const char* name = names[i].c_str();
+        Check(murvSetVarName(h, name, types[i]), "variable " + names[i]);
+        if (v.contains("label") && !v["label"].is_none()) Check(murvSetVarLabel(h, name, Str(v["label"]).c_str()), "label of " + names[i]);
+        if (v.contains("print_format") && !v["print_format"].is_none()) {
+            auto f = v["print_format"].cast<std::tuple<int, int, int>>();
+            Check(murvSetVarPrintFormat(h, name, std::get<0>(f), std::get<2>(f), std::get<1>(f)), "print format of " + names[i]);
+        }
+        if (v.contains("write_format") && !v["write_format"].is_none()) {
+            auto f = v["write_format"].cast<std::tuple<int, int, int>>();
+            Check(murvSetVarWriteFormat(h, name, std::get<0>(f), std::get<2>(f), std::get<1>(f)), "write format of " + names[i]);
+        }
+        if (v.contains("missing") && !v["missing"].is_none()) {
+            py::tuple m = v["missing"].cast<py::tuple>();
+            const int kind = m[0].cast<int>();
+            if (types[i] == 0)
+                Check(murvSetVarNMissingValues(h, name, kind, m[1].cast<double>(), m[2].cast<double>(), m[3].cast<double>()),
+                      "missing values of " + names[i]);
+            else
+                Check(murvSetVarCMissingValues(h, name, kind, Str(m[1]).c_str(), Str(m[2]).c_str(), Str(m[3]).c_str()),
+                      "missing values of " + names[i]);
+        }
+        if (v.contains("value_labels") && !v["value_labels"].is_none()) {
+            for (const py::handle& pair : v["value_labels"]) {
+                py::tuple p = pair.cast<py::tuple>();
+                if (types[i] == 0)
+                    Check(murvSetVarNValueLabel(h, name, p[0].cast<double>(), Str(p[1]).c_str()), "value labels of " + names[i]);
+                else
+                    Check(murvSetVarCValueLabel(h, name, Str(p[0]).c_str(), Str(p[1]).c_str()), "value labels of " + names[i]);
+            }
+        }
+        if (v.contains("measure") && !v["measure"].is_none()) Check(murvSetVarMeasureLevel(h, name, v["measure"].cast<int>()), "measure");
+        if (v.contains("alignment") && !v["alignment"].is_none())
+            Check(murvSetVarAlignment(h, name, v["alignment"].cast<int>()), "alignment");
+        if (v.contains("column_width") && !v["column_width"].is_none())
+            Check(murvSetVarColumnWidth(h, name, v["column_width"].cast<int>()), "column width");
+        if (v.contains("attributes") && !v["attributes"].is_none()) {
+            std::vector<std::string> an, av;
+            for (const py::handle& pair : v["attributes"]) {
+                py::tuple p = pair.cast<py::tuple>();
+                an.push_back(Str(p[0]));
+                av.push_back(Str(p[1]));
+            }
+            std::vector<const char*> pn, pv;
+            for (std::size_t k = 0; k < an.size(); ++k) {
+                pn.push_back(an[k].c_str());
+                pv.push_back(av[k].c_str());
+            }
+            Check(murvSetVarAttributes(h, name, pn.data(), pv.data(), static_cast<int>(pn.size())), "attributes of " + names[i]);
+        }
+    }
+    if (info.contains("file_label") && !info["file_label"].is_none()) Check(murvSetIdString(h, Str(info["file_label"]).c_str()), "file label");
+    if (info.contains("weight") && !info["weight"].is_none()) Check(murvSetCaseWeightVar(h, Str(info["weight"]).c_str()), "weight");
+    if (info.contains("text_info") && !info["text_info"].is_none() && !Str(info["text_info"]).empty())
+        Check(murvSetTextInfo(h, Str(info["text_info"]).c_str()), "text information");
+    if (info.contains("file_attributes") && !info["file_attributes"].is_none()) {
+        std::vector<std::string> an, av;
+        for (const py::handle& pair : info["file_attributes"]) {
+            py::tuple p = pair.cast<py::tuple>();
+            an.push_back(Str(p[0]));
+            av.push_back(Str(p[1]));
+        }
+        std::vector<const char*> pn, pv;
+        for (std::size_t k = 0; k < an.size(); ++k) {
+            pn.push_back(an[k].c_str());
+            pv.push_back(av[k].c_str());
+        }
+        if (!pn.empty()) Check(murvSetFileAttributes(h, pn.data(), pv.data(), static_cast<int>(pn.size())), "file attributes");
+    }
+    if (info.contains("mrsets") && !info["mrsets"].is_none()) {
+        for (const py::handle& item : info["mrsets"]) {
+            py::dict s = item.cast<py::dict>();
+            std::vector<std::string> vn;
+            for (const py::handle& v : s["variables"]) vn.push_back(Str(v));
+            std::vector<char*> pv;
+            for (std::string& v : vn) pv.push_back(v.data());
+            murvMultRespDef d{};
+            std::snprintf(d.setName, sizeof d.setName, "%s", Str(s["name"]).c_str());
+            std::snprintf(d.setLabel, sizeof d.setLabel, "%s", s.contains("label") && !s["label"].is_none() ? Str(s["label"]).c_str() : "");
+            d.isDichotomy = s.contains("dichotomy") && s["dichotomy"].cast<bool>();
+            d.isNumeric = s.contains("numeric") && s["numeric"].cast<bool>();
+            d.useCategoryLabels = s.contains("category_labels") && s["category_labels"].cast<bool>();
+            d.useFirstVarLabel = s.contains("first_variable_label") && s["first_variable_label"].cast<bool>();
+            std::string counted = s.contains("counted_value") && !s["counted_value"].is_none() ? Str(s["counted_value"]) : "";
+            if (d.isNumeric && !counted.empty()) d.countedValue = std::atoi(counted.c_str());
+            d.countedValueText = counted.empty() ? nullptr : counted.data();
+            d.varNames = pv.data();
+            d.varCount = static_cast<int>(pv.size());
+            Check(murvAddMultRespDefExt(h, &d), "multiple-response set " + Str(s["name"]));
+        }
+    }
+    if (info.contains("variable_sets") && !info["variable_sets"].is_none())
+        Check(murvSetVariableSets(h, Str(info["variable_sets"]).c_str()), "variable sets");
+    if (info.contains("documents") && !info["documents"].is_none()) {
+        std::string lines;
+        for (const py::handle& line : info["documents"]) {
+            std::string l = Str(line).substr(0, 80);
+            l.resize(80, ' ');
+            lines += l;
+        }
+        murv::api::dioDataSource* ds = nullptr;
+        Check(murv::api::lookupHandle(h, murv::api::dictionaryOpen, &ds), "documents");
+        ds->SetExtension(0, 1, static_cast<int>(lines.size()), lines.data());
+    }
+    Check(murvSetCompression(h, compress ? 1 : 0), "compression");
+    Check(murvCommitHeader(h), path + ": writing the dictionary");
+
+    // Cases: whole records from the columns.
+    int caseSize = 0;
+    Check(murvGetCaseSize(h, &caseSize), "case size");
+    std::vector<py::buffer_info> bufs;
+    long n = -1;
+    for (std::size_t i = 0; i < nv; ++i) {
+        bufs.push_back(columns[i].cast<py::buffer>().request());
+        const long len = static_cast<long>(bufs.back().shape.empty() ? 0 : bufs.back().shape[0]);
+        if (n >= 0 && len != n) throw std::invalid_argument("columns of different lengths");
+        n = len;
+        const std::size_t itemsize = static_cast<std::size_t>(bufs.back().itemsize);
+        if (types[i] == 0 ? (bufs.back().format != "d") : itemsize > static_cast<std::size_t>(types[i]))
+            throw std::invalid_argument("column " + names[i] + " does not match its variable");
+        if (bufs.back().ndim != 1 || bufs.back().strides[0] != bufs.back().itemsize)
+            throw std::invalid_argument("column " + names[i] + " is not a contiguous vector");
+    }
+    std::vector<std::size_t> offsets(nv);
+    std::size_t off = 0;
+    for (std::size_t i = 0; i < nv; ++i) {
+        offsets[i] = off;
+        off += types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
+    }
+    std::vector<char> rec(static_cast<std::size_t>(caseSize));
+    const double sysmis = Sysmis();
+    int rc = MURV_RC_OK;
+    long c = 0;
+    {
+        py::gil_scoped_release unlocked;
+        for (; c < n && rc == MURV_RC_OK; ++c) {
+            for (std::size_t i = 0; i < nv; ++i) {
+                char* dst = rec.data() + offsets[i];
+                const char* src = static_cast<const char*>(bufs[i].ptr);
+                if (types[i] == 0) {
+                    double v;
+                    std::memcpy(&v, src + 8 * c, 8);
+                    if (std::isnan(v)) v = sysmis;
+                    std::memcpy(dst, &v, 8);
+                } else {
+                    const std::size_t item = static_cast<std::size_t>(bufs[i].itemsize);
+                    const char* s = src + item * static_cast<std::size_t>(c);
+                    std::size_t len = strnlen(s, item);
+                    std::memcpy(dst, s, len);
+                    std::memset(dst + len, ' ', static_cast<std::size_t>((types[i] + 7) / 8) * 8 - len);
+                }
+            }
+            rc = murvWholeCaseOut(h, rec.data());
+        }
+    }
+    Check(rc, "writing case " + std::to_string(c));
+    const int crc = murvCloseWrite(h);
+    h = -1;
+    Check(crc, path + ": finishing the file");
+}
+
+// The C interface's own bulk paths, as the baseline of the benchmarks.
+long BulkRead(const std::string& path) {
+    int h = OpenRead(path);
+    int size = 0;
+    murvGetCaseSize(h, &size);
+    std::vector<char> rec(static_cast<std::size_t>(size));
+    long n = 0;
+    {
+        py::gil_scoped_release unlocked;
+        while (murvWholeCaseIn(h, rec.data()) == MURV_RC_OK) ++n;
+    }
+    murvCloseRead(h);
+    return n;
+}
+
+void BulkWrite(const std::string& path, long cases, int vars, bool compress) {
+    int h = -1;
+    Check(murvOpenWrite(path.c_str(), &h), path);
+    for (int v = 0; v < vars; ++v) murvSetVarName(h, ("v" + std::to_string(v)).c_str(), 0);
+    murvSetCompression(h, compress ? 1 : 0);
+    Check(murvCommitHeader(h), path);
+    std::vector<double> rec(static_cast<std::size_t>(vars));
+    {
+        py::gil_scoped_release unlocked;
+        for (long c = 0; c < cases; ++c) {
+            for (int v = 0; v < vars; ++v) rec[static_cast<std::size_t>(v)] = static_cast<double>((c * 31 + v * 7) % 1000) / 4;
+            murvWholeCaseOut(h, reinterpret_cast<const char*>(rec.data()));
+        }
+    }
+    Check(murvCloseWrite(h), path);
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_murvio, m) {
+    m.doc() = "The compiled part of murvio";
+    m.def("open_read", &OpenRead);
+    m.def("close", &CloseHandle);
+    m.def("metadata", &Metadata);
+    m.def("read_block", &ReadBlock, py::arg("handle"), py::arg("first"), py::arg("count"), py::arg("offsets"),
+          py::arg("types"), py::arg("nan_for_sysmis") = true);
+    m.def("write_file", &WriteFile);
+    m.def("validate_varname", [](const std::string& name) { return murvValidateVarname(name.c_str()); });
+    m.def("sysmis", &Sysmis);
+    m.def("bulk_read", &BulkRead);
+    m.def("bulk_write", &BulkWrite);
+}

@@ -1,0 +1,185 @@
+"""The Python module: round trips, metadata, slices and chunks, errors, and
+partitioned reads on Dask."""
+
+import struct
+import warnings
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import murvio
+
+
+@pytest.fixture
+def table():
+    n = 1000
+    rng = np.random.default_rng(5)
+    return pd.DataFrame({
+        "x": rng.normal(size=n).round(6),
+        "count": rng.integers(0, 100, size=n),
+        "flag": rng.integers(0, 2, size=n).astype(bool),
+        "word": rng.choice(["alpha", "beta", "", "Zoë"], size=n),
+        "long": ["essay " * (i % 80) + str(i) for i in range(n)],           # up to ~480 bytes
+        "kind": pd.Categorical(rng.choice(["lo", "mid", "hi"], size=n), categories=["lo", "mid", "hi"]),
+        "when": pd.to_datetime("2001-02-03") + pd.to_timedelta(rng.integers(0, 10**9, size=n), unit="s"),
+    })
+
+
+def expected(df):
+    """What a numeric variable gives back: float64."""
+    out = df.copy()
+    for c in ("count", "flag"):
+        out[c] = out[c].astype("float64")
+    return out
+
+
+@pytest.mark.parametrize("compress", [True, False])
+def test_round_trip_every_dtype(tmp_path, table, compress):
+    t = table.copy()
+    t.loc[3, "x"] = np.nan
+    t.loc[4, "when"] = pd.NaT
+    path = tmp_path / "t.murv"
+    murvio.write(t, path, compress=compress)
+    back = murvio.read(path, labels=True)
+    pd.testing.assert_frame_equal(back, expected(t), check_categorical=True)
+    assert murvio.read_metadata(path).variables["long"].type == max(len(s.encode()) for s in t["long"])
+
+
+def test_metadata_round_trip(tmp_path, table):
+    meta = {
+        "file_label": "A survey",
+        "documents": ["first line", "second line"],
+        "file_attributes": {"Origin": "tests", "Wave[1]": "one", "Wave[2]": "two"},
+        "weight": "count",
+        "variable_sets": {"Core": ["x", "count"]},
+        "mrsets": [{"name": "$both", "label": "Both", "dichotomy": True, "numeric": True,
+                    "category_labels": False, "first_variable_label": False,
+                    "counted_value": "1", "variables": ["count", "flag"]}],
+        "variables": {
+            "x": {"label": "The x", "print_format": (5, 10, 3), "write_format": (5, 10, 3),
+                  "missing": (-3, -9.0, -7.0, 99.0), "measure": "scale", "alignment": "center",
+                  "column_width": 12, "attributes": {"Unit": "m"}},
+            "count": {"value_labels": {0.0: "none", 99.0: "many"}, "measure": "ordinal"},
+            "word": {"missing": (1, "beta"), "value_labels": {"alpha": "A"}},
+        },
+    }
+    path = tmp_path / "m.murv"
+    murvio.write(table, path, metadata=meta)
+    m = murvio.read_metadata(path)
+    assert (m.file_label, m.documents, m.weight) == ("A survey", meta["documents"], "count")
+    assert m.file_attributes == meta["file_attributes"]
+    assert m.variable_sets == meta["variable_sets"]
+    assert m.mrsets == meta["mrsets"]
+    x = m.variables["x"]
+    assert (x.label, x.print_format, x.write_format, x.missing) == ("The x", (5, 10, 3), (5, 10, 3), (-3, -9.0, -7.0, 99.0))
+    assert (x.measure, x.alignment, x.column_width, x.attributes) == ("scale", "center", 12, {"Unit": "m"})
+    assert m.variables["count"].value_labels == {0.0: "none", 99.0: "many"}
+    assert m.variables["word"].missing == (1, "beta")
+    assert m.variables["word"].value_labels == {"alpha": "A"}
+    # What read_metadata returns, written again, gives the same metadata.
+    path2 = tmp_path / "m2.murv"
+    murvio.write(murvio.read(path, missing="keep", dates=False), path2, metadata=m)
+    m2 = murvio.read_metadata(path2)
+    for key in ("file_label", "documents", "weight", "file_attributes", "variable_sets", "mrsets"):
+        assert getattr(m2, key) == getattr(m, key), key
+    assert list(m2.variables) == list(m.variables)
+    assert "A survey" in repr(m) and "Variable('x'" in repr(m)
+
+
+def test_missing_values_and_labels(tmp_path):
+    df = pd.DataFrame({"v": [1.0, -9.0, 5.0, 99.0], "s": ["a", "b", "c", "b"]})
+    path = tmp_path / "mv.murv"
+    murvio.write(df, path, metadata={"variables": {
+        "v": {"missing": (-3, -10.0, -5.0, 99.0), "value_labels": {1.0: "one", 5.0: "five"}},
+        "s": {"missing": (1, "b")}}})
+    nan = murvio.read(path)
+    assert nan["v"].isna().tolist() == [False, True, False, True]
+    assert nan["s"].isna().tolist() == [False, True, False, True]
+    keep = murvio.read(path, missing="keep")
+    assert keep["v"].tolist() == [1.0, -9.0, 5.0, 99.0] and keep["s"].tolist() == ["a", "b", "c", "b"]
+    lab = murvio.read(path, labels=True)
+    assert list(lab["v"].cat.categories) == ["one", "five"]
+    assert lab["v"].tolist()[0] == "one" and lab["v"].tolist()[2] == "five"
+
+
+def test_columns_cases_and_chunks(tmp_path):
+    n = 25_000
+    df = pd.DataFrame({"i": np.arange(n, dtype="float64"), "s": [f"r{i}" for i in range(n)]})
+    path = tmp_path / "c.murv"
+    murvio.write(df, path, compress=True)
+    part = murvio.read(path, columns=["s"], cases=slice(12_345, 12_350))
+    assert list(part.columns) == ["s"] and part["s"].tolist() == [f"r{i}" for i in range(12_345, 12_350)]
+    assert list(part.index) == list(range(12_345, 12_350))
+    assert murvio.read(path, cases=slice(-3, None))["i"].tolist() == [n - 3, n - 2, n - 1]
+    with murvio.open(path) as f:
+        assert len(f) == n
+        chunks = list(f.iter_chunks(cases=10_000, columns=["i"]))
+        assert [len(c) for c in chunks] == [10_000, 10_000, 5_000]
+        pd.testing.assert_frame_equal(pd.concat(chunks), df[["i"]])
+
+
+def test_header_count_mismatch_warns(tmp_path):
+    path = tmp_path / "h.murv"
+    murvio.write(pd.DataFrame({"a": np.arange(10.0)}), path, compress=False)
+    data = bytearray(path.read_bytes())
+    data[80:84] = struct.pack("<i", 9)
+    at = data.find(struct.pack("<iiii", 7, 16, 8, 2))
+    data[at + 24:at + 32] = struct.pack("<q", 9)
+    path.write_bytes(bytes(data))
+    with pytest.warns(UserWarning, match="holds 10 cases, its header states 9"):
+        assert len(murvio.read(path)) == 10
+
+
+def test_names_made_valid_with_a_warning(tmp_path):
+    df = pd.DataFrame({"first name": [1], "1st": [2], "BY": [3], "ok": [4], "OK": [5]})
+    path = tmp_path / "n.murv"
+    with pytest.warns(UserWarning, match="'first name' -> first_name"):
+        murvio.write(df, path)
+    assert list(murvio.read(path).columns) == ["first_name", "v1st", "BY_", "ok", "OK_2"]
+
+
+def test_errors_carry_the_library_code(tmp_path):
+    with pytest.raises(murvio.Error) as e:
+        murvio.read(tmp_path / "missing.murv")
+    assert (e.value.code, e.value.name) == (6, "MURV_RC_BAD_FILE")
+    ok = tmp_path / "ok.murv"
+    murvio.write(pd.DataFrame({"a": [1.0]}), ok)
+    with pytest.raises(KeyError, match="nosuch"):
+        murvio.read(ok, columns=["nosuch"])
+    bad = tmp_path / "bad.murv"
+    bad.write_bytes(b"$FL2" + b"\0" * 50)
+    with pytest.raises(murvio.Error, match="MURV_RC_BAD_FILE"):
+        murvio.read_metadata(bad)
+    with pytest.raises(ValueError, match="32767"):
+        murvio.write(pd.DataFrame({"s": ["x" * 40000]}), tmp_path / "long.murv")
+
+
+@pytest.fixture
+def grouped(tmp_path):
+    n = 50_000
+    rng = np.random.default_rng(1)
+    df = pd.DataFrame({"g": rng.integers(0, 7, size=n).astype("float64"), "v": rng.normal(size=n)})
+    path = tmp_path / "g.murv"
+    murvio.write(df, path)
+    return path, df
+
+
+def test_dask_partitions_threaded(grouped):
+    import murvio.dask
+    path, df = grouped
+    ddf = murvio.dask.read(path, cases_per_partition=12_000)
+    assert ddf.npartitions == 5 and ddf.divisions[0] == 0 and ddf.divisions[-1] == len(df) - 1
+    got = ddf.groupby("g").v.mean().compute(scheduler="threads").sort_index()
+    pd.testing.assert_series_equal(got, df.groupby("g").v.mean().sort_index())
+
+
+def test_dask_local_cluster(grouped):
+    import murvio.dask
+    from distributed import Client, LocalCluster
+    path, df = grouped
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as cluster, \
+            Client(cluster, timeout=60) as client:
+        got = murvio.dask.read(path, cases_per_partition=10_000).groupby("g").v.mean().compute().sort_index()
+        assert len(client.scheduler_info()["workers"]) == 2
+    pd.testing.assert_series_equal(got, df.groupby("g").v.mean().sort_index())

@@ -1,0 +1,118 @@
+"""The Python module against the C library's bulk calls, measured in one run.
+
+    PYTHONPATH=build/release/python /usr/bin/python3 bench/python_bench.py [--cases N] [--vars N] [--wide N]
+
+Every figure is a ratio: murvio.read and murvio.write against the bulk read
+(murvWholeCaseIn) and bulk write (murvWholeCaseOut) of the same table;
+iter_chunks' peak memory against its bound (twice one chunk plus 64 MiB);
+read_metadata of a file of --wide variables against murvOpenRead alone;
+a sum over murvio.dask.read on two worker processes against one.
+"""
+
+import argparse
+import os
+import resource
+import sys
+import tempfile
+import time
+
+import numpy as np
+import pandas as pd
+
+import murvio
+from murvio import _murvio
+
+
+def timed(fn, reps=1):
+    best = float("inf")
+    for _ in range(reps):
+        t = time.perf_counter()
+        fn()
+        best = min(best, time.perf_counter() - t)
+    return best
+
+
+def peak_rss_mib():
+    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--cases", type=int, default=1_000_000)
+    ap.add_argument("--vars", type=int, default=100)
+    ap.add_argument("--wide", type=int, default=1_000_000)
+    ap.add_argument("--chunk", type=int, default=100_000)
+    ap.add_argument("--reps", type=int, default=2)
+    ap.add_argument("--dir", default="/dev/shm" if os.path.isdir("/dev/shm") else tempfile.gettempdir())
+    a = ap.parse_args()
+    tmp = tempfile.mkdtemp(dir=a.dir)
+    results = []
+
+    def report(name, ratio, goal, better="higher"):
+        ok = ratio >= goal if better == "higher" else ratio <= goal
+        results.append(ok)
+        print(f"  {name:<58} {ratio:6.2f}   goal {'>=' if better == 'higher' else '<='} {goal}  {'met' if ok else 'NOT MET'}")
+
+    print(f"python_bench: {a.cases} cases x {a.vars} numeric variables")
+    for compress in (False, True):
+        kind = "compressed" if compress else "plain"
+        path = os.path.join(tmp, f"{kind}.murv")
+        t_cw = timed(lambda: _murvio.bulk_write(path, a.cases, a.vars, compress), a.reps)
+        t_cr = timed(lambda: _murvio.bulk_read(path), a.reps)
+        t_pr = timed(lambda: murvio.read(path), a.reps)
+        df = murvio.read(path)
+        out = os.path.join(tmp, f"{kind}_py.murv")
+        t_pw = timed(lambda: murvio.write(df, out, compress=compress), a.reps)
+        print(f"  {kind}: C bulk read {t_cr:.3f} s, murvio.read {t_pr:.3f} s; C bulk write {t_cw:.3f} s, "
+              f"murvio.write {t_pw:.3f} s")
+        report(f"murvio.read speed / C bulk read ({kind})", t_cr / t_pr, 0.5)
+        report(f"murvio.write speed / C bulk write ({kind})", t_cw / t_pw, 0.5)
+        del df
+
+    # iter_chunks in a fresh process, so that its peak is its own.
+    path = os.path.join(tmp, "compressed.murv")
+    code = (f"import murvio, resource\n"
+            f"base = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss\n"
+            f"with murvio.open({path!r}) as f:\n"
+            f"    n = sum(len(c) for c in f.iter_chunks(cases={a.chunk}))\n"
+            f"print(n, (resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - base) / 1024)\n")
+    import subprocess
+    out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True,
+                         env={**os.environ}).stdout.split()
+    chunk_mib = a.chunk * a.vars * 8 / 2**20
+    growth = float(out[1])
+    print(f"  iter_chunks: {out[0]} cases, peak growth {growth:.1f} MiB, one chunk {chunk_mib:.1f} MiB")
+    report("iter_chunks peak growth / (2 chunks + 64 MiB)", growth / (2 * chunk_mib + 64), 1.0, "lower")
+
+    # A wide file: metadata against the plain open.
+    wide = os.path.join(tmp, "wide.murv")
+    murvio.write(pd.DataFrame(np.zeros((1, a.wide))).rename(columns=lambda i: f"v{i}"), wide, compress=False)
+    t_open = timed(lambda: _murvio.close(_murvio.open_read(wide)), a.reps)
+    t_meta = timed(lambda: murvio.read_metadata(wide), a.reps)
+    print(f"  {a.wide} variables: murvOpenRead {t_open:.3f} s, read_metadata {t_meta:.3f} s")
+    report("read_metadata time / murvOpenRead time", t_meta / t_open, 2.0, "lower")
+
+    # Dask: two worker processes against one.
+    try:
+        from murvio import dask as murvio_dask
+        from distributed import Client, LocalCluster
+        path = os.path.join(tmp, "plain.murv")
+        times = {}
+        for workers in (1, 2):
+            with LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
+                              dashboard_address=None) as cluster, Client(cluster):
+                ddf = murvio_dask.read(path, cases_per_partition=max(1, a.cases // 8))
+                ddf.sum().compute()  # warm the workers
+                times[workers] = timed(lambda: ddf.sum().compute(), a.reps)
+        print(f"  dask sum: 1 worker {times[1]:.3f} s, 2 workers {times[2]:.3f} s, speed-up {times[1] / times[2]:.2f}")
+    except ImportError as e:
+        print(f"  dask: not measured ({e})")
+
+    for f in os.listdir(tmp):
+        os.remove(os.path.join(tmp, f))
+    os.rmdir(tmp)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -297,8 +297,22 @@ class MurvioFile:
             columns = [columns]
         return [vars_.index_of(c) for c in columns]
 
-    def _frame(self, arrays, idx, labels, missing, dates, index) -> pd.DataFrame:
+    def _frame(self, arrays, idx, labels, missing, dates, index, block=None) -> pd.DataFrame:
         vars_ = self.metadata.variables
+        if block is not None and block.shape[0] == len(idx):
+            # All numeric: user-missing values go in place and the block
+            # becomes the frame's own, without a copy, unless a column turns
+            # into dates or categories.
+            plain = True
+            for arr, i in zip(arrays, idx):
+                v = vars_[i]
+                if missing == "nan" and v.missing:
+                    _blank_user_missing(arr, v.missing, inplace=True)
+                if (labels and v.value_labels) or (dates and v.print_format[0] in _DATE_FORMATS):
+                    plain = False
+            if plain:
+                return pd.DataFrame(block.T, columns=[vars_[i].name for i in idx], index=index, copy=False)
+            missing = "keep"
         data = {}
         enc = _encoding()
         for arr, i in zip(arrays, idx):
@@ -352,11 +366,11 @@ class MurvioFile:
             first = max(0, start)
             count = -1 if stop is None else max(0, stop - first)
         raw = self._raw
-        arrays, n = _murvio.read_block(self._handle, first, count, [raw["offsets"][i] for i in idx],
-                                       [raw["types"][i] for i in idx])
+        arrays, n, block = _murvio.read_block(self._handle, first, count, [raw["offsets"][i] for i in idx],
+                                              [raw["types"][i] for i in idx])
         if cases is None and stated >= 0 and n != stated:
             warnings.warn(f"{self.path}: the file holds {n} cases, its header states {stated}", stacklevel=3)
-        return self._frame(arrays, idx, labels, missing, dates, pd.RangeIndex(first, first + n))
+        return self._frame(arrays, idx, labels, missing, dates, pd.RangeIndex(first, first + n), block)
 
     def iter_chunks(self, cases: int = 100_000, columns=None, labels=False, missing="nan",
                     dates=True) -> Iterator[pd.DataFrame]:
@@ -369,17 +383,17 @@ class MurvioFile:
         types = [raw["types"][i] for i in idx]
         first, start = 0, 0
         while True:
-            arrays, n = _murvio.read_block(self._handle, first, cases, offsets, types)
+            arrays, n, block = _murvio.read_block(self._handle, first, cases, offsets, types)
             first = -1
             if n == 0:
                 break
-            yield self._frame(arrays, idx, labels, missing, dates, pd.RangeIndex(start, start + n))
+            yield self._frame(arrays, idx, labels, missing, dates, pd.RangeIndex(start, start + n), block)
             start += n
             if n < cases:
                 break
 
 
-def _blank_user_missing(col: np.ndarray, spec) -> np.ndarray:
+def _blank_user_missing(col: np.ndarray, spec, inplace: bool = False) -> np.ndarray:
     kind, a, b, c = (tuple(spec) + (0.0, 0.0, 0.0))[:4]
     if kind > 0:
         mask = np.isin(col, [a, b, c][:kind])
@@ -388,7 +402,8 @@ def _blank_user_missing(col: np.ndarray, spec) -> np.ndarray:
         if kind == -3:
             mask |= col == c
     if mask.any():
-        col = col.copy()
+        if not inplace:
+            col = col.copy()
         col[mask] = np.nan
     return col
 

@@ -304,12 +304,19 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
         }
     }
     if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
+    // Numeric columns go into one block of rows (one row per column), which
+    // pandas takes as its own block without a copy; strings as fixed-width
+    // bytes.
+    std::size_t numeric = 0;
+    for (int t : types) numeric += t == 0;
+    py::array_t<double> block(std::vector<py::ssize_t>{static_cast<py::ssize_t>(numeric), static_cast<py::ssize_t>(n)});
     py::list out;
+    std::size_t row = 0;
     for (std::size_t c = 0; c < ncols; ++c) {
         if (types[c] == 0) {
-            py::array_t<double> a(n);
-            std::memcpy(a.mutable_data(), cols[c].data(), static_cast<std::size_t>(n) * 8);
-            out.append(a);
+            std::memcpy(block.mutable_data() + row * static_cast<std::size_t>(n), cols[c].data(), static_cast<std::size_t>(n) * 8);
+            out.append(block[py::int_(row)]);
+            ++row;
         } else {
             py::array a(py::dtype("S" + std::to_string(widths[c])), std::vector<py::ssize_t>{static_cast<py::ssize_t>(n)});
             std::memcpy(a.mutable_data(), cols[c].data(), static_cast<std::size_t>(n) * widths[c]);
@@ -317,7 +324,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
         }
         std::vector<char>().swap(cols[c]);
     }
-    return py::make_tuple(out, n);
+    return py::make_tuple(out, n, block);
 }
 
 // ---- writing ----

@@ -495,6 +495,33 @@ def _var_meta(v) -> dict:
     return dict(v)
 
 
+def _apply_meta(spec: dict, vm: dict) -> None:
+    for key, value in vm.items():
+        if value is None:
+            continue
+        if key == "label":
+            spec["label"] = _bytes(value)
+        elif key in ("print_format", "write_format"):
+            spec[key] = tuple(value)
+        elif key == "missing":
+            if spec["type"] == 0:
+                spec["missing"] = tuple([value[0]] + [float(x) for x in value[1:4]] + [0.0] * (4 - len(value)))
+            else:
+                vals = [_bytes(x) for x in value[1:4]] + [b""] * (4 - len(value))
+                spec["missing"] = (value[0], *vals)
+        elif key == "value_labels" and value:
+            spec["value_labels"] = [((float(k) if spec["type"] == 0 else _bytes(k)), _bytes(t))
+                                    for k, t in dict(value).items()]
+        elif key == "measure":
+            spec["measure"] = {v: k for k, v in _MEASURES.items()}.get(value, value)
+        elif key == "alignment":
+            spec["alignment"] = {v: k for k, v in _ALIGNMENTS.items()}.get(value, value)
+        elif key == "column_width":
+            spec["column_width"] = int(value)
+        elif key == "attributes" and value:
+            spec["attributes"] = [(_bytes(k), _bytes(t)) for k, t in dict(value).items()]
+
+
 def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
     """Writes a DataFrame as a system file.
 
@@ -513,11 +540,28 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
     if changed:
         warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=2)
     enc = _encoding()
+    # Plain numeric columns go across as rows of one array, made in one step:
+    # a frame of a million columns is not taken apart column by column.
+    dtypes = list(df.dtypes)
+    plain = [k for k, t in enumerate(dtypes)
+             if (pd.api.types.is_numeric_dtype(t) or pd.api.types.is_bool_dtype(t))
+             and not isinstance(t, pd.CategoricalDtype) and not pd.api.types.is_datetime64_any_dtype(t)]
+    rows = {}
+    if plain:
+        values = df.iloc[:, plain].to_numpy(dtype="float64", na_value=np.nan)
+        block = np.ascontiguousarray(values.T)
+        rows = {k: block[r] for r, k in enumerate(plain)}
     specs, columns = [], []
-    for name, col_name in zip(names, df.columns):
-        s = df[col_name]
-        vm = _var_meta(given.get(str(col_name), given.get(name)))
+    for k, (name, col_name) in enumerate(zip(names, df.columns)):
+        vm = _var_meta(given.get(str(col_name), given.get(name))) if given else {}
         spec = {"name": _bytes(name)}
+        if k in rows:
+            spec["type"] = 0
+            columns.append(rows[k])
+            _apply_meta(spec, vm)
+            specs.append(spec)
+            continue
+        s = df.iloc[:, k]
         if isinstance(s.dtype, pd.CategoricalDtype):
             cats = list(s.cat.categories)
             codes = s.cat.codes.to_numpy().astype("float64") + 1
@@ -545,30 +589,7 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
                 raise ValueError(f"column {col_name!r}: a value of {width} bytes; the longest string is 32767 bytes")
             spec["type"] = width
             columns.append(np.array(encoded, dtype=f"S{width}"))
-        for key, value in vm.items():
-            if value is None:
-                continue
-            if key == "label":
-                spec["label"] = _bytes(value)
-            elif key in ("print_format", "write_format"):
-                spec[key] = tuple(value)
-            elif key == "missing":
-                if spec["type"] == 0:
-                    spec["missing"] = tuple([value[0]] + [float(x) for x in value[1:4]] + [0.0] * (4 - len(value)))
-                else:
-                    vals = [_bytes(x) for x in value[1:4]] + [b""] * (4 - len(value))
-                    spec["missing"] = (value[0], *vals)
-            elif key == "value_labels" and value:
-                spec["value_labels"] = [((float(k) if spec["type"] == 0 else _bytes(k)), _bytes(t))
-                                        for k, t in dict(value).items()]
-            elif key == "measure":
-                spec["measure"] = {v: k for k, v in _MEASURES.items()}.get(value, value)
-            elif key == "alignment":
-                spec["alignment"] = {v: k for k, v in _ALIGNMENTS.items()}.get(value, value)
-            elif key == "column_width":
-                spec["column_width"] = int(value)
-            elif key == "attributes" and value:
-                spec["attributes"] = [(_bytes(k), _bytes(t)) for k, t in dict(value).items()]
+        _apply_meta(spec, vm)
         specs.append(spec)
     info = {}
     if meta.get("file_label") is not None:

@@ -71,11 +71,17 @@ def main():
 
     # iter_chunks in a fresh process, so that its peak is its own.
     path = os.path.join(tmp, "compressed.murv")
-    code = (f"import murvio, resource\n"
-            f"base = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss\n"
+    # The peak is read from VmHWM after resetting it (a child inherits its
+    # parent's peak otherwise).
+    code = (f"import murvio\n"
+            f"def hwm():\n"
+            f"    for line in open('/proc/self/status'):\n"
+            f"        if line.startswith('VmHWM:'): return int(line.split()[1])\n"
+            f"open('/proc/self/clear_refs', 'w').write('5')\n"
+            f"base = hwm()\n"
             f"with murvio.open({path!r}) as f:\n"
             f"    n = sum(len(c) for c in f.iter_chunks(cases={a.chunk}))\n"
-            f"print(n, (resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - base) / 1024)\n")
+            f"print(n, (hwm() - base) / 1024)\n")
     import subprocess
     out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True,
                          env={**os.environ}).stdout.split()

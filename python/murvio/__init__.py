@@ -548,7 +548,11 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
              and not isinstance(t, pd.CategoricalDtype) and not pd.api.types.is_datetime64_any_dtype(t)]
     rows = {}
     if plain:
-        values = df.iloc[:, plain].to_numpy(dtype="float64", na_value=np.nan)
+        sub = df if len(plain) == df.shape[1] else df.iloc[:, plain]
+        # Numpy dtypes need no fill (NaN stays NaN), and a frame of one float
+        # block then gives its own block back without a copy.
+        nullable = any(isinstance(dtypes[k], pd.api.extensions.ExtensionDtype) for k in plain)
+        values = sub.to_numpy(dtype="float64", na_value=np.nan) if nullable else sub.to_numpy(dtype="float64")
         block = np.ascontiguousarray(values.T)
         rows = {k: block[r] for r, k in enumerate(plain)}
     specs, columns = [], []

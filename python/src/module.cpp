@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "api/handles.h"
+#include "model/variable.h"
 #include "murvio.h"
 
 namespace py = pybind11;
@@ -66,30 +67,40 @@ py::dict Metadata(int h) {
     }
     std::vector<int> typeList(types, types + n);
     murvFreeVarNames(names, types, n);
-    std::vector<char> label(1 << 16);
+    // Labels, formats and display properties straight from the dataset (no
+    // look-up by name for each of them); missing values, value labels and
+    // attributes through the interface's own calls, for the variables that
+    // have them.
+    murv::api::dioDataSource* ds = nullptr;
+    Check(murv::api::lookupHandle(h, murv::api::anyMode, &ds), "reading the dictionary");
+    auto format = [](int t, int w, int d) {
+        const bool known = (t >= 1 && t <= 12) || (t >= 15 && t <= 17) || (t >= 20 && t <= 39);
+        return known ? py::make_tuple(t, w, d) : py::make_tuple(5, w, d);
+    };
     for (int i = 0; i < n; ++i) {
         const char* name = nameList[static_cast<std::size_t>(i)].c_str();
         const int type = typeList[static_cast<std::size_t>(i)];
-        int len = 0;
-        int rc = murvGetVarLabelLong(h, name, label.data(), static_cast<int>(label.size()), &len);
-        if (rc == MURV_RC_OK)
-            labels.append(py::bytes(label.data(), static_cast<std::size_t>(len)));
-        else
-            labels.append(py::none());
+        const murv::MURV_Variable& var = ds->GetVariable(i);
+        const std::string* lab = var.GetLabel();
+        labels.append(lab ? py::object(Bytes(*lab)) : py::object(py::none()));
         int t = 0, d = 0, w = 0;
-        Check(murvGetVarPrintFormat(h, name, &t, &d, &w), "print format");
-        printFmt.append(py::make_tuple(t, w, d));
-        Check(murvGetVarWriteFormat(h, name, &t, &d, &w), "write format");
-        writeFmt.append(py::make_tuple(t, w, d));
+        var.GetPrintFormat(&t, &w, &d);
+        printFmt.append(format(t, w, d));
+        var.GetWriteFormat(&t, &w, &d);
+        writeFmt.append(format(t, w, d));
+        const char* slots[3] = {};
+        const bool hasMissing = var.GetMissingValues(&slots[0], &slots[1], &slots[2]) != 0;
+        const bool hasLabels = var.GetValueLabels().Count() > 0;
+        int rc = MURV_RC_OK;
         if (type == 0) {
             int kind = 0;
             double v[3] = {0, 0, 0};
-            Check(murvGetVarNMissingValues(h, name, &kind, &v[0], &v[1], &v[2]), "missing values");
+            if (hasMissing) Check(murvGetVarNMissingValues(h, name, &kind, &v[0], &v[1], &v[2]), "missing values");
             missing.append(kind == 0 ? py::object(py::none()) : py::object(py::make_tuple(kind, v[0], v[1], v[2])));
             double* values = nullptr;
             char** vl = nullptr;
             int count = 0;
-            if (murvGetVarNValueLabels(h, name, &values, &vl, &count) == MURV_RC_OK) {
+            if (hasLabels && murvGetVarNValueLabels(h, name, &values, &vl, &count) == MURV_RC_OK) {
                 py::list pairs;
                 for (int k = 0; k < count; ++k) pairs.append(py::make_tuple(values[k], py::bytes(vl[k])));
                 murvFreeVarNValueLabels(values, vl, count);
@@ -100,14 +111,14 @@ py::dict Metadata(int h) {
         } else {
             int kind = 0;
             char a[64] = {}, b[64] = {}, c[64] = {};
-            rc = murvGetVarCMissingValues(h, name, &kind, a, b, c);
-            missing.append(rc == MURV_RC_OK && kind != 0
+            if (hasMissing) rc = murvGetVarCMissingValues(h, name, &kind, a, b, c);
+            missing.append(hasMissing && rc == MURV_RC_OK && kind != 0
                                ? py::object(py::make_tuple(kind, py::bytes(a), py::bytes(b), py::bytes(c)))
                                : py::object(py::none()));
             char** values = nullptr;
             char** vl = nullptr;
             int count = 0;
-            if (murvGetVarCValueLabels(h, name, &values, &vl, &count) == MURV_RC_OK) {
+            if (hasLabels && murvGetVarCValueLabels(h, name, &values, &vl, &count) == MURV_RC_OK) {
                 py::list pairs;
                 for (int k = 0; k < count; ++k) pairs.append(py::make_tuple(py::bytes(values[k]), py::bytes(vl[k])));
                 murvFreeVarCValueLabels(values, vl, count);
@@ -116,25 +127,21 @@ py::dict Metadata(int h) {
                 valueLabels.append(py::none());
             }
         }
-        int value = 0;
-        murvGetVarMeasureLevel(h, name, &value);
-        measure.append(value);
-        murvGetVarAlignment(h, name, &value);
-        alignment.append(value);
-        murvGetVarColumnWidth(h, name, &value);
-        width.append(value);
-        char** an = nullptr;
-        char** av = nullptr;
-        int na = 0;
-        Check(murvGetVarAttributes(h, name, &an, &av, &na), "variable attributes");
-        if (na > 0) {
+        measure.append(var.GetMeasureLevel());
+        alignment.append(var.GetAlignment());
+        width.append(static_cast<int>(var.GetColumnWidth()));
+        if (!var.GetAttributes().Empty()) {
+            char** an = nullptr;
+            char** av = nullptr;
+            int na = 0;
+            Check(murvGetVarAttributes(h, name, &an, &av, &na), "variable attributes");
             py::list pairs;
             for (int k = 0; k < na; ++k) pairs.append(py::make_tuple(py::bytes(an[k]), py::bytes(av[k])));
-            attrs.append(pairs);
+            murvFreeAttributes(an, av, na);
+            attrs.append(na > 0 ? py::object(pairs) : py::object(py::none()));
         } else {
             attrs.append(py::none());
         }
-        murvFreeAttributes(an, av, na);
     }
     m["names"] = vnames;
     m["types"] = vtypes;
@@ -235,8 +242,7 @@ py::dict Metadata(int h) {
 
     // Documents: 80-byte lines kept with the dataset.
     py::list docs;
-    murv::api::dioDataSource* ds = nullptr;
-    if (murv::api::lookupHandle(h, murv::api::anyMode, &ds) == MURV_RC_OK && ds->HasExtension(0)) {
+    if (ds->HasExtension(0)) {
         const std::string& bytes = ds->GetExtension(0).Contents();
         for (std::size_t p = 0; p + 80 <= bytes.size(); p += 80) {
             std::size_t len = 80;
@@ -265,66 +271,93 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     if (capacity < 0) {
         int stated = -1;
         murvGetNumberofCases(h, &stated);
-        capacity = stated >= 0 ? stated - std::max(first, 0L) + 1 : 1024;
-        if (capacity < 1) capacity = 1;
+        capacity = stated >= 0 ? stated - std::max(first, 0L) : 1024;
     }
-    std::vector<std::vector<char>> cols(ncols);
+    capacity = std::max(capacity, 1L);
+    // The values go straight into the arrays handed out: numeric columns as
+    // the rows of one block (which pandas takes as its own block without a
+    // copy), strings as fixed-width bytes. Fresh memory is touched once.
+    std::size_t numeric = 0;
+    for (int t : types) numeric += t == 0;
+    py::array_t<double> block;
+    std::vector<py::array> strings(ncols);
+    std::vector<char*> dest(ncols);
     std::vector<std::size_t> widths(ncols);
-    for (std::size_t c = 0; c < ncols; ++c) {
-        widths[c] = types[c] == 0 ? 8 : static_cast<std::size_t>(types[c]);
-        cols[c].resize(widths[c] * static_cast<std::size_t>(capacity));
-    }
-    std::vector<char> rec(static_cast<std::size_t>(std::max(caseSize, 8)));
+    for (std::size_t c = 0; c < ncols; ++c) widths[c] = types[c] == 0 ? 8 : static_cast<std::size_t>(types[c]);
+    auto allocate = [&](long cap, long keep) {
+        py::array_t<double> nb(std::vector<py::ssize_t>{static_cast<py::ssize_t>(numeric), static_cast<py::ssize_t>(cap)});
+        std::size_t row = 0;
+        for (std::size_t c = 0; c < ncols; ++c) {
+            char* to;
+            if (types[c] == 0) {
+                to = reinterpret_cast<char*>(nb.mutable_data() + row * static_cast<std::size_t>(cap));
+                ++row;
+            } else {
+                py::array a(py::dtype("S" + std::to_string(widths[c])), std::vector<py::ssize_t>{static_cast<py::ssize_t>(cap)});
+                to = static_cast<char*>(a.mutable_data());
+                strings[c] = a;
+            }
+            if (keep > 0) std::memcpy(to, dest[c], widths[c] * static_cast<std::size_t>(keep));
+            dest[c] = to;
+        }
+        block = nb;
+    };
+    allocate(capacity, 0);
+
+    // Cases are read a batch at a time and then moved column by column.
+    constexpr long kBatch = 256;
+    const std::size_t recBytes = static_cast<std::size_t>(std::max(caseSize, 8));
+    std::vector<char> batch(recBytes * kBatch);
     const double sysmis = Sysmis();
     const double nan = std::nan("");
     long n = 0;
     int rc = MURV_RC_OK;
     {
         py::gil_scoped_release unlocked;
-        while (count < 0 || n < count) {
-            rc = murvWholeCaseIn(h, rec.data());
-            if (rc != MURV_RC_OK) break;
-            if (n == capacity) {
-                capacity *= 2;
-                for (std::size_t c = 0; c < ncols; ++c) cols[c].resize(widths[c] * static_cast<std::size_t>(capacity));
+        while (rc == MURV_RC_OK && (count < 0 || n < count)) {
+            long got = 0;
+            const long want = count < 0 ? kBatch : std::min(kBatch, count - n);
+            while (got < want && (rc = murvWholeCaseIn(h, batch.data() + recBytes * static_cast<std::size_t>(got))) == MURV_RC_OK)
+                ++got;
+            if (got == 0) break;
+            if (n + got > capacity) {  // more cases than the file states
+                py::gil_scoped_acquire locked;
+                while (n + got > capacity) capacity *= 2;
+                allocate(capacity, n);
             }
             for (std::size_t c = 0; c < ncols; ++c) {
-                char* dst = cols[c].data() + widths[c] * static_cast<std::size_t>(n);
-                const char* src = rec.data() + offsets[c];
+                char* dst = dest[c] + widths[c] * static_cast<std::size_t>(n);
+                const char* src = batch.data() + offsets[c];
                 if (types[c] == 0) {
-                    double v;
-                    std::memcpy(&v, src, 8);
-                    if (nanForSysmis && v == sysmis) v = nan;
-                    std::memcpy(dst, &v, 8);
+                    for (long r = 0; r < got; ++r, src += recBytes, dst += 8) {
+                        double v;
+                        std::memcpy(&v, src, 8);
+                        if (nanForSysmis && v == sysmis) v = nan;
+                        std::memcpy(dst, &v, 8);
+                    }
                 } else {
-                    std::memcpy(dst, src, widths[c]);
+                    for (long r = 0; r < got; ++r, src += recBytes, dst += widths[c]) std::memcpy(dst, src, widths[c]);
                 }
             }
-            ++n;
+            n += got;
         }
     }
     if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
-    // Numeric columns go into one block of rows (one row per column), which
-    // pandas takes as its own block without a copy; strings as fixed-width
-    // bytes.
-    std::size_t numeric = 0;
-    for (int t : types) numeric += t == 0;
-    py::array_t<double> block(std::vector<py::ssize_t>{static_cast<py::ssize_t>(numeric), static_cast<py::ssize_t>(n)});
+    py::object result = block;
+    if (n < capacity) {  // fewer cases than room: the filled part, contiguous
+        py::object numpy = py::module_::import("numpy");
+        result = numpy.attr("ascontiguousarray")(block[py::make_tuple(py::slice(0, static_cast<py::ssize_t>(numeric), 1),
+                                                                      py::slice(0, n, 1))]);
+    }
     py::list out;
     std::size_t row = 0;
     for (std::size_t c = 0; c < ncols; ++c) {
-        if (types[c] == 0) {
-            std::memcpy(block.mutable_data() + row * static_cast<std::size_t>(n), cols[c].data(), static_cast<std::size_t>(n) * 8);
-            out.append(block[py::int_(row)]);
-            ++row;
-        } else {
-            py::array a(py::dtype("S" + std::to_string(widths[c])), std::vector<py::ssize_t>{static_cast<py::ssize_t>(n)});
-            std::memcpy(a.mutable_data(), cols[c].data(), static_cast<std::size_t>(n) * widths[c]);
-            out.append(a);
-        }
-        std::vector<char>().swap(cols[c]);
+        if (types[c] == 0)
+            out.append(result[py::int_(row++)]);
+        else
+            out.append(strings[c][py::slice(0, n, 1)]);
     }
-    return py::make_tuple(out, n, block);
+    return py::make_tuple(out, n, result);
 }
 
 // ---- writing ----
@@ -484,30 +517,42 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
         offsets[i] = off;
         off += types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
     }
-    std::vector<char> rec(static_cast<std::size_t>(caseSize));
+    // A batch of records is filled column by column (reading each column in
+    // runs, not one value from every column in turn), then written.
+    constexpr long kBatch = 256;
+    const std::size_t recBytes = static_cast<std::size_t>(caseSize);
+    std::vector<char> batch(recBytes * kBatch);
     const double sysmis = Sysmis();
     int rc = MURV_RC_OK;
     long c = 0;
     {
         py::gil_scoped_release unlocked;
-        for (; c < n && rc == MURV_RC_OK; ++c) {
+        while (c < n && rc == MURV_RC_OK) {
+            const long got = std::min(kBatch, n - c);
             for (std::size_t i = 0; i < nv; ++i) {
-                char* dst = rec.data() + offsets[i];
+                char* dst = batch.data() + offsets[i];
                 const char* src = static_cast<const char*>(bufs[i].ptr);
                 if (types[i] == 0) {
-                    double v;
-                    std::memcpy(&v, src + 8 * c, 8);
-                    if (std::isnan(v)) v = sysmis;
-                    std::memcpy(dst, &v, 8);
+                    src += 8 * static_cast<std::size_t>(c);
+                    for (long r = 0; r < got; ++r, src += 8, dst += recBytes) {
+                        double v;
+                        std::memcpy(&v, src, 8);
+                        if (std::isnan(v)) v = sysmis;
+                        std::memcpy(dst, &v, 8);
+                    }
                 } else {
                     const std::size_t item = static_cast<std::size_t>(bufs[i].itemsize);
-                    const char* s = src + item * static_cast<std::size_t>(c);
-                    std::size_t len = strnlen(s, item);
-                    std::memcpy(dst, s, len);
-                    std::memset(dst + len, ' ', static_cast<std::size_t>((types[i] + 7) / 8) * 8 - len);
+                    const std::size_t cell = static_cast<std::size_t>((types[i] + 7) / 8) * 8;
+                    src += item * static_cast<std::size_t>(c);
+                    for (long r = 0; r < got; ++r, src += item, dst += recBytes) {
+                        const std::size_t len = strnlen(src, item);
+                        std::memcpy(dst, src, len);
+                        std::memset(dst + len, ' ', cell - len);
+                    }
                 }
             }
-            rc = murvWholeCaseOut(h, rec.data());
+            for (long r = 0; r < got && rc == MURV_RC_OK; ++r, ++c)
+                rc = murvWholeCaseOut(h, batch.data() + recBytes * static_cast<std::size_t>(r));
         }
     }
     Check(rc, "writing case " + std::to_string(c));

@@ -42,7 +42,7 @@ def main():
     ap.add_argument("--vars", type=int, default=100)
     ap.add_argument("--wide", type=int, default=1_000_000)
     ap.add_argument("--chunk", type=int, default=100_000)
-    ap.add_argument("--reps", type=int, default=2)
+    ap.add_argument("--reps", type=int, default=3)
     ap.add_argument("--dir", default="/dev/shm" if os.path.isdir("/dev/shm") else tempfile.gettempdir())
     a = ap.parse_args()
     tmp = tempfile.mkdtemp(dir=a.dir)

@@ -70,7 +70,7 @@ extern "C" {
 #define MURV_RC_STRING_EXPECTED 15 /**< a variable of the wrong kind for a string call (or a string variable given to murvSetValueNumeric) */
 #define MURV_RC_SHORT_STRING_EXPECTED 16 /**< a string variable wider than 8 bytes where at most 8 are allowed */
 #define MURV_RC_BAD_VAR_TYPE 17 /**< a variable type below 0 or above 32767 */
-#define MURV_RC_BAD_MISSING 18 /**< a missing-value specification that is not allowed */
+#define MURV_RC_BAD_MISSING 18 /**< missing values that are not allowed (a kind out of range, a range whose low end is above its high end) */
 #define MURV_RC_BAD_PRINT_FORMAT 20 /**< an invalid print format */
 #define MURV_RC_BAD_WRITE_FORMAT 21 /**< an invalid write format */
 #define MURV_RC_BAD_DATE 22 /**< not a date of the calendar */

@@ -265,6 +265,7 @@ class MurvioFile:
         self._handle = _murvio.open_read(self.path)
         self._raw = _murvio.metadata(self._handle)
         self.metadata = _metadata_from_raw(self._raw)
+        self._decoded = None
 
     def close(self) -> None:
         if self._handle is not None:
@@ -297,57 +298,77 @@ class MurvioFile:
             columns = [columns]
         return [vars_.index_of(c) for c in columns]
 
-    def _frame(self, arrays, idx, labels, missing, dates, index, block=None) -> pd.DataFrame:
+    def _names(self) -> list[str]:
+        if self._decoded is None:
+            self._decoded = [_text(n) for n in self._raw["names"]]
+        return self._decoded
+
+    def _plan(self, idx, labels, missing, dates) -> dict:
+        """Where each selected variable goes: the float block (plain numbers),
+        a column of its own (numbers that become categories or dates) or the
+        strings; and the user-missing values to blank."""
+        raw = self._raw
+        types, vls, fmts, miss = raw["types"], raw["value_labels"], raw["print_formats"], raw["missing"]
+        dest, spec = [], []
+        for i in idx:
+            special = types[i] == 0 and ((labels and vls[i]) or (dates and fmts[i][0] in _DATE_FORMATS))
+            dest.append(1 if special else 0)
+            spec.append(miss[i] if missing == "nan" and types[i] == 0 else None)
+        return {"idx": idx, "offsets": [raw["offsets"][i] for i in idx], "types": [types[i] for i in idx],
+                "dest": dest, "missing": spec, "labels": labels, "nan": missing == "nan", "dates": dates}
+
+    def _read(self, plan, first, count, index_start=None):
+        block, own, strs, n = _murvio.read_block(self._handle, first, count, plan["offsets"], plan["types"],
+                                                 plan["dest"], plan["missing"], _encoding())
+        start = first if index_start is None else index_start
+        return self._frame(plan, block, own, strs, n, pd.RangeIndex(start, start + n)), n
+
+    def _frame(self, plan, block, own, strs, n, index) -> pd.DataFrame:
+        names = self._names()
+        idx = plan["idx"]
+        columns = pd.Index([names[i] for i in idx], dtype=object)
+        if len(own) == 0 and len(strs) == 0:
+            return pd.DataFrame(block, columns=columns, index=index, copy=False)
         vars_ = self.metadata.variables
-        if block is not None and block.shape[0] == len(idx):
-            # All numeric: user-missing values go in place and the block
-            # becomes the frame's own, without a copy, unless a column turns
-            # into dates or categories.
-            plain = True
-            for arr, i in zip(arrays, idx):
-                v = vars_[i]
-                if missing == "nan" and v.missing:
-                    _blank_user_missing(arr, v.missing, inplace=True)
-                if (labels and v.value_labels) or (dates and v.print_format[0] in _DATE_FORMATS):
-                    plain = False
-            if plain:
-                return pd.DataFrame(block.T, columns=[vars_[i].name for i in idx], index=index, copy=False)
-            missing = "keep"
-        data = {}
-        enc = _encoding()
-        for arr, i in zip(arrays, idx):
+        block_pos, others, plain_str, plain_pos = [], [], [], []
+        o = s = 0
+        for pos, (i, t, d) in enumerate(zip(idx, plan["types"], plan["dest"])):
+            if t == 0 and d == 0:
+                block_pos.append(pos)
+                continue
             v = vars_[i]
-            if v.type == 0:
-                col = arr
-                if missing == "nan" and v.missing:
-                    col = _blank_user_missing(col, v.missing)
-                if labels and v.value_labels:
-                    codes = sorted(v.value_labels)
-                    cats = [v.value_labels[c] for c in codes]
-                    if len(set(cats)) == len(cats):
-                        pos = np.searchsorted(codes, col)
-                        pos = np.clip(pos, 0, len(codes) - 1)
-                        hit = np.asarray(codes)[pos] == col
-                        col = pd.Categorical.from_codes(np.where(hit, pos, -1), categories=cats)
-                elif dates and v.print_format[0] in _DATE_FORMATS:
-                    secs = np.round((col - _EPOCH_OFFSET) * 1e6)
-                    col = pd.to_datetime(secs, unit="us", errors="coerce")
-                data[v.name] = col
+            if t == 0:
+                col = own[o]
+                o += 1
+                if plan["labels"] and v.value_labels:
+                    col = _categorical(col, v.value_labels)
+                else:
+                    col = _to_datetime(col)
+                others.append((pos, col))
+                continue
+            col = strs[s]
+            s += 1
+            changed = False
+            if plan["nan"] and v.missing:
+                col = col.copy()
+                col[np.isin(col, list(v.missing[1:]))] = np.nan
+                changed = True
+            if plan["labels"] and v.value_labels:
+                cats = list(dict.fromkeys(v.value_labels.values()))
+                col = pd.Categorical(pd.Series(col, dtype=object).map(v.value_labels), categories=cats)
+                changed = True
+            if changed:
+                others.append((pos, col))
             else:
-                strs = pd.Series(arr, dtype=object).str.decode(enc, "surrogateescape").str.rstrip(" ")
-                if missing == "nan" and v.missing:
-                    strs = strs.where(~strs.isin(list(v.missing[1:])))
-                if labels and v.value_labels:
-                    cats = list(dict.fromkeys(v.value_labels.values()))
-                    strs = pd.Categorical(strs.map(v.value_labels), categories=cats)
-                data[v.name] = strs.values if isinstance(strs, pd.Series) else strs
-        return pd.DataFrame(data, index=index)
+                plain_str.append(col)
+                plain_pos.append(pos)
+        return _assemble(columns, index, block, block_pos, plain_str, plain_pos, others)
 
     def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True) -> pd.DataFrame:
         """The cases as a DataFrame (see murvio.read)."""
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
-        idx = self._columns(columns)
+        plan = self._plan(self._columns(columns), labels, missing, dates)
         stated = self.metadata.cases
         first, count = 0, -1
         if cases is not None:
@@ -365,47 +386,82 @@ class MurvioFile:
                 stop += total
             first = max(0, start)
             count = -1 if stop is None else max(0, stop - first)
-        raw = self._raw
-        arrays, n, block = _murvio.read_block(self._handle, first, count, [raw["offsets"][i] for i in idx],
-                                              [raw["types"][i] for i in idx])
+        df, n = self._read(plan, first, count)
         if cases is None and stated >= 0 and n != stated:
             warnings.warn(f"{self.path}: the file holds {n} cases, its header states {stated}", stacklevel=3)
-        return self._frame(arrays, idx, labels, missing, dates, pd.RangeIndex(first, first + n), block)
+        return df
 
     def iter_chunks(self, cases: int = 100_000, columns=None, labels=False, missing="nan",
                     dates=True) -> Iterator[pd.DataFrame]:
         """DataFrames of at most `cases` cases each, from the first case to the last."""
         if cases < 1:
             raise ValueError("cases must be at least 1")
-        idx = self._columns(columns)
-        raw = self._raw
-        offsets = [raw["offsets"][i] for i in idx]
-        types = [raw["types"][i] for i in idx]
+        if missing not in ("nan", "keep"):
+            raise ValueError("missing must be 'nan' or 'keep'")
+        plan = self._plan(self._columns(columns), labels, missing, dates)
         first, start = 0, 0
         while True:
-            arrays, n, block = _murvio.read_block(self._handle, first, cases, offsets, types)
+            df, n = self._read(plan, first, cases, start)
             first = -1
             if n == 0:
                 break
-            yield self._frame(arrays, idx, labels, missing, dates, pd.RangeIndex(start, start + n), block)
+            yield df
+            del df
             start += n
             if n < cases:
                 break
+        stated = self.metadata.cases
+        if stated >= 0 and start != stated:
+            warnings.warn(f"{self.path}: the file holds {start} cases, its header states {stated}", stacklevel=2)
 
 
-def _blank_user_missing(col: np.ndarray, spec, inplace: bool = False) -> np.ndarray:
-    kind, a, b, c = (tuple(spec) + (0.0, 0.0, 0.0))[:4]
-    if kind > 0:
-        mask = np.isin(col, [a, b, c][:kind])
-    else:
-        mask = (col >= a) & (col <= b)
-        if kind == -3:
-            mask |= col == c
-    if mask.any():
-        if not inplace:
-            col = col.copy()
-        col[mask] = np.nan
-    return col
+def _categorical(col: np.ndarray, value_labels: dict):
+    """Numbers as categories named by their labels, in the order of the values;
+    a value without a label is NaN. Labels shared by several values stay numbers."""
+    codes = sorted(value_labels)
+    cats = [value_labels[c] for c in codes]
+    if len(set(cats)) != len(cats):
+        return col
+    pos = np.clip(np.searchsorted(codes, col), 0, len(codes) - 1)
+    hit = np.asarray(codes, dtype="float64")[pos] == col
+    return pd.Categorical.from_codes(np.where(hit, pos, -1), categories=cats)
+
+
+def _to_datetime(col: np.ndarray) -> np.ndarray:
+    """Seconds since 14 October 1582 as datetime64[ns], to the microsecond; NaT
+    for missing values and values outside pandas' range."""
+    us = np.round((col - _EPOCH_OFFSET) * 1e6)
+    return pd.to_datetime(us, unit="us", errors="coerce").values
+
+
+def _assemble(columns, index, block, block_pos, plain_str, plain_pos, others) -> pd.DataFrame:
+    """A frame from its parts without copying them: the float block, the
+    untouched string rows, and columns of their own, each at its position."""
+    try:
+        from pandas.core.internals import BlockManager
+        from pandas.core.internals.api import make_block
+        blocks = []
+        if block_pos:
+            blocks.append(make_block(block.T, placement=block_pos, ndim=2))
+        if plain_pos:
+            rows = np.stack(plain_str) if len(plain_str) > 1 else plain_str[0].reshape(1, -1)
+            blocks.append(make_block(rows, placement=plain_pos, ndim=2))
+        for pos, col in others:
+            values = col.reshape(1, -1) if isinstance(col, np.ndarray) else col
+            blocks.append(make_block(values, placement=[pos], ndim=2))
+        return pd.DataFrame(BlockManager(tuple(blocks), [columns, index]))
+    except (ImportError, AttributeError, TypeError, ValueError):
+        # Another pandas: column by column.
+        data = [None] * len(columns)
+        for k, pos in enumerate(block_pos):
+            data[pos] = block[:, k]
+        for col, pos in zip(plain_str, plain_pos):
+            data[pos] = col
+        for pos, col in others:
+            data[pos] = col
+        df = pd.concat([pd.Series(c, index=index) for c in data], axis=1) if data else pd.DataFrame(index=index)
+        df.columns = columns
+        return df
 
 
 def open(path) -> MurvioFile:  # noqa: A001 - the module's own open, as in the documentation
@@ -540,28 +596,14 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
     if changed:
         warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=2)
     enc = _encoding()
-    # Plain numeric columns go across as rows of one array, made in one step:
-    # a frame of a million columns is not taken apart column by column.
-    dtypes = list(df.dtypes)
-    plain = [k for k, t in enumerate(dtypes)
-             if (pd.api.types.is_numeric_dtype(t) or pd.api.types.is_bool_dtype(t))
-             and not isinstance(t, pd.CategoricalDtype) and not pd.api.types.is_datetime64_any_dtype(t)]
-    rows = {}
-    if plain:
-        sub = df if len(plain) == df.shape[1] else df.iloc[:, plain]
-        # Numpy dtypes need no fill (NaN stays NaN), and a frame of one float
-        # block then gives its own block back without a copy.
-        nullable = any(isinstance(dtypes[k], pd.api.extensions.ExtensionDtype) for k in plain)
-        values = sub.to_numpy(dtype="float64", na_value=np.nan) if nullable else sub.to_numpy(dtype="float64")
-        block = np.ascontiguousarray(values.T)
-        rows = {k: block[r] for r, k in enumerate(plain)}
+    blocks, in_blocks = _float_blocks(df)
     specs, columns = [], []
     for k, (name, col_name) in enumerate(zip(names, df.columns)):
         vm = _var_meta(given.get(str(col_name), given.get(name))) if given else {}
         spec = {"name": _bytes(name)}
-        if k in rows:
+        if k in in_blocks:
             spec["type"] = 0
-            columns.append(rows[k])
+            columns.append(None)
             _apply_meta(spec, vm)
             specs.append(spec)
             continue
@@ -573,22 +615,22 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
             spec["type"] = 0
             spec["value_labels"] = [(float(k + 1), _bytes(str(c))) for k, c in enumerate(cats)]
             spec["measure"] = 1
-            columns.append(np.ascontiguousarray(codes))
+            columns.append(codes)
         elif pd.api.types.is_datetime64_any_dtype(s.dtype):
             values = s.dt.tz_localize(None) if getattr(s.dt, "tz", None) is not None else s
-            ns = values.to_numpy(dtype="datetime64[ns]").astype("int64").astype("float64")
-            secs = ns / 1e9 + _EPOCH_OFFSET
+            ns = values.to_numpy(dtype="datetime64[ns]").astype("int64")
+            secs = ns // 1_000_000_000 + (ns % 1_000_000_000) / 1e9 + _EPOCH_OFFSET
             secs[values.isna().to_numpy()] = np.nan
             spec["type"] = 0
             spec["print_format"] = spec["write_format"] = (22, 20, 0)
-            columns.append(np.ascontiguousarray(secs))
+            columns.append(secs)
         elif pd.api.types.is_bool_dtype(s.dtype) or pd.api.types.is_numeric_dtype(s.dtype):
             spec["type"] = 0
             columns.append(np.ascontiguousarray(s.to_numpy(dtype="float64", na_value=np.nan)))
         else:
-            values = ["" if (x is None or (isinstance(x, float) and math.isnan(x))) else str(x) for x in s]
-            encoded = [x.encode(enc, "surrogateescape") for x in values]
-            width = max([len(b) for b in encoded] + [1])
+            encoded = [b"" if x is None or (isinstance(x, float) and math.isnan(x)) or x is pd.NA or x is pd.NaT
+                       else x if isinstance(x, bytes) else str(x).encode(enc, "surrogateescape") for x in s]
+            width = max(map(len, encoded), default=0) or 1
             if width > 32767:
                 raise ValueError(f"column {col_name!r}: a value of {width} bytes; the longest string is 32767 bytes")
             spec["type"] = width
@@ -614,4 +656,26 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         vs = meta["variable_sets"]
         text = vs if isinstance(vs, str) else "".join(f"{k}= {' '.join(v)}\n" for k, v in vs.items())
         info["variable_sets"] = _bytes(text)
-    _murvio.write_file(str(path), bool(compress), specs, columns, info)
+    _murvio.write_file(str(path), bool(compress), specs, columns, blocks, info)
+
+
+def _float_blocks(df: pd.DataFrame):
+    """The frame's blocks of plain numbers (float, int, bool) as float64 arrays
+    of one row per column, taken as they are where they are float64 already,
+    and the positions of the columns they hold."""
+    try:
+        mgr = df._mgr
+        out, covered = [], set()
+        for blk in mgr.blocks:
+            values = blk.values
+            if not isinstance(values, np.ndarray) or values.ndim != 2 or values.dtype.kind not in "fiub":
+                continue
+            if values.dtype != np.float64:
+                values = values.astype(np.float64)
+            locs = [int(x) for x in blk.mgr_locs.as_array]
+            out.append((values, locs))
+            covered.update(locs)
+        return out, covered
+    except AttributeError:
+        # Another pandas: the columns one by one.
+        return [], set()

@@ -7,8 +7,15 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -254,110 +261,220 @@ py::dict Metadata(int h) {
     return m;
 }
 
+// Memory for the columns of a read: malloc'd, given over to numpy without a
+// copy (a capsule frees it), and grown without the interpreter lock. Large
+// buffers are aligned and marked for huge pages, so that filling them costs
+// few page faults.
+class Buffer {
+public:
+    Buffer() = default;
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+    Buffer(Buffer&& o) noexcept : p_(o.p_), size_(o.size_) { o.p_ = nullptr; o.size_ = 0; }
+    ~Buffer() { std::free(p_); }
+
+    char* data() const { return p_; }
+    void Release() {
+        std::free(p_);
+        p_ = nullptr;
+        size_ = 0;
+    }
+    std::size_t size() const { return size_; }
+
+    // Resizes to `bytes`, keeping the first `keep` bytes.
+    void Resize(std::size_t bytes, std::size_t keep) {
+        constexpr std::size_t kHuge = 2u << 20;
+        char* p = nullptr;
+        if (bytes >= 2 * kHuge) {
+            p = static_cast<char*>(std::aligned_alloc(kHuge, (bytes + kHuge - 1) / kHuge * kHuge));
+            if (p) madvise(p, (bytes + kHuge - 1) / kHuge * kHuge, MADV_HUGEPAGE);
+        } else {
+            p = static_cast<char*>(std::malloc(std::max<std::size_t>(bytes, 1)));
+        }
+        if (!p) throw std::bad_alloc();
+        if (p_ && keep) std::memcpy(p, p_, std::min(keep, bytes));
+        std::free(p_);
+        p_ = p;
+        size_ = bytes;
+    }
+
+    // The buffer as a numpy array of `shape` and `strides`, which owns it.
+    py::array Give(py::dtype dt, std::vector<py::ssize_t> shape, std::vector<py::ssize_t> strides) {
+        char* p = p_;
+        if (!p) Resize(1, 0), p = p_;
+        py::capsule owner(p, [](void* q) { std::free(q); });
+        p_ = nullptr;
+        size_ = 0;
+        return py::array(dt, std::move(shape), std::move(strides), p, owner);
+    }
+
+private:
+    char* p_ = nullptr;
+    std::size_t size_ = 0;
+};
+
+// User-missing values of a numeric variable: (kind, a, b, c) as the
+// interface reports them.
+struct MissingSpec {
+    int kind = 0;
+    double v[3] = {0, 0, 0};
+    bool Is(double x) const {
+        switch (kind) {
+            case 1: return x == v[0];
+            case 2: return x == v[0] || x == v[1];
+            case 3: return x == v[0] || x == v[1] || x == v[2];
+            case -2: return x >= v[0] && x <= v[1];
+            case -3: return (x >= v[0] && x <= v[1]) || x == v[2];
+            default: return false;
+        }
+    }
+};
+
 // Reads up to `count` cases (all that are left for count < 0) from case
-// `first` (or from where the handle stands for first < 0) into columns:
-// float64 for numeric variables (system-missing as NaN when `nanForSysmis`),
-// fixed-width bytes for strings. Returns (columns, cases read).
+// `first` (or from where the handle stands for first < 0). Each selected
+// variable goes where `dest` says: 0 a column of one float64 block of rows
+// (one row per case, so that a case is read straight into it), 1 a float64
+// column of its own, 2 (strings) a row of an object array of str, decoded
+// with `encoding` and without trailing blanks. System-missing becomes NaN,
+// and so do user-missing values of the variables `missing` gives (kind and
+// three values, or None). Returns (block, own columns, strings, cases read).
 py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offsets, const std::vector<int>& types,
-                    bool nanForSysmis) {
+                    const std::vector<int>& dest, const py::list& missing, const std::string& encoding) {
+    const std::size_t ncols = offsets.size();
+    if (types.size() != ncols || dest.size() != ncols || missing.size() != ncols)
+        throw std::invalid_argument("read_block: arguments of different lengths");
     if (first >= 0) {
         if (first > 0x7FFFFFFF) Fail(MURV_RC_FILE_READ, "case number too large");
         Check(murvSeekNextCase(h, static_cast<int>(first)), "going to case " + std::to_string(first));
     }
     int caseSize = 0;
     Check(murvGetCaseSize(h, &caseSize), "case size");
-    const std::size_t ncols = offsets.size();
-    long capacity = count;
-    if (capacity < 0) {
-        int stated = -1;
-        murvGetNumberofCases(h, &stated);
-        capacity = stated >= 0 ? stated - std::max(first, 0L) : 1024;
-    }
-    capacity = std::max(capacity, 1L);
-    // The values go straight into the arrays handed out: numeric columns as
-    // the rows of one block (which pandas takes as its own block without a
-    // copy), strings as fixed-width bytes. Fresh memory is touched once.
-    std::size_t numeric = 0;
-    for (int t : types) numeric += t == 0;
-    py::array_t<double> block;
-    std::vector<py::array> strings(ncols);
-    std::vector<char*> dest(ncols);
-    std::vector<std::size_t> widths(ncols);
-    for (std::size_t c = 0; c < ncols; ++c) widths[c] = types[c] == 0 ? 8 : static_cast<std::size_t>(types[c]);
-    auto allocate = [&](long cap, long keep) {
-        py::array_t<double> nb(std::vector<py::ssize_t>{static_cast<py::ssize_t>(numeric), static_cast<py::ssize_t>(cap)});
-        std::size_t row = 0;
-        for (std::size_t c = 0; c < ncols; ++c) {
-            char* to;
-            if (types[c] == 0) {
-                to = reinterpret_cast<char*>(nb.mutable_data() + row * static_cast<std::size_t>(cap));
-                ++row;
-            } else {
-                py::array a(py::dtype("S" + std::to_string(widths[c])), std::vector<py::ssize_t>{static_cast<py::ssize_t>(cap)});
-                to = static_cast<char*>(a.mutable_data());
-                strings[c] = a;
-            }
-            if (keep > 0) std::memcpy(to, dest[c], widths[c] * static_cast<std::size_t>(keep));
-            dest[c] = to;
-        }
-        block = nb;
-    };
-    allocate(capacity, 0);
 
-    // Cases are read a batch at a time and then moved column by column.
-    constexpr long kBatch = 256;
-    const std::size_t recBytes = static_cast<std::size_t>(std::max(caseSize, 8));
-    std::vector<char> batch(recBytes * kBatch);
+    struct Col {
+        std::size_t offset;
+        std::size_t width;  // bytes: 8 for numbers
+        int dest;
+        std::size_t slot;   // column in the block, own column or string row
+        MissingSpec miss;
+    };
+    std::vector<Col> cols(ncols);
+    std::size_t nb = 0, no = 0, ns = 0;
+    for (std::size_t c = 0; c < ncols; ++c) {
+        Col& col = cols[c];
+        col.offset = static_cast<std::size_t>(offsets[c]);
+        col.width = types[c] == 0 ? 8 : static_cast<std::size_t>(types[c]);
+        col.dest = types[c] == 0 ? (dest[c] == 1 ? 1 : 0) : 2;
+        if (col.offset + col.width > static_cast<std::size_t>(caseSize)) throw std::invalid_argument("read_block: a column outside the case");
+        col.slot = col.dest == 0 ? nb++ : col.dest == 1 ? no++ : ns++;
+        if (types[c] == 0 && !missing[c].is_none()) {
+            py::tuple m = missing[c].cast<py::tuple>();
+            col.miss.kind = m[0].cast<int>();
+            for (int k = 0; k < 3 && k + 1 < static_cast<int>(m.size()); ++k) col.miss.v[k] = m[static_cast<std::size_t>(k) + 1].cast<double>();
+        }
+    }
+    // The whole case is the block's row: read straight into it.
+    bool direct = nb == ncols && static_cast<std::size_t>(caseSize) == 8 * nb;
+    for (std::size_t c = 0; direct && c < ncols; ++c) direct = cols[c].offset == 8 * c;
+    std::vector<std::size_t> blockMissing;  // block columns with user-missing values
+    std::vector<MissingSpec> blockSpecs;
+    for (const Col& col : cols)
+        if (col.dest == 0 && col.miss.kind != 0) blockMissing.push_back(col.slot), blockSpecs.push_back(col.miss);
+
+    long capacity = count;
+    int stated = -1;
+    murvGetNumberofCases(h, &stated);
+    const long remaining = stated >= 0 ? std::max(0L, stated - std::max(first, 0L)) : -1;
+    if (capacity < 0) capacity = remaining >= 0 ? remaining : 65536;
+    else if (remaining >= 0 && remaining < capacity) capacity = remaining;  // grows if the file holds more
+    capacity = std::max(capacity, 1L);
+
+    Buffer block;
+    std::vector<Buffer> own(no), strs(ns);
+    std::vector<std::size_t> strWidth(ns);
+    for (const Col& col : cols)
+        if (col.dest == 2) strWidth[col.slot] = col.width;
+    auto reserve = [&](long cases, long keep) {
+        const std::size_t n = static_cast<std::size_t>(cases), k = static_cast<std::size_t>(keep);
+        block.Resize(8 * nb * n, 8 * nb * k);
+        for (Buffer& b : own) b.Resize(8 * n, 8 * k);
+        for (std::size_t s = 0; s < ns; ++s) strs[s].Resize(strWidth[s] * n, strWidth[s] * k);
+    };
+    std::vector<char> rec(direct ? 0 : static_cast<std::size_t>(std::max(caseSize, 8)));
     const double sysmis = Sysmis();
-    const double nan = std::nan("");
+    const double nan = std::numeric_limits<double>::quiet_NaN();
     long n = 0;
     int rc = MURV_RC_OK;
     {
         py::gil_scoped_release unlocked;
-        while (rc == MURV_RC_OK && (count < 0 || n < count)) {
-            long got = 0;
-            const long want = count < 0 ? kBatch : std::min(kBatch, count - n);
-            while (got < want && (rc = murvWholeCaseIn(h, batch.data() + recBytes * static_cast<std::size_t>(got))) == MURV_RC_OK)
-                ++got;
-            if (got == 0) break;
-            if (n + got > capacity) {  // more cases than the file states
-                py::gil_scoped_acquire locked;
-                while (n + got > capacity) capacity *= 2;
-                allocate(capacity, n);
+        reserve(capacity, 0);
+        while (count < 0 || n < count) {
+            if (n == capacity) {
+                capacity *= 2;
+                reserve(capacity, n);
             }
-            for (std::size_t c = 0; c < ncols; ++c) {
-                char* dst = dest[c] + widths[c] * static_cast<std::size_t>(n);
-                const char* src = batch.data() + offsets[c];
-                if (types[c] == 0) {
-                    for (long r = 0; r < got; ++r, src += recBytes, dst += 8) {
+            double* row = reinterpret_cast<double*>(block.data()) + nb * static_cast<std::size_t>(n);
+            char* r = direct ? reinterpret_cast<char*>(row) : rec.data();
+            rc = murvWholeCaseIn(h, r);
+            if (rc != MURV_RC_OK) break;
+            if (!direct) {
+                for (const Col& col : cols) {
+                    const char* src = r + col.offset;
+                    if (col.dest == 0) {
+                        std::memcpy(row + col.slot, src, 8);
+                    } else if (col.dest == 1) {
                         double v;
                         std::memcpy(&v, src, 8);
-                        if (nanForSysmis && v == sysmis) v = nan;
-                        std::memcpy(dst, &v, 8);
+                        if (v == sysmis || col.miss.Is(v)) v = nan;
+                        reinterpret_cast<double*>(own[col.slot].data())[n] = v;
+                    } else {
+                        std::memcpy(strs[col.slot].data() + col.width * static_cast<std::size_t>(n), src, col.width);
                     }
-                } else {
-                    for (long r = 0; r < got; ++r, src += recBytes, dst += widths[c]) std::memcpy(dst, src, widths[c]);
                 }
             }
-            n += got;
+            for (std::size_t j = 0; j < nb; ++j)
+                if (row[j] == sysmis) row[j] = nan;
+            for (std::size_t k = 0; k < blockMissing.size(); ++k)
+                if (blockSpecs[k].Is(row[blockMissing[k]])) row[blockMissing[k]] = nan;
+            ++n;
         }
     }
     if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
-    py::object result = block;
-    if (n < capacity) {  // fewer cases than room: the filled part, contiguous
-        py::object numpy = py::module_::import("numpy");
-        result = numpy.attr("ascontiguousarray")(block[py::make_tuple(py::slice(0, static_cast<py::ssize_t>(numeric), 1),
-                                                                      py::slice(0, n, 1))]);
+
+    const auto sn = static_cast<py::ssize_t>(n);
+    py::array blockArray = block.Give(py::dtype::of<double>(), {sn, static_cast<py::ssize_t>(nb)},
+                                      {static_cast<py::ssize_t>(8 * nb), 8});
+    py::list ownArrays;
+    for (Buffer& b : own) ownArrays.append(b.Give(py::dtype::of<double>(), {sn}, {8}));
+    // Strings as str objects, one row per variable.
+    py::array strArray(py::dtype("O"), std::vector<py::ssize_t>{static_cast<py::ssize_t>(ns), sn});
+    {
+        PyObject** out = static_cast<PyObject**>(strArray.mutable_data());
+        const bool utf8 = encoding == "utf-8";
+        py::str empty("");
+        for (std::size_t s = 0; s < ns; ++s) {
+            const std::size_t w = strWidth[s];
+            for (long i = 0; i < n; ++i) {
+                const char* p = strs[s].data() + w * static_cast<std::size_t>(i);
+                // The value as the interface gives it (to its first NUL), without
+                // trailing blanks.
+                std::size_t len = strnlen(p, w);
+                while (len > 0 && p[len - 1] == ' ') --len;
+                PyObject* o;
+                if (len == 0) {
+                    o = empty.inc_ref().ptr();
+                } else {
+                    o = utf8 ? PyUnicode_DecodeUTF8(p, static_cast<py::ssize_t>(len), "surrogateescape")
+                             : PyUnicode_Decode(p, static_cast<py::ssize_t>(len), encoding.c_str(), "surrogateescape");
+                    if (!o) throw py::error_already_set();
+                }
+                PyObject*& slot = out[s * static_cast<std::size_t>(n) + static_cast<std::size_t>(i)];
+                Py_XDECREF(slot);
+                slot = o;
+            }
+            strs[s].Release();
+        }
     }
-    py::list out;
-    std::size_t row = 0;
-    for (std::size_t c = 0; c < ncols; ++c) {
-        if (types[c] == 0)
-            out.append(result[py::int_(row++)]);
-        else
-            out.append(strings[c][py::slice(0, n, 1)]);
-    }
-    return py::make_tuple(out, n, result);
+    return py::make_tuple(blockArray, ownArrays, strArray, n);
 }
 
 // ---- writing ----
@@ -369,10 +486,13 @@ std::string Str(const py::handle& o) {
 
 // Writes a file: `vars` a list of dicts (name, type, and optionally label,
 // print_format, write_format, missing, value_labels, measure, alignment,
-// column_width, attributes), `columns` one array per variable (float64 with
-// NaN for system-missing, or fixed-width bytes), `info` the file's own
-// metadata. The file appears only when complete.
-void WriteFile(const std::string& path, bool compress, const py::list& vars, const py::list& columns, const py::dict& info) {
+// column_width, attributes), `columns` per variable an array (float64 with
+// NaN for system-missing, or fixed-width bytes) or None for a variable whose
+// values are in `blocks`: (2-dimensional float64 array of one row per
+// variable, the variables' positions), `info` the file's own metadata. The
+// file appears only when complete.
+void WriteFile(const std::string& path, bool compress, const py::list& vars, const py::list& columns, const py::list& blocks,
+               const py::dict& info) {
     int h = -1;
     Check(murvOpenWrite(path.c_str(), &h), path + ": creating the file");
     struct Closer {
@@ -495,64 +615,93 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
     Check(murvSetCompression(h, compress ? 1 : 0), "compression");
     Check(murvCommitHeader(h), path + ": writing the dictionary");
 
-    // Cases: whole records from the columns.
+    // Cases: whole records from the columns, a tile of records at a time, so
+    // that each column is read in runs and the records stay in the cache.
     int caseSize = 0;
     Check(murvGetCaseSize(h, &caseSize), "case size");
-    std::vector<py::buffer_info> bufs;
+    struct Src {
+        const char* ptr = nullptr;
+        py::ssize_t stride = 0;
+        std::size_t item = 0;   // bytes of one value of a string column
+        std::size_t offset = 0; // in the record
+        std::size_t cells = 0;  // bytes the variable takes in the record
+        bool numeric = true;
+    };
+    std::vector<Src> src(nv);
+    std::vector<py::buffer_info> held;
     long n = -1;
-    for (std::size_t i = 0; i < nv; ++i) {
-        bufs.push_back(columns[i].cast<py::buffer>().request());
-        const long len = static_cast<long>(bufs.back().shape.empty() ? 0 : bufs.back().shape[0]);
-        if (n >= 0 && len != n) throw std::invalid_argument("columns of different lengths");
+    auto length = [&](long len, const std::string& what) {
+        if (n >= 0 && len != n) throw std::invalid_argument(what + ": columns of different lengths");
         n = len;
-        const std::size_t itemsize = static_cast<std::size_t>(bufs.back().itemsize);
-        if (types[i] == 0 ? (bufs.back().format != "d") : itemsize > static_cast<std::size_t>(types[i]))
-            throw std::invalid_argument("column " + names[i] + " does not match its variable");
-        if (bufs.back().ndim != 1 || bufs.back().strides[0] != bufs.back().itemsize)
-            throw std::invalid_argument("column " + names[i] + " is not a contiguous vector");
+    };
+    for (const py::handle& item : blocks) {
+        py::tuple b = item.cast<py::tuple>();
+        py::buffer_info info = b[0].cast<py::buffer>().request();
+        if (info.format != "d" || info.ndim != 2) throw std::invalid_argument("a block that is not a 2-dimensional float64 array");
+        length(static_cast<long>(info.shape[1]), "a block");
+        py::list vars = b[1].cast<py::list>();
+        if (static_cast<py::ssize_t>(vars.size()) != info.shape[0]) throw std::invalid_argument("a block and its variables differ in number");
+        for (std::size_t r = 0; r < vars.size(); ++r) {
+            const std::size_t i = vars[r].cast<std::size_t>();
+            if (i >= nv || types[i] != 0) throw std::invalid_argument("a block column for a variable that is not numeric");
+            src[i].ptr = static_cast<const char*>(info.ptr) + static_cast<py::ssize_t>(r) * info.strides[0];
+            src[i].stride = info.strides[1];
+        }
+        held.push_back(std::move(info));
     }
-    std::vector<std::size_t> offsets(nv);
+    for (std::size_t i = 0; i < nv; ++i) {
+        if (columns[i].is_none()) {
+            if (!src[i].ptr && n != 0) throw std::invalid_argument("no values for variable " + names[i]);
+            continue;
+        }
+        py::buffer_info info = columns[i].cast<py::buffer>().request();
+        if (info.ndim != 1) throw std::invalid_argument("column " + names[i] + " is not a vector");
+        length(static_cast<long>(info.shape[0]), "column " + names[i]);
+        src[i].ptr = static_cast<const char*>(info.ptr);
+        src[i].stride = info.strides[0];
+        src[i].item = static_cast<std::size_t>(info.itemsize);
+        if (types[i] == 0 ? info.format != "d" : (info.format.back() != 's' || src[i].item > static_cast<std::size_t>(types[i])))
+            throw std::invalid_argument("column " + names[i] + " does not match its variable");
+        held.push_back(std::move(info));
+    }
+    if (n < 0) n = 0;
     std::size_t off = 0;
     for (std::size_t i = 0; i < nv; ++i) {
-        offsets[i] = off;
-        off += types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
+        src[i].offset = off;
+        src[i].numeric = types[i] == 0;
+        src[i].cells = types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
+        off += src[i].cells;
     }
-    // A batch of records is filled column by column (reading each column in
-    // runs, not one value from every column in turn), then written.
-    constexpr long kBatch = 256;
-    const std::size_t recBytes = static_cast<std::size_t>(caseSize);
-    std::vector<char> batch(recBytes * kBatch);
+    if (off != static_cast<std::size_t>(caseSize)) throw std::logic_error("the case layout differs from the library's");
+    const std::size_t recSize = off;
+    const std::size_t tileCases = std::max<std::size_t>(1, (256u << 10) / std::max<std::size_t>(recSize, 1));
+    std::vector<char> tile(recSize * tileCases);
     const double sysmis = Sysmis();
     int rc = MURV_RC_OK;
     long c = 0;
     {
         py::gil_scoped_release unlocked;
-        while (c < n && rc == MURV_RC_OK) {
-            const long got = std::min(kBatch, n - c);
-            for (std::size_t i = 0; i < nv; ++i) {
-                char* dst = batch.data() + offsets[i];
-                const char* src = static_cast<const char*>(bufs[i].ptr);
-                if (types[i] == 0) {
-                    src += 8 * static_cast<std::size_t>(c);
-                    for (long r = 0; r < got; ++r, src += 8, dst += recBytes) {
+        for (long t0 = 0; t0 < n && rc == MURV_RC_OK; t0 += static_cast<long>(tileCases)) {
+            const std::size_t m = static_cast<std::size_t>(std::min<long>(static_cast<long>(tileCases), n - t0));
+            for (const Src& s : src) {
+                char* dst = tile.data() + s.offset;
+                const char* p = s.ptr + s.stride * t0;
+                if (s.numeric) {
+                    for (std::size_t r = 0; r < m; ++r, p += s.stride, dst += recSize) {
                         double v;
-                        std::memcpy(&v, src, 8);
-                        if (std::isnan(v)) v = sysmis;
+                        std::memcpy(&v, p, 8);
+                        if (v != v) v = sysmis;
                         std::memcpy(dst, &v, 8);
                     }
                 } else {
-                    const std::size_t item = static_cast<std::size_t>(bufs[i].itemsize);
-                    const std::size_t cell = static_cast<std::size_t>((types[i] + 7) / 8) * 8;
-                    src += item * static_cast<std::size_t>(c);
-                    for (long r = 0; r < got; ++r, src += item, dst += recBytes) {
-                        const std::size_t len = strnlen(src, item);
-                        std::memcpy(dst, src, len);
-                        std::memset(dst + len, ' ', cell - len);
+                    for (std::size_t r = 0; r < m; ++r, p += s.stride, dst += recSize) {
+                        const std::size_t len = strnlen(p, s.item);
+                        std::memcpy(dst, p, len);
+                        std::memset(dst + len, ' ', s.cells - len);
                     }
                 }
             }
-            for (long r = 0; r < got && rc == MURV_RC_OK; ++r, ++c)
-                rc = murvWholeCaseOut(h, batch.data() + recBytes * static_cast<std::size_t>(r));
+            for (std::size_t r = 0; r < m && rc == MURV_RC_OK; ++r, ++c) rc = murvWholeCaseOut(h, tile.data() + r * recSize);
         }
     }
     Check(rc, "writing case " + std::to_string(c));
@@ -601,7 +750,7 @@ PYBIND11_MODULE(_murvio, m) {
     m.def("close", &CloseHandle);
     m.def("metadata", &Metadata);
     m.def("read_block", &ReadBlock, py::arg("handle"), py::arg("first"), py::arg("count"), py::arg("offsets"),
-          py::arg("types"), py::arg("nan_for_sysmis") = true);
+          py::arg("types"), py::arg("dest"), py::arg("missing"), py::arg("encoding"));
     m.def("write_file", &WriteFile);
     m.def("validate_varname", [](const std::string& name) { return murvValidateVarname(name.c_str()); });
     m.def("sysmis", &Sysmis);

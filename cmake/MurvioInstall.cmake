@@ -1,29 +1,48 @@
 # Installation: the header, the shared library with a versioned soname, a
 # static library of the same objects, the CMake package (murvio::murvio,
 # murvio::murvio_static) and a pkg-config file. murv installs itself.
+#
+# On Windows the package is the DLL (to bin), its import library (to lib), the
+# header, the CMake package and murvio.pc. There is no static library there:
+# the header declares every call dllimport to a client, and no static library
+# can satisfy those references.
+#
+# Fuzz builds install nothing: their library is instrumented and built only
+# on request.
+if(MURVIO_BUILD_FUZZ)
+  return()
+endif()
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-if(NOT WIN32)
-  set_target_properties(murvio PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-endif()
-if(NOT MURVIO_BUILD_FUZZ)
-  add_library(murvio_static STATIC $<TARGET_OBJECTS:murvio_obj>)
-  target_include_directories(murvio_static PUBLIC
-      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  # The same file name as the shared library's on Unix (libmurvio.a); the
-  # library is C++ inside, so a C program links the C++ runtime with it.
-  if(NOT WIN32)
-    set_target_properties(murvio_static PROPERTIES OUTPUT_NAME murvio)
-  endif()
-  set_target_properties(murvio_static PROPERTIES INTERFACE_LINK_LIBRARIES "$<$<NOT:$<BOOL:${WIN32}>>:stdc++;m>")
-endif()
 target_include_directories(murvio INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-
 set(MURVIO_INSTALL_TARGETS murvio)
-if(TARGET murvio_static)
+
+if(WIN32)
+  set(MURVIO_PC_LIBNAME ${MURVIO_DLL_NAME})
+  set(MURVIO_PC_LIBS_PRIVATE "")
+else()
+  set_target_properties(murvio PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+
+  # Same file name as the shared library (libmurvio.a beside libmurvio.so).
+  add_library(murvio_static STATIC $<TARGET_OBJECTS:murvio_obj>)
+  set_target_properties(murvio_static PROPERTIES OUTPUT_NAME murvio)
+  target_include_directories(murvio_static INTERFACE
+      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  # The library is C++ inside, so a program linking the archive needs what
+  # the C++ compiler links beyond what the C compiler does: with GCC,
+  # libstdc++ and libm (the date code calls fmod).
+  set(MURVIO_STATIC_DEPS ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
+  list(REMOVE_ITEM MURVIO_STATIC_DEPS ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+  list(REMOVE_DUPLICATES MURVIO_STATIC_DEPS)
+  target_link_libraries(murvio_static INTERFACE ${MURVIO_STATIC_DEPS})
   list(APPEND MURVIO_INSTALL_TARGETS murvio_static)
+
+  set(MURVIO_PC_LIBNAME murvio)
+  list(TRANSFORM MURVIO_STATIC_DEPS PREPEND -l)
+  list(JOIN MURVIO_STATIC_DEPS " " MURVIO_PC_LIBS_PRIVATE)
 endif()
+
 install(TARGETS ${MURVIO_INSTALL_TARGETS} EXPORT murvioTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -39,8 +58,21 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/murvioConfigVersion.cmake
 install(FILES ${CMAKE_BINARY_DIR}/murvioConfig.cmake ${CMAKE_BINARY_DIR}/murvioConfigVersion.cmake
   DESTINATION ${MURVIO_CMAKE_DIR})
 
-# pkg-config: the prefix is taken from the file's own place, so the installed
-# tree may be moved.
-file(RELATIVE_PATH MURVIO_PC_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+# pkg-config: with relative install directories the prefix is found from the
+# file's own place, so an installed tree may be moved; absolute ones are
+# written as they are.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(MURVIO_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+else()
+  file(RELATIVE_PATH MURVIO_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  string(REGEX REPLACE "/$" "" MURVIO_PC_PREFIX "\${pcfiledir}/${MURVIO_PC_PREFIX}")
+endif()
+foreach(dir LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${dir}}")
+    set(MURVIO_PC_${dir} "${CMAKE_INSTALL_${dir}}")
+  else()
+    set(MURVIO_PC_${dir} "\${prefix}/${CMAKE_INSTALL_${dir}}")
+  endif()
+endforeach()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/murvio.pc.in ${CMAKE_BINARY_DIR}/murvio.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/murvio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -5,6 +5,12 @@
 
 #include <murvio.h>
 
+/* The installed header serves a client as it is: nothing of the library's
+ * own build may reach it. */
+#ifdef MURVIO_BUILDING
+#error "MURVIO_BUILDING reached a client"
+#endif
+
 int main(int argc, char **argv) {
     const char *path = argc > 1 ? argv[1] : "client.murv";
     int h = -1, type = -1, rc;

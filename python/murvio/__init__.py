@@ -317,9 +317,9 @@ class MurvioFile:
         return {"idx": idx, "offsets": [raw["offsets"][i] for i in idx], "types": [types[i] for i in idx],
                 "dest": dest, "missing": spec, "labels": labels, "nan": missing == "nan", "dates": dates}
 
-    def _read(self, plan, first, count, index_start=None):
+    def _read(self, plan, first, count, index_start=None, parallel=False):
         block, own, strs, n = _murvio.read_block(self._handle, first, count, plan["offsets"], plan["types"],
-                                                 plan["dest"], plan["missing"], _encoding())
+                                                 plan["dest"], plan["missing"], _encoding(), self.path, parallel)
         start = first if index_start is None else index_start
         return self._frame(plan, block, own, strs, n, pd.RangeIndex(start, start + n)), n
 
@@ -364,8 +364,10 @@ class MurvioFile:
                 plain_pos.append(pos)
         return _assemble(columns, index, block, block_pos, plain_str, plain_pos, others)
 
-    def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True) -> pd.DataFrame:
-        """The cases as a DataFrame (see murvio.read)."""
+    def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True,
+             threads: bool = True) -> pd.DataFrame:
+        """The cases as a DataFrame (see murvio.read). With `threads`, a large
+        read goes on two threads, each with a handle of its own."""
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
         plan = self._plan(self._columns(columns), labels, missing, dates)
@@ -386,7 +388,7 @@ class MurvioFile:
                 stop += total
             first = max(0, start)
             count = -1 if stop is None else max(0, stop - first)
-        df, n = self._read(plan, first, count)
+        df, n = self._read(plan, first, count, parallel=threads)
         if cases is None and stated >= 0 and n != stated:
             warnings.warn(f"{self.path}: the file holds {n} cases, its header states {stated}", stacklevel=3)
         return df

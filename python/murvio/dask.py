@@ -12,7 +12,9 @@ from . import MurvioFile
 
 def _read_part(path: str, start: int, stop: int, columns, labels: bool, missing: str, dates: bool) -> pd.DataFrame:
     with MurvioFile(path) as f:
-        return f.read(columns=columns, cases=slice(start, stop), labels=labels, missing=missing, dates=dates)
+        # One thread: the partitions are what runs in parallel.
+        return f.read(columns=columns, cases=slice(start, stop), labels=labels, missing=missing, dates=dates,
+                      threads=False)
 
 
 def read(path, cases_per_partition: int = 100_000, columns=None, labels: bool = False, missing: str = "nan",

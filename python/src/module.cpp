@@ -8,15 +8,23 @@
 #include <pybind11/stl.h>
 
 #include <sys/mman.h>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <map>
+#include <mutex>
+#include <unordered_map>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "api/handles.h"
@@ -261,48 +269,121 @@ py::dict Metadata(int h) {
     return m;
 }
 
-// Memory for the columns of a read: malloc'd, given over to numpy without a
-// copy (a capsule frees it), and grown without the interpreter lock. Large
-// buffers are aligned and marked for huge pages, so that filling them costs
-// few page faults.
+// Memory for the columns of a read. Large buffers are aligned and marked for
+// huge pages, so that filling them costs few page faults, and when the frame
+// that holds one goes away the buffer is kept for the next read (up to a
+// limit), so that reading chunk after chunk, or file after file, does not ask
+// the system for fresh pages each time: on many machines a fresh page costs
+// more than the case data that fills it.
+class BufferCache {
+public:
+    static BufferCache& Get() {
+        static BufferCache* cache = new BufferCache;  // never destroyed: frames may outlive the module
+        return *cache;
+    }
+
+    // A buffer of at least `bytes`.
+    char* Take(std::size_t bytes) {
+        if (bytes >= kLarge) {
+            bytes = (bytes + kHuge - 1) / kHuge * kHuge;
+            std::lock_guard<std::mutex> lock(m_);
+            auto it = kept_.lower_bound(bytes);
+            if (it != kept_.end() && it->first <= bytes + bytes / 2 + kHuge) {
+                char* p = it->second;
+                keptBytes_ -= it->first;
+                live_[p] = it->first;
+                kept_.erase(it);
+                return p;
+            }
+        }
+        char* p = nullptr;
+        if (bytes >= kLarge) {
+            p = static_cast<char*>(std::aligned_alloc(kHuge, bytes));
+            if (p) madvise(p, bytes, MADV_HUGEPAGE);
+        } else {
+            p = static_cast<char*>(std::malloc(std::max<std::size_t>(bytes, 1)));
+        }
+        if (!p) throw std::bad_alloc();
+        std::lock_guard<std::mutex> lock(m_);
+        live_[p] = bytes;
+        return p;
+    }
+
+    // Gives a buffer of Take back: kept when it is large and there is room.
+    void Put(char* p) {
+        if (!p) return;
+        std::lock_guard<std::mutex> lock(m_);
+        auto it = live_.find(p);
+        const std::size_t bytes = it == live_.end() ? 0 : it->second;
+        if (it != live_.end()) live_.erase(it);
+        if (bytes < kLarge || bytes > limit_) {
+            std::free(p);
+            return;
+        }
+        while (keptBytes_ + bytes > limit_ && !kept_.empty()) {
+            auto oldest = kept_.begin();
+            keptBytes_ -= oldest->first;
+            std::free(oldest->second);
+            kept_.erase(oldest);
+        }
+        kept_.emplace(bytes, p);
+        keptBytes_ += bytes;
+    }
+
+    // Sets the most kept (bytes; negative leaves it) and returns the bytes kept.
+    std::size_t Limit(long long limit) {
+        std::lock_guard<std::mutex> lock(m_);
+        if (limit >= 0) {
+            limit_ = static_cast<std::size_t>(limit);
+            while (keptBytes_ > limit_) {
+                auto it = kept_.begin();
+                keptBytes_ -= it->first;
+                std::free(it->second);
+                kept_.erase(it);
+            }
+        }
+        return keptBytes_;
+    }
+
+private:
+    static constexpr std::size_t kHuge = 2u << 20;
+    static constexpr std::size_t kLarge = 2 * kHuge;
+    std::mutex m_;
+    std::multimap<std::size_t, char*> kept_;
+    std::unordered_map<char*, std::size_t> live_;
+    std::size_t keptBytes_ = 0;
+    std::size_t limit_ = std::size_t{1} << 30;
+};
+
 class Buffer {
 public:
     Buffer() = default;
     Buffer(const Buffer&) = delete;
     Buffer& operator=(const Buffer&) = delete;
     Buffer(Buffer&& o) noexcept : p_(o.p_), size_(o.size_) { o.p_ = nullptr; o.size_ = 0; }
-    ~Buffer() { std::free(p_); }
+    ~Buffer() { Release(); }
 
     char* data() const { return p_; }
     void Release() {
-        std::free(p_);
+        BufferCache::Get().Put(p_);
         p_ = nullptr;
         size_ = 0;
     }
-    std::size_t size() const { return size_; }
 
     // Resizes to `bytes`, keeping the first `keep` bytes.
     void Resize(std::size_t bytes, std::size_t keep) {
-        constexpr std::size_t kHuge = 2u << 20;
-        char* p = nullptr;
-        if (bytes >= 2 * kHuge) {
-            p = static_cast<char*>(std::aligned_alloc(kHuge, (bytes + kHuge - 1) / kHuge * kHuge));
-            if (p) madvise(p, (bytes + kHuge - 1) / kHuge * kHuge, MADV_HUGEPAGE);
-        } else {
-            p = static_cast<char*>(std::malloc(std::max<std::size_t>(bytes, 1)));
-        }
-        if (!p) throw std::bad_alloc();
+        char* p = BufferCache::Get().Take(bytes);
         if (p_ && keep) std::memcpy(p, p_, std::min(keep, bytes));
-        std::free(p_);
+        Release();
         p_ = p;
         size_ = bytes;
     }
 
     // The buffer as a numpy array of `shape` and `strides`, which owns it.
     py::array Give(py::dtype dt, std::vector<py::ssize_t> shape, std::vector<py::ssize_t> strides) {
+        if (!p_) Resize(1, 0);
         char* p = p_;
-        if (!p) Resize(1, 0), p = p_;
-        py::capsule owner(p, [](void* q) { std::free(q); });
+        py::capsule owner(p, [](void* q) { BufferCache::Get().Put(static_cast<char*>(q)); });
         p_ = nullptr;
         size_ = 0;
         return py::array(dt, std::move(shape), std::move(strides), p, owner);
@@ -312,6 +393,11 @@ private:
     char* p_ = nullptr;
     std::size_t size_ = 0;
 };
+
+// A read is split over two threads from this size on (cases in each half,
+// bytes in all).
+long kParallelMinCases = 50000;
+double kParallelMinBytes = 32.0 * (1 << 20);
 
 // User-missing values of a numeric variable: (kind, a, b, c) as the
 // interface reports them.
@@ -330,6 +416,24 @@ struct MissingSpec {
     }
 };
 
+// Copies `count` values to memory that is not in the cache, without reading
+// it first, system-missing values as NaN.
+void StreamValues(double* dst, const double* src, std::size_t count, double sysmis) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    std::size_t i = 0;
+#ifdef __SSE2__
+    for (; i < count && (reinterpret_cast<std::uintptr_t>(dst + i) & 15) != 0; ++i) dst[i] = src[i] == sysmis ? nan : src[i];
+    const __m128d sm = _mm_set1_pd(sysmis), qn = _mm_set1_pd(nan);
+    for (; i + 2 <= count; i += 2) {
+        __m128d v = _mm_loadu_pd(src + i);
+        const __m128d hit = _mm_cmpeq_pd(v, sm);
+        v = _mm_or_pd(_mm_and_pd(hit, qn), _mm_andnot_pd(hit, v));
+        _mm_stream_pd(dst + i, v);
+    }
+#endif
+    for (; i < count; ++i) dst[i] = src[i] == sysmis ? nan : src[i];
+}
+
 // Reads up to `count` cases (all that are left for count < 0) from case
 // `first` (or from where the handle stands for first < 0). Each selected
 // variable goes where `dest` says: 0 a column of one float64 block of rows
@@ -337,9 +441,12 @@ struct MissingSpec {
 // column of its own, 2 (strings) a row of an object array of str, decoded
 // with `encoding` and without trailing blanks. System-missing becomes NaN,
 // and so do user-missing values of the variables `missing` gives (kind and
-// three values, or None). Returns (block, own columns, strings, cases read).
+// three values, or None). With `parallel`, a large read from case `first`
+// on may read its second half on a second handle of `path`. Returns (block,
+// own columns, strings, cases read).
 py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offsets, const std::vector<int>& types,
-                    const std::vector<int>& dest, const py::list& missing, const std::string& encoding) {
+                    const std::vector<int>& dest, const py::list& missing, const std::string& encoding, const std::string& path,
+                    bool parallel) {
     const std::size_t ncols = offsets.size();
     if (types.size() != ncols || dest.size() != ncols || missing.size() != ncols)
         throw std::invalid_argument("read_block: arguments of different lengths");
@@ -399,43 +506,101 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
         for (Buffer& b : own) b.Resize(8 * n, 8 * k);
         for (std::size_t s = 0; s < ns; ++s) strs[s].Resize(strWidth[s] * n, strWidth[s] * k);
     };
-    std::vector<char> rec(direct ? 0 : static_cast<std::size_t>(std::max(caseSize, 8)));
+    // Cases are read into a tile of rows that stays in the cache and then
+    // streamed into the block, system-missing turned into NaN on the way.
+    // `run` reads up to `limit` cases (no limit below 0) into the rows from
+    // `at` on, growing the buffers when `grow` allows; it returns the cases
+    // read and leaves the last code in `code`.
+    const std::size_t tileRows = std::max<std::size_t>(1, (64u << 10) / std::max<std::size_t>(8 * nb, 1));
     const double sysmis = Sysmis();
     const double nan = std::numeric_limits<double>::quiet_NaN();
+    auto run = [&](int handle, long at, long limit, bool grow, int& code) -> long {
+        std::vector<char> rec(direct ? 0 : static_cast<std::size_t>(std::max(caseSize, 8)));
+        std::vector<double> tile(tileRows * nb + 1);
+        long done = 0;
+        code = MURV_RC_OK;
+        while (code == MURV_RC_OK && (limit < 0 || done < limit)) {
+            std::size_t m = 0;
+            while (m < tileRows && (limit < 0 || done + static_cast<long>(m) < limit)) {
+                const long row_at = at + done + static_cast<long>(m);
+                if (row_at == capacity) {
+                    if (!grow) {
+                        code = MURV_RC_END_OF_FILE;
+                        break;
+                    }
+                    capacity *= 2;
+                    reserve(capacity, at + done);  // the rows of the tile are not in the block yet
+                }
+                double* row = tile.data() + nb * m;
+                char* r = direct ? reinterpret_cast<char*>(row) : rec.data();
+                code = murvWholeCaseIn(handle, r);
+                if (code != MURV_RC_OK) break;
+                if (!direct) {
+                    for (const Col& col : cols) {
+                        const char* src = r + col.offset;
+                        if (col.dest == 0) {
+                            std::memcpy(row + col.slot, src, 8);
+                        } else if (col.dest == 1) {
+                            double v;
+                            std::memcpy(&v, src, 8);
+                            if (v == sysmis || col.miss.Is(v)) v = nan;
+                            reinterpret_cast<double*>(own[col.slot].data())[row_at] = v;
+                        } else {
+                            std::memcpy(strs[col.slot].data() + col.width * static_cast<std::size_t>(row_at), src, col.width);
+                        }
+                    }
+                }
+                for (std::size_t k = 0; k < blockMissing.size(); ++k)
+                    if (blockSpecs[k].Is(row[blockMissing[k]])) row[blockMissing[k]] = nan;
+                ++m;
+            }
+            if (nb) StreamValues(reinterpret_cast<double*>(block.data()) + nb * static_cast<std::size_t>(at + done), tile.data(), nb * m, sysmis);
+            done += static_cast<long>(m);
+        }
+#ifdef __SSE2__
+        _mm_sfence();
+#endif
+        return done;
+    };
+
     long n = 0;
     int rc = MURV_RC_OK;
+    // A large read with a known end is split in two: the second half read on
+    // a handle of its own on a second thread (separate read handles may be
+    // read on separate threads). The handle `h` then stands somewhere in the
+    // middle, which is why only whole reads, which seek first, do this.
+    const long span = capacity;
+    const bool split = parallel && first >= 0 && remaining >= 0 && (count < 0 || count >= span) &&
+                       span >= 2 * kParallelMinCases &&
+                       static_cast<double>(span) * caseSize >= kParallelMinBytes && std::thread::hardware_concurrency() > 1;
     {
         py::gil_scoped_release unlocked;
         reserve(capacity, 0);
-        while (count < 0 || n < count) {
-            if (n == capacity) {
-                capacity *= 2;
-                reserve(capacity, n);
+        int h2 = -1;
+        const long mid = span / 2;
+        if (split && murvOpenRead(path.c_str(), &h2) == MURV_RC_OK) {
+            int rc2 = murvSeekNextCase(h2, static_cast<int>(first + mid));
+            long n2 = 0;
+            std::thread second;
+            if (rc2 == MURV_RC_OK) second = std::thread([&] { n2 = run(h2, mid, span - mid, false, rc2); });
+            n = run(h, 0, mid, false, rc);
+            if (second.joinable()) second.join();
+            if (n < mid || rc2 == MURV_RC_END_OF_FILE) {
+                // The file ends before its stated count: what the first half read is all.
+                if (n == mid) n += n2;
+                if (rc == MURV_RC_OK) rc = MURV_RC_END_OF_FILE;
+            } else if (rc2 != MURV_RC_OK) {
+                rc = rc2;
+                n += n2;
+            } else {
+                n += n2;
+                // The file may hold more cases than it states.
+                if (count < 0 || count > n) n += run(h2, n, count < 0 ? -1 : count - n, true, rc);
             }
-            double* row = reinterpret_cast<double*>(block.data()) + nb * static_cast<std::size_t>(n);
-            char* r = direct ? reinterpret_cast<char*>(row) : rec.data();
-            rc = murvWholeCaseIn(h, r);
-            if (rc != MURV_RC_OK) break;
-            if (!direct) {
-                for (const Col& col : cols) {
-                    const char* src = r + col.offset;
-                    if (col.dest == 0) {
-                        std::memcpy(row + col.slot, src, 8);
-                    } else if (col.dest == 1) {
-                        double v;
-                        std::memcpy(&v, src, 8);
-                        if (v == sysmis || col.miss.Is(v)) v = nan;
-                        reinterpret_cast<double*>(own[col.slot].data())[n] = v;
-                    } else {
-                        std::memcpy(strs[col.slot].data() + col.width * static_cast<std::size_t>(n), src, col.width);
-                    }
-                }
-            }
-            for (std::size_t j = 0; j < nb; ++j)
-                if (row[j] == sysmis) row[j] = nan;
-            for (std::size_t k = 0; k < blockMissing.size(); ++k)
-                if (blockSpecs[k].Is(row[blockMissing[k]])) row[blockMissing[k]] = nan;
-            ++n;
+            if (rc == MURV_RC_OK && count < 0) rc = MURV_RC_END_OF_FILE;
+            murvCloseRead(h2);
+        } else {
+            n = run(h, 0, count, true, rc);
         }
     }
     if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
@@ -750,10 +915,16 @@ PYBIND11_MODULE(_murvio, m) {
     m.def("close", &CloseHandle);
     m.def("metadata", &Metadata);
     m.def("read_block", &ReadBlock, py::arg("handle"), py::arg("first"), py::arg("count"), py::arg("offsets"),
-          py::arg("types"), py::arg("dest"), py::arg("missing"), py::arg("encoding"));
+          py::arg("types"), py::arg("dest"), py::arg("missing"), py::arg("encoding"), py::arg("path") = std::string(),
+          py::arg("parallel") = false);
     m.def("write_file", &WriteFile);
     m.def("validate_varname", [](const std::string& name) { return murvValidateVarname(name.c_str()); });
     m.def("sysmis", &Sysmis);
+    m.def("split_threshold", [](long cases, double bytes) {
+        kParallelMinCases = cases;
+        kParallelMinBytes = bytes;
+    });
+    m.def("buffer_cache", [](long long limit) { return BufferCache::Get().Limit(limit); }, py::arg("limit") = -1);
     m.def("bulk_read", &BulkRead);
     m.def("bulk_write", &BulkWrite);
 }

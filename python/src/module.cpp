@@ -500,9 +500,12 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     std::vector<std::size_t> strWidth(ns);
     for (const Col& col : cols)
         if (col.dest == 2) strWidth[col.slot] = col.width;
-    auto reserve = [&](long cases, long keep) {
-        const std::size_t n = static_cast<std::size_t>(cases), k = static_cast<std::size_t>(keep);
-        block.Resize(8 * nb * n, 8 * nb * k);
+    // Makes room for `cases` rows, keeping `keepBlock` rows of the block and
+    // `keep` rows of the other columns.
+    auto reserve = [&](long cases, long keepBlock, long keep) {
+        const std::size_t n = static_cast<std::size_t>(cases), kb = static_cast<std::size_t>(keepBlock),
+                          k = static_cast<std::size_t>(keep);
+        block.Resize(8 * nb * n, 8 * nb * kb);
         for (Buffer& b : own) b.Resize(8 * n, 8 * k);
         for (std::size_t s = 0; s < ns; ++s) strs[s].Resize(strWidth[s] * n, strWidth[s] * k);
     };
@@ -523,18 +526,20 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
             std::size_t m = 0;
             while (m < tileRows && (limit < 0 || done + static_cast<long>(m) < limit)) {
                 const long row_at = at + done + static_cast<long>(m);
-                if (row_at == capacity) {
-                    if (!grow) {
-                        code = MURV_RC_END_OF_FILE;
-                        break;
-                    }
-                    capacity *= 2;
-                    reserve(capacity, at + done);  // the rows of the tile are not in the block yet
+                if (row_at == capacity && !grow) {
+                    code = MURV_RC_END_OF_FILE;
+                    break;
                 }
                 double* row = tile.data() + nb * m;
                 char* r = direct ? reinterpret_cast<char*>(row) : rec.data();
                 code = murvWholeCaseIn(handle, r);
                 if (code != MURV_RC_OK) break;
+                // Room is made only for a case that is there: a file that
+                // holds the cases it states is read into buffers of its size.
+                if (row_at == capacity) {
+                    capacity *= 2;
+                    reserve(capacity, at + done, row_at);  // the rows of the tile are not in the block yet
+                }
                 if (!direct) {
                     for (const Col& col : cols) {
                         const char* src = r + col.offset;
@@ -575,7 +580,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
                        static_cast<double>(span) * caseSize >= kParallelMinBytes && std::thread::hardware_concurrency() > 1;
     {
         py::gil_scoped_release unlocked;
-        reserve(capacity, 0);
+        reserve(capacity, 0, 0);
         int h2 = -1;
         const long mid = span / 2;
         if (split && murvOpenRead(path.c_str(), &h2) == MURV_RC_OK) {

@@ -23,41 +23,40 @@ import numpy as np
 import pandas as pd
 
 from . import _murvio
+from ._codes import CODES
 
-__all__ = ["Error", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
+__all__ = ["CodeWarning", "Error", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
 
-# The library's return codes by number, as murvio.h names them.
-CODE_NAMES = {
-    0: "MURV_RC_OK", 1: "MURV_RC_FILE_OPEN", 2: "MURV_RC_FILE_WRITE", 3: "MURV_RC_FILE_READ",
-    4: "MURV_RC_TABLE_FULL", 5: "MURV_RC_BAD_HANDLE", 6: "MURV_RC_BAD_FILE", 7: "MURV_RC_NO_MEMORY",
-    8: "MURV_RC_READ_MODE", 9: "MURV_RC_WRITE_MODE", 10: "MURV_RC_BAD_VAR_NAME", 11: "MURV_RC_EMPTY_DICT",
-    12: "MURV_RC_VAR_NOT_FOUND", 13: "MURV_RC_DUP_VAR", 14: "MURV_RC_NUMERIC_EXPECTED",
-    15: "MURV_RC_STRING_EXPECTED", 16: "MURV_RC_SHORT_STRING_EXPECTED", 17: "MURV_RC_BAD_VAR_TYPE",
-    18: "MURV_RC_BAD_MISSING", 20: "MURV_RC_BAD_PRINT_FORMAT", 21: "MURV_RC_BAD_WRITE_FORMAT",
-    22: "MURV_RC_BAD_DATE", 23: "MURV_RC_BAD_TIME", 30: "MURV_RC_DICT_COMMITTED",
-    31: "MURV_RC_DICT_NOT_COMMITTED", 41: "MURV_RC_NO_RELEASE_INFO", 45: "MURV_RC_BAD_DATE_INFO",
-    47: "MURV_RC_STRING_TOO_LONG", 48: "MURV_RC_CANNOT_FREE", 49: "MURV_RC_BUFFER_SHORT",
-    50: "MURV_RC_NO_CURRENT_CASE", 57: "MURV_RC_BAD_SUBTYPE", 58: "MURV_RC_BAD_VAR_HANDLE",
-    70: "MURV_RC_BAD_MRSET_DEF", 71: "MURV_RC_BAD_MRSET_NAME", 72: "MURV_RC_DUP_MRSET_NAME",
-    73: "MURV_RC_BAD_EXTENSION", 75: "MURV_RC_BAD_ATTR_NAME", 76: "MURV_RC_BAD_ATTR_DEF",
-    77: "MURV_RC_BAD_MRSET_INDEX", -2: "MURV_RC_VAR_LABEL_CUT", -4: "MURV_RC_VALUE_LABEL_CUT",
-    -5: "MURV_RC_END_OF_FILE", -7: "MURV_RC_NO_VARIABLE_SETS", -8: "MURV_RC_NO_VALUE_LABELS",
-    -9: "MURV_RC_NO_LABEL", -10: "MURV_RC_NO_WEIGHT", -11: "MURV_RC_NO_DATE_INFO",
-    -13: "MURV_RC_NO_MRSETS", -14: "MURV_RC_NO_ZOP",
-}
+# The library's return codes: number -> (name, meaning), taken from murvio.h
+# when the module is built.
+CODE_NAMES = {code: name for code, (name, _) in CODES.items()}
 
 
 class Error(Exception):
-    """A call of the library failed: ``code`` is its return code, ``name`` the code's name."""
+    """A call of the library failed: ``code`` is its return code, ``name`` the
+    code's name in murvio.h and ``meaning`` what the header says of it."""
 
     def __init__(self, code: int, message: str):
         self.code = code
-        self.name = CODE_NAMES.get(code, "unknown code")
+        self.name, self.meaning = CODES.get(code, ("unknown code", ""))
         self.message = message
-        super().__init__(f"{message}: code {code} {self.name}")
+        super().__init__(f"{message}: code {code} {self.name} ({self.meaning})")
 
     def __reduce__(self):
         return (Error, (self.code, self.message))
+
+
+class CodeWarning(UserWarning):
+    """A call of the library gave a warning code (a label cut, for example)."""
+
+    def __init__(self, code: int, message: str):
+        self.code = code
+        self.name, self.meaning = CODES.get(code, ("unknown code", ""))
+        self.message = message
+        super().__init__(f"{message}: code {code} {self.name} ({self.meaning})")
+
+    def __reduce__(self):
+        return (CodeWarning, (self.code, self.message))
 
 
 # Date values count seconds from 14 October 1582; pandas counts from 1970.
@@ -263,9 +262,14 @@ class MurvioFile:
     def __init__(self, path):
         self.path = str(path)
         self._handle = _murvio.open_read(self.path)
-        self._raw = _murvio.metadata(self._handle)
+        try:
+            self._raw = _murvio.metadata(self._handle)
+        except BaseException:
+            self.close()
+            raise
         self.metadata = _metadata_from_raw(self._raw)
         self._decoded = None
+        self._short = ""
 
     def close(self) -> None:
         if self._handle is not None:
@@ -318,9 +322,13 @@ class MurvioFile:
                 "dest": dest, "missing": spec, "labels": labels, "nan": missing == "nan", "dates": dates}
 
     def _read(self, plan, first, count, index_start=None, parallel=False):
-        block, own, strs, n = _murvio.read_block(self._handle, first, count, plan["offsets"], plan["types"],
-                                                 plan["dest"], plan["missing"], _encoding(), self.path, parallel)
         start = first if index_start is None else index_start
+        block, own, strs, n, short = _murvio.read_block(self._handle, first, count, plan["offsets"], plan["types"],
+                                                        plan["dest"], plan["missing"], _encoding(), self.path,
+                                                        parallel, start)
+        if short:
+            # The data ended before the stated count: the callers warn with both counts.
+            self._short = f" (reading case {start + n + 1} gave code {short} {CODE_NAMES.get(short, '')})"
         return self._frame(plan, block, own, strs, n, pd.RangeIndex(start, start + n)), n
 
     def _frame(self, plan, block, own, strs, n, index) -> pd.DataFrame:
@@ -388,9 +396,11 @@ class MurvioFile:
                 stop += total
             first = max(0, start)
             count = -1 if stop is None else max(0, stop - first)
+        self._short = ""
         df, n = self._read(plan, first, count, parallel=threads)
-        if cases is None and stated >= 0 and n != stated:
-            warnings.warn(f"{self.path}: the file holds {n} cases, its header states {stated}", stacklevel=3)
+        if stated >= 0 and ((cases is None and n != stated) or self._short):
+            warnings.warn(f"{self.path}: the file holds {first + n} cases, its header states {stated}{self._short}",
+                          stacklevel=3)
         return df
 
     def iter_chunks(self, cases: int = 100_000, columns=None, labels=False, missing="nan",
@@ -401,6 +411,7 @@ class MurvioFile:
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
         plan = self._plan(self._columns(columns), labels, missing, dates)
+        self._short = ""
         first, start = 0, 0
         while True:
             df, n = self._read(plan, first, cases, start)
@@ -414,7 +425,8 @@ class MurvioFile:
                 break
         stated = self.metadata.cases
         if stated >= 0 and start != stated:
-            warnings.warn(f"{self.path}: the file holds {start} cases, its header states {stated}", stacklevel=2)
+            warnings.warn(f"{self.path}: the file holds {start} cases, its header states {stated}{self._short}",
+                          stacklevel=2)
 
 
 def _categorical(col: np.ndarray, value_labels: dict):

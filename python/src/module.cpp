@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -42,8 +43,21 @@ namespace {
     throw py::error_already_set();
 }
 
+// Issues murvio.CodeWarning(code, message).
+void Warn(int rc, const std::string& what) {
+    py::object cls = py::module_::import("murvio").attr("CodeWarning");
+    py::module_::import("warnings").attr("warn")(cls(rc, what), py::arg("stacklevel") = 3);
+}
+
 void Check(int rc, const std::string& what) {
     if (rc > 0) Fail(rc, what);
+}
+
+// Errors raise; the warning codes of the calls that define a file (a label
+// stored cut) warn.
+void CheckSet(int rc, const std::string& what) {
+    if (rc > 0) Fail(rc, what);
+    if (rc == MURV_RC_VAR_LABEL_CUT || rc == MURV_RC_VALUE_LABEL_CUT) Warn(rc, what);
 }
 
 double Sysmis() { return murvSysmisVal(); }
@@ -443,10 +457,12 @@ void StreamValues(double* dst, const double* src, std::size_t count, double sysm
 // and so do user-missing values of the variables `missing` gives (kind and
 // three values, or None). With `parallel`, a large read from case `first`
 // on may read its second half on a second handle of `path`. Returns (block,
-// own columns, strings, cases read).
+// own columns, strings, cases read, and the code that ended a file shorter
+// than it states, else 0). `position` is the case the handle stands at
+// when `first` is below 0, if known.
 py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offsets, const std::vector<int>& types,
                     const std::vector<int>& dest, const py::list& missing, const std::string& encoding, const std::string& path,
-                    bool parallel) {
+                    bool parallel, long position) {
     const std::size_t ncols = offsets.size();
     if (types.size() != ncols || dest.size() != ncols || missing.size() != ncols)
         throw std::invalid_argument("read_block: arguments of different lengths");
@@ -608,7 +624,18 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
             n = run(h, 0, count, true, rc);
         }
     }
-    if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
+    // A file whose data ends before the count it states fails on the case
+    // after its last (the interface's code for a file that ends inside a
+    // case): that code comes back with what was read, for the caller to
+    // report with both counts. Any other failure raises.
+    int shortfall = 0;
+    if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) {
+        const long from = first >= 0 ? first : position;
+        if (from >= 0 && stated >= 0 && from + n < stated)
+            shortfall = rc;
+        else
+            Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
+    }
 
     const auto sn = static_cast<py::ssize_t>(n);
     py::array blockArray = block.Give(py::dtype::of<double>(), {sn, static_cast<py::ssize_t>(nb)},
@@ -644,7 +671,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
             strs[s].Release();
         }
     }
-    return py::make_tuple(blockArray, ownArrays, strArray, n);
+    return py::make_tuple(blockArray, ownArrays, strArray, n, shortfall);
 }
 
 // ---- writing ----
@@ -665,13 +692,17 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
                const py::dict& info) {
     int h = -1;
     Check(murvOpenWrite(path.c_str(), &h), path + ": creating the file");
+    // On a failure the handle is closed and a file begun is removed.
     struct Closer {
         int& h;
-        bool ok = false;
+        const std::string& path;
+        bool begun = false;
         ~Closer() {
-            if (h >= 0) murvCloseWrite(h);
+            if (h < 0) return;
+            murvCloseWrite(h);
+            if (begun) std::remove(path.c_str());
         }
-    } closer{h};
+    } closer{h, path};
     const std::size_t nv = vars.size();
     std::vector<int> types(nv);
     std::vector<std::string> names(nv);
@@ -681,7 +712,7 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
         types[i] = v["type"].cast<int>();
         const char* name = names[i].c_str();
         Check(murvSetVarName(h, name, types[i]), "variable " + names[i]);
-        if (v.contains("label") && !v["label"].is_none()) Check(murvSetVarLabel(h, name, Str(v["label"]).c_str()), "label of " + names[i]);
+        if (v.contains("label") && !v["label"].is_none()) CheckSet(murvSetVarLabel(h, name, Str(v["label"]).c_str()), "label of " + names[i]);
         if (v.contains("print_format") && !v["print_format"].is_none()) {
             auto f = v["print_format"].cast<std::tuple<int, int, int>>();
             Check(murvSetVarPrintFormat(h, name, std::get<0>(f), std::get<2>(f), std::get<1>(f)), "print format of " + names[i]);
@@ -704,9 +735,9 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
             for (const py::handle& pair : v["value_labels"]) {
                 py::tuple p = pair.cast<py::tuple>();
                 if (types[i] == 0)
-                    Check(murvSetVarNValueLabel(h, name, p[0].cast<double>(), Str(p[1]).c_str()), "value labels of " + names[i]);
+                    CheckSet(murvSetVarNValueLabel(h, name, p[0].cast<double>(), Str(p[1]).c_str()), "value labels of " + names[i]);
                 else
-                    Check(murvSetVarCValueLabel(h, name, Str(p[0]).c_str(), Str(p[1]).c_str()), "value labels of " + names[i]);
+                    CheckSet(murvSetVarCValueLabel(h, name, Str(p[0]).c_str(), Str(p[1]).c_str()), "value labels of " + names[i]);
             }
         }
         if (v.contains("measure") && !v["measure"].is_none()) Check(murvSetVarMeasureLevel(h, name, v["measure"].cast<int>()), "measure");
@@ -783,6 +814,7 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
         ds->SetExtension(0, 1, static_cast<int>(lines.size()), lines.data());
     }
     Check(murvSetCompression(h, compress ? 1 : 0), "compression");
+    closer.begun = true;
     Check(murvCommitHeader(h), path + ": writing the dictionary");
 
     // Cases: whole records from the columns, a tile of records at a time, so
@@ -921,7 +953,7 @@ PYBIND11_MODULE(_murvio, m) {
     m.def("metadata", &Metadata);
     m.def("read_block", &ReadBlock, py::arg("handle"), py::arg("first"), py::arg("count"), py::arg("offsets"),
           py::arg("types"), py::arg("dest"), py::arg("missing"), py::arg("encoding"), py::arg("path") = std::string(),
-          py::arg("parallel") = false);
+          py::arg("parallel") = false, py::arg("position") = -1);
     m.def("write_file", &WriteFile);
     m.def("validate_varname", [](const std::string& name) { return murvValidateVarname(name.c_str()); });
     m.def("sysmis", &Sysmis);

@@ -119,16 +119,48 @@ def test_columns_cases_and_chunks(tmp_path):
         pd.testing.assert_frame_equal(pd.concat(chunks), df[["i"]])
 
 
-def test_header_count_mismatch_warns(tmp_path):
-    path = tmp_path / "h.murv"
-    murvio.write(pd.DataFrame({"a": np.arange(10.0)}), path, compress=False)
+@pytest.fixture
+def split_small():
+    """Reads of any size split over two handles, so that small files take that path."""
+    murvio._murvio.split_threshold(2, 0.0)
+    yield
+    murvio._murvio.split_threshold(50_000, 32.0 * 2**20)
+
+
+def restate_count(path, stated):
+    """Makes the header of an uncompressed file state another case count."""
     data = bytearray(path.read_bytes())
-    data[80:84] = struct.pack("<i", 9)
+    data[80:84] = struct.pack("<i", stated)
     at = data.find(struct.pack("<iiii", 7, 16, 8, 2))
-    data[at + 24:at + 32] = struct.pack("<q", 9)
+    data[at + 24:at + 32] = struct.pack("<q", stated)
     path.write_bytes(bytes(data))
-    with pytest.warns(UserWarning, match="holds 10 cases, its header states 9"):
-        assert len(murvio.read(path)) == 10
+
+
+@pytest.mark.parametrize("stated", [9, 11])
+@pytest.mark.parametrize("threads", [False, True])
+def test_header_count_mismatch_warns(tmp_path, split_small, stated, threads):
+    path = tmp_path / "h.murv"
+    df = pd.DataFrame({"a": np.arange(10.0), "s": [f"s{i}" for i in range(10)]})
+    murvio.write(df, path, compress=False)
+    restate_count(path, stated)
+    with pytest.warns(UserWarning, match=f"holds 10 cases, its header states {stated}"):
+        with murvio.open(path) as f:
+            pd.testing.assert_frame_equal(f.read(threads=threads), df)
+    with pytest.warns(UserWarning, match=f"holds 10 cases, its header states {stated}"):
+        with murvio.open(path) as f:
+            assert sum(len(c) for c in f.iter_chunks(cases=4)) == 10
+
+
+@pytest.mark.parametrize("compress", [True, False])
+def test_split_read_equals_one_thread(tmp_path, table, split_small, compress):
+    path = tmp_path / "t.murv"
+    murvio.write(table, path, compress=compress)
+    with murvio.open(path) as f:
+        one = f.read(labels=True, threads=False)
+        two = f.read(labels=True, threads=True)
+        part = f.read(columns=["long", "x"], cases=slice(333, 777), threads=True)
+    pd.testing.assert_frame_equal(two, one)
+    pd.testing.assert_frame_equal(part, one[["long", "x"]].iloc[333:777])
 
 
 def test_names_made_valid_with_a_warning(tmp_path):
@@ -139,10 +171,11 @@ def test_names_made_valid_with_a_warning(tmp_path):
     assert list(murvio.read(path).columns) == ["first_name", "v1st", "BY_", "ok", "OK_2"]
 
 
-def test_errors_carry_the_library_code(tmp_path):
+def test_errors_and_warnings_carry_the_library_code(tmp_path):
     with pytest.raises(murvio.Error) as e:
         murvio.read(tmp_path / "missing.murv")
     assert (e.value.code, e.value.name) == (6, "MURV_RC_BAD_FILE")
+    assert "cannot be read as a system file" in str(e.value)
     ok = tmp_path / "ok.murv"
     murvio.write(pd.DataFrame({"a": [1.0]}), ok)
     with pytest.raises(KeyError, match="nosuch"):
@@ -153,6 +186,14 @@ def test_errors_carry_the_library_code(tmp_path):
         murvio.read_metadata(bad)
     with pytest.raises(ValueError, match="32767"):
         murvio.write(pd.DataFrame({"s": ["x" * 40000]}), tmp_path / "long.murv")
+    # A refused definition leaves no file behind; a cut label is stored with a warning.
+    refused = tmp_path / "refused.murv"
+    with pytest.raises(murvio.Error) as e:
+        murvio.write(pd.DataFrame({"s": ["abcdefghijk"]}), refused, metadata={"variables": {"s": {"missing": (1, "x")}}})
+    assert e.value.name == "MURV_RC_SHORT_STRING_EXPECTED" and not refused.exists()
+    with pytest.warns(murvio.CodeWarning, match="MURV_RC_VALUE_LABEL_CUT"):
+        murvio.write(pd.DataFrame({"a": [1.0]}), ok, metadata={"variables": {"a": {"value_labels": {1: "y" * 200}}}})
+    assert murvio.read_metadata(ok).variables["a"].value_labels == {1.0: "y" * 120}
 
 
 @pytest.fixture

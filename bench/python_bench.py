@@ -32,6 +32,16 @@ def timed(fn, reps=1):
     return best
 
 
+def paired(a, b, reps):
+    """Best times of two tasks over reps rounds, run alternately, so that a burst
+    of load on the machine does not fall on one side only."""
+    ta = tb = float("inf")
+    for _ in range(reps):
+        ta = min(ta, timed(a))
+        tb = min(tb, timed(b))
+    return ta, tb
+
+
 def peak_rss_mib():
     return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024
 
@@ -53,21 +63,47 @@ def main():
         results.append(ok)
         print(f"  {name:<58} {ratio:6.2f}   goal {'>=' if better == 'higher' else '<='} {goal}  {'met' if ok else 'NOT MET'}")
 
-    print(f"python_bench: {a.cases} cases x {a.vars} numeric variables")
+    print(f"python_bench: {a.cases} cases x {a.vars} numeric variables, best of {a.reps}")
     for compress in (False, True):
         kind = "compressed" if compress else "plain"
         path = os.path.join(tmp, f"{kind}.murv")
-        t_cw = timed(lambda: _murvio.bulk_write(path, a.cases, a.vars, compress), a.reps)
-        t_cr = timed(lambda: _murvio.bulk_read(path), a.reps)
-        t_pr = timed(lambda: murvio.read(path), a.reps)
-        df = murvio.read(path)
         out = os.path.join(tmp, f"{kind}_py.murv")
-        t_pw = timed(lambda: murvio.write(df, out, compress=compress), a.reps)
-        print(f"  {kind}: C bulk read {t_cr:.3f} s, murvio.read {t_pr:.3f} s; C bulk write {t_cw:.3f} s, "
-              f"murvio.write {t_pw:.3f} s")
-        report(f"murvio.read speed / C bulk read ({kind})", t_cr / t_pr, 0.5)
-        report(f"murvio.write speed / C bulk write ({kind})", t_cw / t_pw, 0.5)
+        _murvio.bulk_write(path, a.cases, a.vars, compress)
+        t_cr, t_pr = paired(lambda: _murvio.bulk_read(path), lambda: murvio.read(path), a.reps)
+        with murvio.open(path) as f:
+            t_cr1, t_pr1 = paired(lambda: _murvio.bulk_read(path), lambda: f.read(threads=False), a.reps)
+        df = murvio.read(path)
+        t_cw, t_pw = paired(lambda: _murvio.bulk_write(out + ".c", a.cases, a.vars, compress),
+                            lambda: murvio.write(df, out, compress=compress), a.reps)
+        # A frame made column by column, as most frames are: its numbers are
+        # stored by column, and a case is gathered from all of them.
+        bycol = pd.DataFrame({c: df[c].to_numpy().copy() for c in df.columns})
         del df
+        t_cw2, t_pw2 = paired(lambda: _murvio.bulk_write(out + ".c", a.cases, a.vars, compress),
+                              lambda: murvio.write(bycol, out, compress=compress), a.reps)
+        del bycol
+        print(f"  {kind}: C bulk read {t_cr:.3f} s, murvio.read {t_pr:.3f} s ({t_pr1:.3f} s on one thread, "
+              f"C {t_cr1:.3f} s); C bulk write {t_cw:.3f} s, murvio.write {t_pw:.3f} s (frame by column "
+              f"{t_pw2:.3f} s, C {t_cw2:.3f} s)")
+        report(f"murvio.read speed / C bulk read ({kind})", t_cr / t_pr, 0.5)
+        report(f"murvio.read on one thread / C bulk read ({kind})", t_cr1 / t_pr1, 0.5)
+        report(f"murvio.write speed / C bulk write ({kind})", t_cw / t_pw, 0.5)
+        report(f"murvio.write of a frame by column / C bulk write ({kind})", t_cw2 / t_pw2, 0.5)
+        for f in (out, out + ".c"):
+            os.remove(f)
+
+    # One read in a fresh process: its memory comes fresh from the system,
+    # which on some machines costs more than the reading.
+    path = os.path.join(tmp, "plain.murv")
+    code = (f"import time, murvio\nfrom murvio import _murvio\n"
+            f"t = time.perf_counter(); _murvio.bulk_read({path!r}); c = time.perf_counter() - t\n"
+            f"t = time.perf_counter(); murvio.read({path!r}); p = time.perf_counter() - t\n"
+            f"print(c, p)\n")
+    import subprocess
+    c, p = map(float, subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True,
+                                     env={**os.environ}).stdout.split())
+    print(f"  first read in a fresh process (plain): C bulk read {c:.3f} s, murvio.read {p:.3f} s, "
+          f"ratio {c / p:.2f} (for information)")
 
     # iter_chunks in a fresh process, so that its peak is its own.
     path = os.path.join(tmp, "compressed.murv")
@@ -93,8 +129,7 @@ def main():
     # A wide file: metadata against the plain open.
     wide = os.path.join(tmp, "wide.murv")
     murvio.write(pd.DataFrame(np.zeros((1, a.wide))).rename(columns=lambda i: f"v{i}"), wide, compress=False)
-    t_open = timed(lambda: _murvio.close(_murvio.open_read(wide)), a.reps)
-    t_meta = timed(lambda: murvio.read_metadata(wide), a.reps)
+    t_open, t_meta = paired(lambda: _murvio.close(_murvio.open_read(wide)), lambda: murvio.read_metadata(wide), a.reps)
     print(f"  {a.wide} variables: murvOpenRead {t_open:.3f} s, read_metadata {t_meta:.3f} s")
     report("read_metadata time / murvOpenRead time", t_meta / t_open, 2.0, "lower")
 

@@ -25,7 +25,7 @@ import pandas as pd
 from . import _murvio
 from ._codes import CODES
 
-__all__ = ["CodeWarning", "Error", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
+__all__ = ["CodeWarning", "Error", "buffer_cache", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
 
 # The library's return codes: number -> (name, meaning), taken from murvio.h
 # when the module is built.
@@ -375,7 +375,8 @@ class MurvioFile:
     def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True,
              threads: bool = True) -> pd.DataFrame:
         """The cases as a DataFrame (see murvio.read). With `threads`, a large
-        read goes on two threads, each with a handle of its own."""
+        read of an uncompressed file goes on two threads, each with a handle
+        of its own."""
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
         plan = self._plan(self._columns(columns), labels, missing, dates)
@@ -492,10 +493,19 @@ def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True
     variables as Categorical (values without a label are NaN); with
     dates=True date-formatted variables as datetime64. `columns` picks
     variables by name, `cases` is a slice of case numbers (from 0), read
-    through seeks.
+    through seeks. A large read of an uncompressed file goes on two threads,
+    each with a handle of its own.
     """
     with MurvioFile(path) as f:
         return f.read(columns=columns, cases=cases, labels=labels, missing=missing, dates=dates)
+
+
+def buffer_cache(limit: int | None = None) -> int:
+    """Large column buffers of frames that are gone are kept for the next read,
+    so that reading chunk after chunk does not ask the system for fresh memory
+    each time. Sets the most kept, in bytes (1 GiB at first; 0 gives all back
+    at once), and returns how many bytes are kept."""
+    return _murvio.buffer_cache(-1 if limit is None else int(limit))
 
 
 def read_metadata(path) -> Metadata:

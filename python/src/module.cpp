@@ -589,9 +589,14 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     // A large read with a known end is split in two: the second half read on
     // a handle of its own on a second thread (separate read handles may be
     // read on separate threads). The handle `h` then stands somewhere in the
-    // middle, which is why only whole reads, which seek first, do this.
+    // middle, which is why only whole reads, which seek first, do this. Only
+    // uncompressed files: a fresh handle finds a case in the middle of a
+    // compressed file by going through the cases before it, which costs
+    // about what reading them does.
+    int compressed = 0;
+    murvGetCompression(h, &compressed);
     const long span = capacity;
-    const bool split = parallel && first >= 0 && remaining >= 0 && (count < 0 || count >= span) &&
+    const bool split = parallel && !compressed && first >= 0 && remaining >= 0 && (count < 0 || count >= span) &&
                        span >= 2 * kParallelMinCases &&
                        static_cast<double>(span) * caseSize >= kParallelMinBytes && std::thread::hardware_concurrency() > 1;
     {

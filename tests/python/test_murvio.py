@@ -23,13 +23,15 @@ def table():
         "long": ["essay " * (i % 80) + str(i) for i in range(n)],           # up to ~480 bytes
         "kind": pd.Categorical(rng.choice(["lo", "mid", "hi"], size=n), categories=["lo", "mid", "hi"]),
         "when": pd.to_datetime("2001-02-03") + pd.to_timedelta(rng.integers(0, 10**9, size=n), unit="s"),
+        "small": rng.normal(size=n).astype("float32"),
+        "nullable": pd.array([None if i % 7 == 0 else i for i in range(n)], dtype="Int64"),
     })
 
 
 def expected(df):
-    """What a numeric variable gives back: float64."""
+    """What a numeric variable gives back: float64, NaN for a missing value."""
     out = df.copy()
-    for c in ("count", "flag"):
+    for c in ("count", "flag", "small", "nullable"):
         out[c] = out[c].astype("float64")
     return out
 

@@ -9,6 +9,7 @@ import pandas as pd
 import pytest
 
 import murvio
+import murvio.dask
 
 
 @pytest.fixture
@@ -153,6 +154,23 @@ def test_header_count_mismatch_warns(tmp_path, split_small, stated, threads):
             assert sum(len(c) for c in f.iter_chunks(cases=4)) == 10
 
 
+def test_unstated_count_and_chunks(tmp_path):
+    # No count in the header: buffers grow past their first guess (65,536
+    # cases) without losing what they hold.
+    n = 70_000
+    df = pd.DataFrame({"a": np.arange(n, dtype="float64"), "s": [f"s{i % 1000}" for i in range(n)],
+                       "d": pd.to_datetime("2020-01-01") + pd.to_timedelta(np.arange(n), unit="s")})
+    path = tmp_path / "u.murv"
+    murvio.write(df, path, compress=False)
+    restate_count(path, -1)
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        pd.testing.assert_frame_equal(murvio.read(path), df)
+        with murvio.open(path) as f:
+            pd.testing.assert_frame_equal(pd.concat(f.iter_chunks(cases=30_000)), df)
+    assert len(murvio.dask.read(path, cases_per_partition=25_000).compute(scheduler="sync")) == n
+
+
 @pytest.mark.parametrize("compress", [True, False])
 def test_split_read_equals_one_thread(tmp_path, table, split_small, compress):
     path = tmp_path / "t.murv"
@@ -209,7 +227,6 @@ def grouped(tmp_path):
 
 
 def test_dask_partitions_threaded(grouped):
-    import murvio.dask
     path, df = grouped
     ddf = murvio.dask.read(path, cases_per_partition=12_000)
     assert ddf.npartitions == 5 and ddf.divisions[0] == 0 and ddf.divisions[-1] == len(df) - 1
@@ -218,7 +235,6 @@ def test_dask_partitions_threaded(grouped):
 
 
 def test_dask_local_cluster(grouped):
-    import murvio.dask
     from distributed import Client, LocalCluster
     path, df = grouped
     with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as cluster, \

@@ -74,13 +74,13 @@ def main():
             t_cr1, t_pr1 = paired(lambda: _murvio.bulk_read(path), lambda: f.read(threads=False), a.reps)
         df = murvio.read(path)
         t_cw, t_pw = paired(lambda: _murvio.bulk_write(out + ".c", a.cases, a.vars, compress),
-                            lambda: murvio.write(df, out, compress=compress), a.reps)
+                            lambda d=df: murvio.write(d, out, compress=compress), a.reps)
         # A frame made column by column, as most frames are: its numbers are
         # stored by column, and a case is gathered from all of them.
         bycol = pd.DataFrame({c: df[c].to_numpy().copy() for c in df.columns})
         del df
         t_cw2, t_pw2 = paired(lambda: _murvio.bulk_write(out + ".c", a.cases, a.vars, compress),
-                              lambda: murvio.write(bycol, out, compress=compress), a.reps)
+                              lambda d=bycol: murvio.write(d, out, compress=compress), a.reps)
         del bycol
         print(f"  {kind}: C bulk read {t_cr:.3f} s, murvio.read {t_pr:.3f} s ({t_pr1:.3f} s on one thread, "
               f"C {t_cr1:.3f} s); C bulk write {t_cw:.3f} s, murvio.write {t_pw:.3f} s (frame by column "
@@ -142,9 +142,12 @@ def main():
         for workers in (1, 2):
             with LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
                               dashboard_address=None) as cluster, Client(cluster):
-                ddf = murvio_dask.read(path, cases_per_partition=max(1, a.cases // 8))
-                ddf.sum().compute()  # warm the workers
-                times[workers] = timed(lambda: ddf.sum().compute(), a.reps)
+                # A new frame for each run: the keys of its tasks are new, so
+                # that no result of a run before is taken up again.
+                def run():
+                    return murvio_dask.read(path, cases_per_partition=max(1, a.cases // 8)).sum().compute()
+                run()  # warm the workers
+                times[workers] = timed(run, a.reps)
         print(f"  dask sum: 1 worker {times[1]:.3f} s, 2 workers {times[2]:.3f} s, speed-up {times[1] / times[2]:.2f}")
     except ImportError as e:
         print(f"  dask: not measured ({e})")

@@ -156,8 +156,11 @@ py::dict Metadata(int h) {
                 valueLabels.append(py::none());
             }
         }
-        measure.append(var.GetMeasureLevel());
-        alignment.append(var.GetAlignment());
+        // As murvGetVarMeasureLevel and murvGetVarAlignment report them: a
+        // stored value out of range reads as the default (0, and 1: right).
+        const int level = var.GetMeasureLevel(), align = var.GetAlignment();
+        measure.append(level >= 0 && level <= murv::MURV_Variable::eMaxMeasureLevel ? level : 0);
+        alignment.append(align >= 0 && align <= murv::MURV_Variable::eMaxAlignment ? align : 1);
         width.append(static_cast<int>(var.GetColumnWidth()));
         if (!var.GetAttributes().Empty()) {
             char** an = nullptr;

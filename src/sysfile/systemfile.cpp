@@ -40,6 +40,7 @@ public:
     bool swapped = false;
 
     std::int64_t Left() const { return std::max<std::int64_t>(0, fileSize_ - stream_.Tell()); }
+    std::int64_t Position() const { return stream_.Tell(); }
 
     // Exactly n bytes, or SystemFileException 1205 with the condition.
     void Exact(void* dst, std::int64_t n, const char* condition) {
@@ -116,6 +117,187 @@ int TwoDigits(const std::string& s, std::size_t at) {
     return (a - '0') * 10 + (b - '0');
 }
 
+// ---- reading the dictionary, record by record ----
+
+// The header record: the file information, the file label and the creation
+// time. Returns the case size it states (-1 when it does not know).
+std::int32_t ReadHeaderRecord(RecordReader& in, std::int64_t fileSize, SystemFileDataSource& ds, SystemFileInfo& info) {
+    unsigned char header[kHeaderSize];
+    if (fileSize < 4) MURV_THROW_FILE("nRead == 4", kErrFileEnds);
+    in.Exact(header, 4, "nRead == 4");
+    if (std::memcmp(header, kMagic, 4) != 0) MURV_THROW_FILE("std::string(magic) == \"$FL2\"", kErrBadContent);
+    in.Exact(header + 4, kHeaderSize - 4, "nRead == len1");
+    info.byteSwapped = HeaderIsSwapped(header);
+    in.swapped = info.byteSwapped;
+    const HeaderRecord h = DecodeHeader(header, info.byteSwapped);
+    info.product = TrimRight(h.product);
+    info.layoutCode = h.layoutCode;
+    info.nominalCaseSize = h.nominalCaseSize;
+    info.weightIndex = h.weightIndex;
+    info.compressed = h.compression != 0;
+    info._nCases = h.caseCount;
+    info.bias = h.bias;
+    // Every file has a label field: one of blanks is an empty label, not
+    // the absence of one.
+    ds.SetIdString(TrimRight(h.fileLabel));
+    {
+        const int day = TwoDigits(h.creationDate, 0);
+        const int month = MonthOf(h.creationDate.substr(3));
+        int year = TwoDigits(h.creationDate, 7);
+        if (year >= 0) year += year < 70 ? 2000 : 1900;
+        const int hour = TwoDigits(h.creationTime, 0);
+        const int minute = TwoDigits(h.creationTime, 3);
+        const int second = TwoDigits(h.creationTime, 6);
+        double stamp = 0;
+        if (DateTimeValue(day, month, year, hour, minute, second, &stamp) && stamp != 0) ds.SetTimeStamp(stamp);
+    }
+
+    return h.nominalCaseSize;
+}
+
+// A variable record (or the continuation record of a string's further cell).
+void ReadVariableRecord(RecordReader& in, SystemFileDataSource& ds, std::uint32_t& fileCells) {
+    unsigned char v[28];
+    in.Exact(v, 28, "len == sizeof(varRecord)");
+    const std::int32_t type = LoadI32(v, in.swapped);
+    const std::int32_t hasLabel = LoadI32(v + 4, in.swapped);
+    const std::int32_t code = LoadI32(v + 8, in.swapped);
+    const auto print = static_cast<std::uint32_t>(LoadI32(v + 12, in.swapped));
+    const auto write = static_cast<std::uint32_t>(LoadI32(v + 16, in.swapped));
+    // A code outside -3..3 would ask for more values than a variable
+    // holds: the record is refused rather than read.
+    if (code < -3 || code > 3 || code == -1) MURV_THROW_FILE("nMissing >= -3 && nMissing <= 3", kErrBadContent);
+    if (type > MURV_Variable::MAX_STRING_TYPE || type < -1) MURV_THROW_FILE("type >= -1 && type <= 32767", kErrBadContent);
+    std::string varLabel;
+    if (hasLabel) {
+        const std::int32_t n = in.I32("len == sizeof(labelLen)");
+        if (n < 0) MURV_THROW_FILE("labelLen >= 0", kErrBadContent);
+        const std::int64_t padded = (static_cast<std::int64_t>(n) + 3) / 4 * 4;
+        const auto bytes = in.Bytes(padded, "len == paddedLabelLen");
+        varLabel.assign(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n));
+    }
+    unsigned char missing[3][8] = {};
+    const int nMissing = code < 0 ? -code : code;
+    for (int k = 0; k < nMissing; ++k) {
+        in.Exact(missing[k], 8, "len == sizeof(missingValue)");
+        if (in.swapped && type == 0) StoreU64(missing[k], Swap64(LoadU64(missing[k])));
+    }
+    fileCells += 1;
+    if (type < 0) return;  // a continuation cell of the string before it
+    MURV_Variable& var = ds.AddVariable(type);
+    var.SetName(TrimRight(std::string(reinterpret_cast<const char*>(v + 20), kShortNameSize)));
+    var.SetPrintFormat(UnpackFormat(print));
+    var.SetWriteFormat(UnpackFormat(write));
+    if (hasLabel) var.SetLabel(varLabel.data(), varLabel.size());
+    if (code != 0) var.SetMissingValues(code, missing[0], nMissing > 1 ? missing[1] : nullptr, nMissing > 2 ? missing[2] : nullptr);
+}
+
+// A value-label record and the variable-index record after it.
+void ReadValueLabelRecord(RecordReader& in, SystemFileDataSource& ds, DictionaryIndex& dictIndex) {
+    const std::int32_t nLabels = in.I32("len == sizeof(nLabels)");
+    // Each label takes at least 16 bytes: no more can be in the file.
+    if (nLabels < 0 || static_cast<std::int64_t>(nLabels) * 16 > in.Left())
+        MURV_THROW_FILE("nLabels >= 0 && nLabels*16 <= bytesLeft", kErrBadContent);
+    std::vector<std::pair<ValueLabelKey, std::string>> pairs;
+    pairs.reserve(static_cast<std::size_t>(nLabels));
+    for (std::int32_t i = 0; i < nLabels; ++i) {
+        unsigned char head[9];
+        in.Exact(head, 9, "len == header.size()");
+        const int n = head[8];
+        const auto bytes = in.Bytes((n + 8) / 8 * 8 - 1, "len == paddedLen");
+        ValueLabelKey key;
+        std::memcpy(key.data(), head, 8);
+        pairs.emplace_back(key, std::string(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n)));
+    }
+    unsigned char vh[8];
+    in.Exact(vh, 8, "len == 2*sizeof(int32)");
+    if (LoadI32(vh, in.swapped) != kRecValueLabelVars) MURV_THROW_FILE("h[0] == 4", kErrBadContent);
+    const std::int32_t nVars = LoadI32(vh + 4, in.swapped);
+    if (nVars <= 0) MURV_THROW_FILE("h[1] > 0", kErrBadContent);
+    const auto raw = in.Bytes(static_cast<std::int64_t>(nVars) * 4, "len == nVars*sizeof(int32)");
+    std::vector<int> vars;
+    vars.reserve(static_cast<std::size_t>(nVars));
+    for (std::int32_t i = 0; i < nVars; ++i) {
+        const int index = dictIndex.IndexAt(LoadI32(raw.data() + 4 * i, in.swapped));
+        // A position on a continuation cell or outside the case names
+        // no variable: the file is inconsistent.
+        if (index < 0) MURV_THROW_FILE("position names a variable", kErrBadContent);
+        vars.push_back(index);
+    }
+    const bool numeric = ds.GetVariable(vars.front()).GetType() == 0;
+    for (int index : vars)
+        if ((ds.GetVariable(index).GetType() == 0) != numeric)
+            MURV_THROW_FILE("value labels of one kind of variable", kErrBadContent);
+    MURV_ValueLabelMap labels;
+    for (auto& [key, text] : pairs) {
+        if (in.swapped && numeric) StoreU64(key.data(), Swap64(LoadU64(key.data())));
+        labels.SetLabel(key, text);
+    }
+    for (int index : vars) ds.GetVariable(index).SetValueLabels(labels);
+}
+
+// The documents: lines of 80 bytes, kept as the dataset's record 0.
+void ReadDocumentRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileInfo& info) {
+    const std::int32_t n = in.I32("len == sizeof(nLines)");
+    if (n < 0) MURV_THROW_FILE("nLines >= 0", kErrBadContent);
+    const auto bytes = in.Bytes(static_cast<std::int64_t>(n) * kDocumentLineSize, "len == nLines*80");
+    ds.SetExtension(0, 1, n * kDocumentLineSize, bytes.empty() ? nullptr : bytes.data());
+    info.MarkSeen(0);
+}
+
+// An extension record, handed to the handler of its subtype or kept whole.
+void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileInfo& info,
+                         std::int64_t& caseCountRecordPos) {
+    unsigned char eh[12];
+    in.Exact(eh, 12, "len == 3*sizeof(int32)");
+    const std::int32_t subtype = LoadI32(eh, in.swapped);
+    const std::int32_t unitSize = LoadI32(eh + 4, in.swapped);
+    const std::int32_t nUnits = LoadI32(eh + 8, in.swapped);
+    if (subtype < 0) MURV_THROW_FILE("0 <= type", kErrBadContent);
+    if (unitSize < 1 || nUnits < 0) MURV_THROW_FILE("unitSize > 0 && nUnits >= 0", kErrBadContent);
+    const std::int64_t len = static_cast<std::int64_t>(unitSize) * nUnits;
+    if (len > std::numeric_limits<std::int32_t>::max()) MURV_THROW_FILE("unitSize*nUnits fits", kErrBadContent);
+    if (subtype == 16) caseCountRecordPos = in.Position();
+    if (len > in.Left()) MURV_THROW_FILE("len == h[2]*h[1]", kErrFileEnds);
+    // A record with no units is accepted: an unhandled subtype is then
+    // removed from the dataset, and a handler judges the empty payload.
+    SystemFileExtensionRecord record;
+    record.SetUnitSize(unitSize);
+    record.SetNUnits(nUnits);
+    if (nUnits > 0) in.Exact(record.Contents(), len, "len == h[2]*h[1]");
+    ReadDispatch(subtype, ds, info, record);
+}
+
+// Names lower-cased when the file carries no long names, then any that the
+// rules refuse or that repeat another replaced by V1, V2, ...
+void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
+    if (!longNamesRead)
+        for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+            MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+            v.SetName(LowerName(v.GetName()));
+        }
+    {
+        std::unordered_set<std::string> taken;
+        std::vector<std::size_t> repair;
+        for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+            const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+            if (NameCanStay(v.GetName()) && taken.insert(v.GetUpperName()).second) continue;
+            repair.push_back(i);
+        }
+        int counter = 1;
+        for (std::size_t i : repair) {
+            std::string name;
+            do {
+                char buf[16];
+                std::snprintf(buf, sizeof buf, "V%d", counter++);
+                name = buf;
+            } while (taken.count(text::UpperCopy(name)));
+            taken.insert(text::UpperCopy(name));
+            ds.GetVariable(static_cast<int>(i)).SetName(name);
+        }
+    }
+}
+
 }  // namespace
 
 SystemFileDataSource::Data::Data() = default;
@@ -156,40 +338,10 @@ void SystemFileDataSource::ReadFile() {
     const std::int64_t fileSize = stream.Tell();
     stream.Seek(0, 0);
     RecordReader in(stream, fileSize);
+    const std::int32_t headerCaseSize = ReadHeaderRecord(in, fileSize, *this, info);
 
-    // Header.
-    unsigned char header[kHeaderSize];
-    if (fileSize < 4) MURV_THROW_FILE("nRead == 4", kErrFileEnds);
-    in.Exact(header, 4, "nRead == 4");
-    if (std::memcmp(header, kMagic, 4) != 0) MURV_THROW_FILE("std::string(magic) == \"$FL2\"", kErrBadContent);
-    in.Exact(header + 4, kHeaderSize - 4, "nRead == len1");
-    info.byteSwapped = HeaderIsSwapped(header);
-    in.swapped = info.byteSwapped;
-    const HeaderRecord h = DecodeHeader(header, info.byteSwapped);
-    info.product = TrimRight(h.product);
-    info.layoutCode = h.layoutCode;
-    info.nominalCaseSize = h.nominalCaseSize;
-    const std::int32_t headerCaseSize = h.nominalCaseSize;
-    info.weightIndex = h.weightIndex;
-    info.compressed = h.compression != 0;
-    info._nCases = h.caseCount;
-    info.bias = h.bias;
-    // Every file has a label field: one of blanks is an empty label, not
-    // the absence of one.
-    SetIdString(TrimRight(h.fileLabel));
-    {
-        const int day = TwoDigits(h.creationDate, 0);
-        const int month = MonthOf(h.creationDate.substr(3));
-        int year = TwoDigits(h.creationDate, 7);
-        if (year >= 0) year += year < 70 ? 2000 : 1900;
-        const int hour = TwoDigits(h.creationTime, 0);
-        const int minute = TwoDigits(h.creationTime, 3);
-        const int second = TwoDigits(h.creationTime, 6);
-        double stamp = 0;
-        if (DateTimeValue(day, month, year, hour, minute, second, &stamp) && stamp != 0) SetTimeStamp(stamp);
-    }
-
-    // Dictionary records up to the termination record.
+    // Dictionary records up to the termination record. Value labels name
+    // variables by their case position: the index follows the variables read.
     DictionaryIndex dictIndex(*this);
     bool indexCurrent = false;
     std::uint32_t fileCells = 0;
@@ -197,112 +349,17 @@ void SystemFileDataSource::ReadFile() {
         const std::int32_t recType = in.I32("len == sizeof(recType)");
         if (recType == kRecVariable) {
             indexCurrent = false;
-            unsigned char v[28];
-            in.Exact(v, 28, "len == sizeof(varRecord)");
-            const std::int32_t type = LoadI32(v, in.swapped);
-            const std::int32_t hasLabel = LoadI32(v + 4, in.swapped);
-            const std::int32_t code = LoadI32(v + 8, in.swapped);
-            const auto print = static_cast<std::uint32_t>(LoadI32(v + 12, in.swapped));
-            const auto write = static_cast<std::uint32_t>(LoadI32(v + 16, in.swapped));
-            // A code outside -3..3 would ask for more values than a variable
-            // holds: the record is refused rather than read.
-            if (code < -3 || code > 3 || code == -1) MURV_THROW_FILE("nMissing >= -3 && nMissing <= 3", kErrBadContent);
-            if (type > MURV_Variable::MAX_STRING_TYPE || type < -1) MURV_THROW_FILE("type >= -1 && type <= 32767", kErrBadContent);
-            std::string varLabel;
-            if (hasLabel) {
-                const std::int32_t n = in.I32("len == sizeof(labelLen)");
-                if (n < 0) MURV_THROW_FILE("labelLen >= 0", kErrBadContent);
-                const std::int64_t padded = (static_cast<std::int64_t>(n) + 3) / 4 * 4;
-                const auto bytes = in.Bytes(padded, "len == paddedLabelLen");
-                varLabel.assign(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n));
-            }
-            unsigned char missing[3][8] = {};
-            const int nMissing = code < 0 ? -code : code;
-            for (int k = 0; k < nMissing; ++k) {
-                in.Exact(missing[k], 8, "len == sizeof(missingValue)");
-                if (in.swapped && type == 0) StoreU64(missing[k], Swap64(LoadU64(missing[k])));
-            }
-            if (type < 0) {
-                fileCells += 1;
-                continue;  // a continuation cell of the string before it
-            }
-            fileCells += 1;
-            MURV_Variable& var = AddVariable(type);
-            var.SetName(TrimRight(std::string(reinterpret_cast<const char*>(v + 20), kShortNameSize)));
-            var.SetPrintFormat(UnpackFormat(print));
-            var.SetWriteFormat(UnpackFormat(write));
-            if (hasLabel) var.SetLabel(varLabel.data(), varLabel.size());
-            if (code != 0) var.SetMissingValues(code, missing[0], nMissing > 1 ? missing[1] : nullptr, nMissing > 2 ? missing[2] : nullptr);
+            ReadVariableRecord(in, *this, fileCells);
         } else if (recType == kRecValueLabels) {
             if (!indexCurrent) {
                 dictIndex.Rebuild();
                 indexCurrent = true;
             }
-            const std::int32_t nLabels = in.I32("len == sizeof(nLabels)");
-            // Each label takes at least 16 bytes: no more can be in the file.
-            if (nLabels < 0 || static_cast<std::int64_t>(nLabels) * 16 > in.Left())
-                MURV_THROW_FILE("nLabels >= 0 && nLabels*16 <= bytesLeft", kErrBadContent);
-            std::vector<std::pair<ValueLabelKey, std::string>> pairs;
-            pairs.reserve(static_cast<std::size_t>(nLabels));
-            for (std::int32_t i = 0; i < nLabels; ++i) {
-                unsigned char head[9];
-                in.Exact(head, 9, "len == header.size()");
-                const int n = head[8];
-                const auto bytes = in.Bytes((n + 8) / 8 * 8 - 1, "len == paddedLen");
-                ValueLabelKey key;
-                std::memcpy(key.data(), head, 8);
-                pairs.emplace_back(key, std::string(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n)));
-            }
-            unsigned char vh[8];
-            in.Exact(vh, 8, "len == 2*sizeof(int32)");
-            if (LoadI32(vh, in.swapped) != kRecValueLabelVars) MURV_THROW_FILE("h[0] == 4", kErrBadContent);
-            const std::int32_t nVars = LoadI32(vh + 4, in.swapped);
-            if (nVars <= 0) MURV_THROW_FILE("h[1] > 0", kErrBadContent);
-            const auto raw = in.Bytes(static_cast<std::int64_t>(nVars) * 4, "len == nVars*sizeof(int32)");
-            std::vector<int> vars;
-            vars.reserve(static_cast<std::size_t>(nVars));
-            for (std::int32_t i = 0; i < nVars; ++i) {
-                const int index = dictIndex.IndexAt(LoadI32(raw.data() + 4 * i, in.swapped));
-                // A position on a continuation cell or outside the case names
-                // no variable: the file is inconsistent.
-                if (index < 0) MURV_THROW_FILE("position names a variable", kErrBadContent);
-                vars.push_back(index);
-            }
-            const bool numeric = GetVariable(vars.front()).GetType() == 0;
-            for (int index : vars)
-                if ((GetVariable(index).GetType() == 0) != numeric)
-                    MURV_THROW_FILE("value labels of one kind of variable", kErrBadContent);
-            MURV_ValueLabelMap labels;
-            for (auto& [key, text] : pairs) {
-                if (in.swapped && numeric) StoreU64(key.data(), Swap64(LoadU64(key.data())));
-                labels.SetLabel(key, text);
-            }
-            for (int index : vars) GetVariable(index).SetValueLabels(labels);
+            ReadValueLabelRecord(in, *this, dictIndex);
         } else if (recType == kRecDocument) {
-            const std::int32_t n = in.I32("len == sizeof(nLines)");
-            if (n < 0) MURV_THROW_FILE("nLines >= 0", kErrBadContent);
-            const auto bytes = in.Bytes(static_cast<std::int64_t>(n) * kDocumentLineSize, "len == nLines*80");
-            SetExtension(0, 1, n * kDocumentLineSize, bytes.empty() ? nullptr : bytes.data());
-            info.MarkSeen(0);
+            ReadDocumentRecord(in, *this, info);
         } else if (recType == kRecExtension) {
-            unsigned char eh[12];
-            in.Exact(eh, 12, "len == 3*sizeof(int32)");
-            const std::int32_t subtype = LoadI32(eh, in.swapped);
-            const std::int32_t unitSize = LoadI32(eh + 4, in.swapped);
-            const std::int32_t nUnits = LoadI32(eh + 8, in.swapped);
-            if (subtype < 0) MURV_THROW_FILE("0 <= type", kErrBadContent);
-            if (unitSize < 1 || nUnits < 0) MURV_THROW_FILE("unitSize > 0 && nUnits >= 0", kErrBadContent);
-            const std::int64_t len = static_cast<std::int64_t>(unitSize) * nUnits;
-            if (len > std::numeric_limits<std::int32_t>::max()) MURV_THROW_FILE("unitSize*nUnits fits", kErrBadContent);
-            if (subtype == 16) m_data->caseCountRecordPos = stream.Tell();
-            if (len > in.Left()) MURV_THROW_FILE("len == h[2]*h[1]", kErrFileEnds);
-            // A record with no units is accepted: an unhandled subtype is then
-            // removed from the dataset, and a handler judges the empty payload.
-            SystemFileExtensionRecord record;
-            record.SetUnitSize(unitSize);
-            record.SetNUnits(nUnits);
-            if (nUnits > 0) in.Exact(record.Contents(), len, "len == h[2]*h[1]");
-            ReadDispatch(subtype, *this, info, record);
+            ReadExtensionRecord(in, *this, info, m_data->caseCountRecordPos);
         } else if (recType == kRecEnd) {
             unsigned char filler[4];
             in.Exact(filler, 4, "len == sizeof(padding)");
@@ -328,33 +385,7 @@ void SystemFileDataSource::ReadFile() {
     const int weight = weightCell >= 0 ? dictIndex.IndexAt(weightCell + 1) : -1;
     SetWeightVar(weight >= 0 && GetVariable(weight).GetType() == 0 ? weight : -1);
 
-    // Names: lower-cased when the file carries no long names, then repaired.
-    if (!info.longNamesRead)
-        for (std::size_t i = 0; i < ColumnCount(); ++i) {
-            MURV_Variable& v = GetVariable(static_cast<int>(i));
-            v.SetName(LowerName(v.GetName()));
-        }
-    {
-        std::unordered_set<std::string> taken;
-        std::vector<std::size_t> repair;
-        for (std::size_t i = 0; i < ColumnCount(); ++i) {
-            const MURV_Variable& v = GetVariable(static_cast<int>(i));
-            if (NameCanStay(v.GetName()) && taken.insert(v.GetUpperName()).second) continue;
-            repair.push_back(i);
-        }
-        int counter = 1;
-        for (std::size_t i : repair) {
-            std::string name;
-            do {
-                char buf[16];
-                std::snprintf(buf, sizeof buf, "V%d", counter++);
-                name = buf;
-            } while (taken.count(text::UpperCopy(name)));
-            taken.insert(text::UpperCopy(name));
-            GetVariable(static_cast<int>(i)).SetName(name);
-        }
-    }
-
+    RepairNames(*this, info.longNamesRead);
     // Sets naming variables the dictionary does not hold lose those members.
     PruneSetsAfterRead(*this);
 

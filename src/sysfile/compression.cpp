@@ -15,6 +15,8 @@ namespace murv {
 namespace {
 
 constexpr std::uint64_t kBlankCell = 0x2020202020202020ull;
+// The most bytes one block takes: its commands and eight stored cells.
+constexpr unsigned kMaxBlockBytes = kKeySize + kKeySize * kCellBytes;
 
 std::array<std::uint64_t, 256> MakeTable() {
     std::array<std::uint64_t, 256> t{};
@@ -39,26 +41,72 @@ constexpr std::uint64_t ZeroBytes(std::uint64_t v) {
 static_assert(ZeroBytes(0x00FD00FD00FD0000ull) == 0x8000800080008080ull);
 inline void StoreCell(unsigned char* p, std::uint64_t v) { StoreU64(p, v); }
 
-inline unsigned char EncodeBits(std::uint64_t bits) {
-    if (bits == kSysmisBits) return kCodeSysmis;
-    if (bits == kBlankCell) return kCodeBlanks;
-    const auto low = static_cast<std::uint32_t>(bits);
-    const auto high = static_cast<std::uint32_t>(bits >> 32);
-    const std::uint32_t exponent = high & 0x7FF00000u;
-    // Only +0.0 and values with |x| in [1, 256) can be small integers.
-    if (low != 0 || (high != 0 && (exponent < 0x3FF00000u || exponent > 0x40600000u))) return kCodeStored;
-    const double x = std::bit_cast<double>(bits);
-    const long k = static_cast<long>(x) + kCompressionBias;
-    if (k < 1 || k > 251) return kCodeStored;
-    return gTable[static_cast<std::size_t>(k)] == bits ? static_cast<unsigned char>(k)
-                                                : static_cast<unsigned char>(kCodeStored);
+// The command of one cell, without a branch on the value. Values in
+// [-99, 151] are found by comparing the bits without the sign against the
+// bits of the bound for that sign (NaN lies above every bound); any other
+// value is replaced by zero before the conversion to an integer. The cell is
+// a small integer when the table entry of its truncated value holds the very
+// same bits; system-missing and blanks are picked out last.
+inline unsigned EncodeBits(std::uint64_t bits) {
+    constexpr std::uint64_t kAbove = std::bit_cast<std::uint64_t>(151.0);
+    constexpr std::uint64_t kBelow = std::bit_cast<std::uint64_t>(99.0);
+    const std::uint64_t negative = 0 - (bits >> 63);  // all ones for a negative sign
+    const std::uint64_t bound = kAbove ^ ((kAbove ^ kBelow) & negative);
+    const std::uint64_t inRange = 0 - static_cast<std::uint64_t>((bits & ~(1ull << 63)) <= bound);
+    const double x = std::bit_cast<double>(bits & inRange);
+    const unsigned k = static_cast<unsigned>(static_cast<int>(x) + kCompressionBias);  // 1..251
+    unsigned code = gTable[k] == bits ? k : unsigned{kCodeStored};
+    code = bits == kSysmisBits ? unsigned{kCodeSysmis} : code;
+    code = bits == kBlankCell ? unsigned{kCodeBlanks} : code;
+    return code;
+}
+
+// Codes the eight cells of a whole block at out: its commands, then its
+// stored cells. Each cell is written whether stored or not, and only a
+// stored one advances; returns the bytes of the block.
+inline unsigned EncodeBlock(const unsigned char* cells, unsigned char* out) {
+    unsigned char* values = out + kKeySize;
+    unsigned k = 0;
+    for (int i = 0; i < kKeySize; ++i) {
+        const std::uint64_t bits = LoadCell(cells + i * kCellBytes);
+        const unsigned code = EncodeBits(bits);
+        out[i] = static_cast<unsigned char>(code);
+        StoreCell(values + k * kCellBytes, bits);
+        k += code == kCodeStored;
+    }
+    return kKeySize + k * kCellBytes;
+}
+
+// Decodes a whole block (eight commands, none padding or an end) into eight
+// cells: each from the block's stored cells or from the table, whichever its
+// command names.
+inline void DecodeBlock(const unsigned char* keys, const unsigned char* stored, unsigned char* out) {
+    unsigned k = 0;
+    for (int i = 0; i < kKeySize; ++i) {
+        const unsigned char code = keys[i];
+        const bool isStored = code == kCodeStored;
+        const unsigned char* from = isStored ? stored + k * kCellBytes : reinterpret_cast<const unsigned char*>(&gTable[code]);
+        std::memcpy(out + i * kCellBytes, from, kCellBytes);
+        k += isStored;
+    }
+}
+
+// How many of a block's eight commands (as one word) are 253.
+inline unsigned StoredCount(std::uint64_t word) {
+    // (The flags, moved to the low bit of each byte, summed by a multiply:
+    // no population count instruction is assumed.)
+    return static_cast<unsigned>(((ZeroBytes(word ^ Repeated(kCodeStored)) >> 7) * Repeated(1)) >> 56);
+}
+// Whether none of them is 0 or 252.
+inline bool WholeBlock(std::uint64_t word) {
+    return (ZeroBytes(word) | ZeroBytes(word ^ Repeated(kCodeEndOfBlock))) == 0;
 }
 
 }  // namespace
 
 const std::array<std::uint64_t, 256>& CompressionTable() { return gTable; }
 
-unsigned char EncodeCell(const unsigned char* cell) { return EncodeBits(LoadCell(cell)); }
+unsigned char EncodeCell(const unsigned char* cell) { return static_cast<unsigned char>(EncodeBits(LoadCell(cell))); }
 
 CompressedSystemFile::CompressedSystemFile(int cellsPerCase, MURV_FileStream* stream, SparseFileIndex* index,
                                            std::int64_t row0pos)
@@ -114,20 +162,25 @@ void CompressedSystemFile::WriteBlock() {
     if (outLen_ >= kIoBytes) WriteOut();
 }
 
-// The block state stays in locals while a case is coded (stores into key_, a
-// byte array, would otherwise make the compiler reload it); each cell goes
-// to values_ whether it is stored or not, and only a stored one keeps it.
+// A partly filled block is completed cell by cell; then whole blocks of
+// eight cells go straight into the output buffer; the cells left over start
+// the next block. The block state stays in locals while a case is coded
+// (stores into key_, a byte array, would otherwise make the compiler reload
+// it).
 void CompressedSystemFile::WriteCase(const unsigned char* cells) {
     index_->Add(current_, Tell());
+    if (out_.empty()) out_.resize(kIoBytes + kKeySize + kKeySize * kCellBytes);
+    const int n = cellsPerCase_;
+    int i = 0;
     unsigned pos = pos_, next = nextValue_;
-    for (int i = 0; i < cellsPerCase_; ++i) {
+    auto codeCell = [&] {
         if (pos == kKeySize) {
             pos = 0;
             next = 1;
         }
-        const std::uint64_t bits = LoadCell(cells + static_cast<std::size_t>(i) * kCellBytes);
-        const unsigned char code = EncodeBits(bits);
-        key_[pos++] = code;
+        const std::uint64_t bits = LoadCell(cells + static_cast<std::size_t>(i++) * kCellBytes);
+        const unsigned code = EncodeBits(bits);
+        key_[pos++] = static_cast<unsigned char>(code);
         values_[next] = bits;
         next += code == kCodeStored;
         if (pos == kKeySize) {
@@ -136,7 +189,15 @@ void CompressedSystemFile::WriteCase(const unsigned char* cells) {
             WriteBlock();
             blockLength_ = 0;
         }
+    };
+    while (pos < kKeySize && i < n) codeCell();
+    while (n - i >= kKeySize) {
+        outLen_ += EncodeBlock(cells + static_cast<std::size_t>(i) * kCellBytes, out_.data() + outLen_);
+        if (outLen_ >= kIoBytes) WriteOut();
+        i += kKeySize;
+        blockLength_ = 0;
     }
+    while (i < n) codeCell();
     pos_ = pos;
     nextValue_ = next;
     ++current_;
@@ -166,9 +227,8 @@ bool CompressedSystemFile::LoadBlock() {
         // The eight commands at once: how many are 253, and whether any is
         // 0 or 252 (then the block is counted command by command).
         const std::uint64_t word = LoadU64(keys);
-        // (The flags, moved to the low bit of each byte, summed by a multiply.)
-        unsigned nu = static_cast<unsigned>(((ZeroBytes(word ^ Repeated(kCodeStored)) >> 7) * Repeated(1)) >> 56);
-        const bool whole = (ZeroBytes(word) | ZeroBytes(word ^ Repeated(kCodeEndOfBlock))) == 0;
+        unsigned nu = StoredCount(word);
+        const bool whole = WholeBlock(word);
         if (!whole) {
             nu = 0;
             for (int i = 0; i < kKeySize && keys[i] != kCodeEndOfBlock; ++i) nu += keys[i] == kCodeStored;
@@ -227,6 +287,33 @@ int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* sw
     int iCell = 0;
     while (iCell < n) {
         if (pos == kKeySize) {
+            // Whole blocks that lie in the input buffer, with eight cells of
+            // this case, are decoded in place one after the other.
+            // (Positions in locals: the stores into cells could alias members.)
+            if (!swap && n - iCell >= kKeySize && inLen_ - inPos_ >= kMaxBlockBytes) {
+                const unsigned char* const base = in_.data();
+                const unsigned char* p = base + inPos_;
+                const unsigned char* const last = base + (inLen_ - kMaxBlockBytes);
+                unsigned char* out = cells ? cells + static_cast<std::size_t>(iCell) * kCellBytes : nullptr;
+                int blocks = (n - iCell) / kKeySize;
+                unsigned length = 0;
+                for (; blocks > 0 && p <= last; --blocks) {
+                    const std::uint64_t word = LoadU64(p);
+                    if (!WholeBlock(word)) break;
+                    if (out) {
+                        DecodeBlock(p, p + kKeySize, out);
+                        out += kKeySize * kCellBytes;
+                    }
+                    length = kKeySize + StoredCount(word) * kCellBytes;
+                    p += length;
+                }
+                if (length != 0) {
+                    inPos_ = static_cast<unsigned>(p - base);
+                    blockLength_ = length;
+                    iCell = n - (n - iCell) % kKeySize - blocks * kKeySize;
+                }
+                if (iCell == n) break;
+            }
             if (!LoadBlock()) {
                 pos_ = pos;
                 if (iCell == 0) return 0;
@@ -236,22 +323,8 @@ int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* sw
             stored = cells_;
             pos = 0;
             next = 1;
-            // A block of eight cells, all within this case: decoded without a
-            // branch per cell (each cell is loaded from the block's stored
-            // cells or from the table, whichever its command names).
             if (wholeBlock_ && n - iCell >= kKeySize && !swap) {
-                if (cells) {
-                    unsigned char* out = cells + static_cast<std::size_t>(iCell) * kCellBytes;
-                    unsigned k = 0;
-                    for (int i = 0; i < kKeySize; ++i) {
-                        const unsigned char code = keys[i];
-                        const bool isStored = code == kCodeStored;
-                        const unsigned char* from =
-                            isStored ? stored + k * kCellBytes : reinterpret_cast<const unsigned char*>(&gTable[code]);
-                        std::memcpy(out + i * kCellBytes, from, kCellBytes);
-                        k += isStored;
-                    }
-                }
+                if (cells) DecodeBlock(keys, stored, cells + static_cast<std::size_t>(iCell) * kCellBytes);
                 pos = kKeySize;
                 iCell += kKeySize;
                 continue;

@@ -250,11 +250,17 @@ MURV_API int MURV_CALL murvWholeCaseIn(int handle, char* caseRec) {
         int rc = MURV_RC_OK;
         // Checked before reading, so that a null record does not use up a case.
         if (!caseRec) return MURV_RC_BAD_HANDLE;
-        if ((rc = ReadNextCase(*ds)) != MURV_RC_OK) return rc;
-        std::memcpy(caseRec, ds->State().caseBuffer.get(), static_cast<std::size_t>(CaseBytes(*ds)));
-        // The record now belongs to the caller; the value calls see no case.
-        ds->State().caseState = caseEmpty;
-        return MURV_RC_OK;
+        if ((rc = PrepareBuffer(*ds, true)) != MURV_RC_OK) return rc;
+        dioHandleState& st = ds->State();
+        if (st.caseState == caseAtEnd) return MURV_RC_END_OF_FILE;
+        // The case goes straight into the caller's record; the value calls
+        // see no case afterwards.
+        if (st.caseIterator->ReadNextInto(caseRec)) {
+            st.caseState = caseEmpty;
+            return MURV_RC_OK;
+        }
+        st.caseState = caseAtEnd;
+        return MURV_RC_END_OF_FILE;
     });
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 #include "model/case.h"
@@ -33,6 +34,13 @@ public:
     virtual std::int64_t Tell() = 0;
     // Non-zero when a case was read into the buffer, 0 at the end.
     virtual int ReadNext() = 0;
+    // The same, but the case goes straight into record (the dictionary's
+    // layout) and the iterator's own case is left as it was.
+    virtual int ReadNextInto(void* record) {
+        if (!ReadNext()) return 0;
+        std::memcpy(record, fpCase->GetValuePtr(0), fpCase->CaseSize() * 8);
+        return 1;
+    }
 
     MURV_DataSource* GetDataSource() const { return fpCase->GetDataSource(); }
     MURV_Case& GetCase() { return *fpCase; }

@@ -635,7 +635,15 @@ public:
     }
     std::int64_t Tell() override { return static_cast<std::int64_t>(pos_); }
 
-    int ReadNext() override {
+    int ReadNext() override { return ReadInto(reinterpret_cast<unsigned char*>(GetCase().GetValuePtr(0))); }
+    int ReadNextInto(void* record) override { return ReadInto(static_cast<unsigned char*>(record)); }
+
+private:
+    // Reads the next case into caseCells, in the dictionary's layout: plain
+    // cases come from the read-ahead block, compressed ones are decoded
+    // there, and only files with very long strings go through a case of the
+    // file's own layout first.
+    int ReadInto(unsigned char* const caseCells) {
         SystemFileInfo& info = data_.m_options;
         const unsigned cells = static_cast<unsigned>(info.nominalCaseSize);
         const std::int64_t caseLen = static_cast<std::int64_t>(cells) * 8;
@@ -643,7 +651,6 @@ public:
             if (compressed_) compressed_->SetTarget(pos_);
             streamCase_ = static_cast<std::int64_t>(pos_);
         }
-        unsigned char* const caseCells = reinterpret_cast<unsigned char*>(GetCase().GetValuePtr(0));
         unsigned char* dst = fileCase_.empty() ? caseCells : fileCase_.data();
         const unsigned char* swap = info.swapFlags.empty() ? nullptr : info.swapFlags.data();
         std::int64_t readLen;
@@ -672,7 +679,6 @@ public:
         return 0;
     }
 
-private:
     // Reads the plain case at pos_ into dst; returns the bytes found (fewer
     // than a case at the end of the file). Sequential reading takes many
     // cases with one stream call and hands them out one by one.

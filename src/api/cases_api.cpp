@@ -48,7 +48,7 @@ int MakeBuffer(dioDataSource& ds, bool forReading) {
         } catch (const std::bad_alloc&) {
             return MURV_RC_NO_MEMORY;
         }
-        st.caseState = caseEmpty;
+        SetCaseState(st, caseEmpty);
     }
     if (forReading && !st.caseIterator) {
         try {
@@ -79,7 +79,7 @@ void StartCase(dioDataSource& ds) {
         st.emptyCase = std::move(empty);
     }
     std::memcpy(st.caseBuffer.get(), st.emptyCase.data(), st.caseBufferCells * sizeof(std::uint64_t));
-    st.caseState = caseCurrent;
+    SetCaseState(st, caseCurrent);
 }
 
 inline void StartCaseIfNeeded(dioDataSource& ds) {
@@ -92,7 +92,7 @@ inline void StartCaseIfNeeded(dioDataSource& ds) {
 // conversion.
 inline const dioHandleState::CaseSlot* ResolveVarHandle(const dioHandleState& st, double varHandle) {
     if (!(varHandle >= 1.0 && varHandle < 2147483648.0)) return nullptr;  // NaN too
-    const auto index = static_cast<std::size_t>(varHandle) - 1;
+    const auto index = static_cast<std::size_t>(static_cast<std::uint32_t>(static_cast<std::int32_t>(varHandle)) - 1u);
     return index < st.caseSlots.size() ? &st.caseSlots[index] : nullptr;
 }
 
@@ -107,10 +107,10 @@ int ReadNextCase(dioDataSource& ds) {
     dioHandleState& st = ds.State();
     if (st.caseState == caseAtEnd) return MURV_RC_END_OF_FILE;
     if (st.caseIterator->ReadNext()) {
-        st.caseState = caseCurrent;
+        SetCaseState(st, caseCurrent);
         return MURV_RC_OK;
     }
-    st.caseState = caseAtEnd;
+    SetCaseState(st, caseAtEnd);
     return MURV_RC_END_OF_FILE;
 }
 
@@ -127,7 +127,10 @@ extern "C" {
 
 // ---- writing ----
 
-MURV_API int MURV_CALL murvSetValueNumeric(int handle, double varHandle, double value) {
+namespace {
+
+// The full way of murvSetValueNumeric, with every check and code.
+[[gnu::noinline]] int SetValueNumeric(int handle, double varHandle, double value) {
     return WithHandle(handle, caseWrite, MURV_RC_FILE_WRITE, [&](dioDataSource* ds) {
         int rc = MURV_RC_OK;
         if ((rc = PrepareBuffer(*ds, false)) != MURV_RC_OK) return rc;
@@ -139,6 +142,20 @@ MURV_API int MURV_CALL murvSetValueNumeric(int handle, double varHandle, double 
         std::memcpy(ValuePtr(st, *slot), &value, sizeof value);
         return MURV_RC_OK;
     });
+}
+
+}  // namespace
+
+MURV_API int MURV_CALL murvSetValueNumeric(int handle, double varHandle, double value) {
+    // The common path: a case started, a numeric variable.
+    if (const dioHandleState* st = PeekState(handle); st && st->fillCells) {
+        const auto* slot = ResolveVarHandle(*st, varHandle);
+        if (slot && slot->type == 0) {
+            std::memcpy(st->fillCells + slot->cell, &value, sizeof value);
+            return MURV_RC_OK;
+        }
+    }
+    return SetValueNumeric(handle, varHandle, value);
 }
 
 MURV_API int MURV_CALL murvSetValueChar(int handle, double varHandle, const char* value) {
@@ -171,7 +188,7 @@ MURV_API int MURV_CALL murvCommitCaseRecord(int handle) {
         // A commit with no value set writes an all-missing case.
         StartCaseIfNeeded(*ds);
         ds->WriteCase(ds->State().caseBuffer.get());
-        ds->State().caseState = caseEmpty;
+        SetCaseState(ds->State(), caseEmpty);
         return MURV_RC_OK;
     });
 }
@@ -182,7 +199,7 @@ MURV_API int MURV_CALL murvWholeCaseOut(int handle, const char* caseRec) {
         // The caller's record goes out as it is: blank padding and missing
         // values are the caller's business.
         ds->WriteCase(caseRec);
-        ds->State().caseState = caseEmpty;
+        SetCaseState(ds->State(), caseEmpty);
         return MURV_RC_OK;
     });
 }
@@ -204,12 +221,15 @@ MURV_API int MURV_CALL murvSeekNextCase(int handle, int caseNumber) {
         // Not compared with the case count: a read beyond the last case
         // reports the end of the file.
         if (!st.caseIterator->Seek(static_cast<std::int64_t>(caseNumber))) return MURV_RC_FILE_READ;
-        st.caseState = caseEmpty;
+        SetCaseState(st, caseEmpty);
         return MURV_RC_OK;
     });
 }
 
-MURV_API int MURV_CALL murvGetValueNumeric(int handle, double varHandle, double* value) {
+namespace {
+
+// The full way of murvGetValueNumeric, with every check and code.
+[[gnu::noinline]] int GetValueNumeric(int handle, double varHandle, double* value) {
     if (value) *value = 0.0;
     return WithHandle(handle, readMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         int rc = MURV_RC_OK;
@@ -223,6 +243,21 @@ MURV_API int MURV_CALL murvGetValueNumeric(int handle, double varHandle, double*
         std::memcpy(value, ValuePtr(st, *slot), sizeof *value);
         return MURV_RC_OK;
     });
+}
+
+}  // namespace
+
+MURV_API int MURV_CALL murvGetValueNumeric(int handle, double varHandle, double* value) {
+    // The common path: a current case, a numeric variable, somewhere to put
+    // the value. Anything else goes the full way, which gives the codes.
+    if (const dioHandleState* st = PeekState(handle); st && st->readyCells && value) {
+        const auto* slot = ResolveVarHandle(*st, varHandle);
+        if (slot && slot->type == 0) {
+            std::memcpy(value, st->readyCells + slot->cell, sizeof *value);
+            return MURV_RC_OK;
+        }
+    }
+    return GetValueNumeric(handle, varHandle, value);
 }
 
 MURV_API int MURV_CALL murvGetValueChar(int handle, double varHandle, char* value, int valueSize) {
@@ -256,10 +291,10 @@ MURV_API int MURV_CALL murvWholeCaseIn(int handle, char* caseRec) {
         // The case goes straight into the caller's record; the value calls
         // see no case afterwards.
         if (st.caseIterator->ReadNextInto(caseRec)) {
-            st.caseState = caseEmpty;
+            SetCaseState(st, caseEmpty);
             return MURV_RC_OK;
         }
-        st.caseState = caseAtEnd;
+        SetCaseState(st, caseAtEnd);
         return MURV_RC_END_OF_FILE;
     });
 }

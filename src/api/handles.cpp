@@ -15,27 +15,27 @@ std::array<std::atomic<dioDataSource*>, kTableSize>& Table() { return detail::gH
 }  // namespace
 
 dioDataSource::dioDataSource(int openMode, std::string fileName)
-    : SystemFileDataSource(std::move(fileName)), state_(std::make_unique<dioHandleState>()) {
-    state_->openMode = openMode;
-    state_->committed = true;
+    : SystemFileDataSource(std::move(fileName)) {
+    state_.openMode = openMode;
+    state_.committed = true;
 }
 
 dioDataSource::dioDataSource(int openMode, std::string fileName, CreateTag tag)
-    : SystemFileDataSource(std::move(fileName), tag), state_(std::make_unique<dioHandleState>()) {
-    state_->openMode = openMode;
-    state_->committed = openMode != dioWriteMode;
+    : SystemFileDataSource(std::move(fileName), tag) {
+    state_.openMode = openMode;
+    state_.committed = openMode != dioWriteMode;
 }
 
 void dioDataSource::Close() {
     // The iterator reads through the dataset: it goes first.
-    state_->caseIterator.reset();
-    if (state_->openMode == dioWriteMode || state_->openMode == dioAppendMode) FinishWriting();
+    state_.caseIterator.reset();
+    if (state_.openMode == dioWriteMode || state_.openMode == dioAppendMode) FinishWriting();
 }
 
 dioDataSource::~dioDataSource() {
-    state_->caseIterator.reset();
+    state_.caseIterator.reset();
     try {
-        if (state_->openMode == dioWriteMode || state_->openMode == dioAppendMode) FinishWriting();
+        if (state_.openMode == dioWriteMode || state_.openMode == dioAppendMode) FinishWriting();
     } catch (...) {
         // Reported by Close when the handle is closed normally.
     }

@@ -51,6 +51,13 @@ struct dioHandleState {
     std::vector<std::uint64_t> emptyCase;
     // Full name -> short name in the file, built on the first question.
     std::unordered_map<std::string, std::string> shortNames;
+    // The current case as the value calls see it, kept by SetCaseState:
+    // readyCells while a case read from the file is current (read handles),
+    // fillCells while a case being written is started (write and append
+    // handles), null otherwise. The common path of those calls tests only
+    // these.
+    std::uint64_t* readyCells = nullptr;
+    std::uint64_t* fillCells = nullptr;
     int openMode = dioReadMode;
     int caseState = caseEmpty;
     bool committed = true;
@@ -66,13 +73,13 @@ public:
     // Finishes a file being written or appended to.
     ~dioDataSource() override;
 
-    dioHandleState& State() { return *state_; }
+    dioHandleState& State() { return state_; }
     // Finishes writing so that failures can be reported (the destructor
     // cannot report them).
     void Close();
 
 private:
-    std::unique_ptr<dioHandleState> state_;
+    dioHandleState state_;
 };
 
 // Creates the dataset for a new handle in the lowest free slot: 0, 1 when the
@@ -126,6 +133,21 @@ std::string NameKey(const char* name);
 int BuildNameIndex(dioDataSource& ds);
 // Dictionary position of a variable by name, or -1.
 int FindVariable(dioDataSource& ds, const char* name);
+
+// Sets the case state and the case the value calls see.
+inline void SetCaseState(dioHandleState& st, int state) {
+    st.caseState = state;
+    std::uint64_t* const live = state == caseCurrent ? st.caseBuffer.get() : nullptr;
+    st.readyCells = st.openMode == dioReadMode ? live : nullptr;
+    st.fillCells = st.openMode == dioReadMode ? nullptr : live;
+}
+
+// The state of an open handle, or null; no access check.
+inline dioHandleState* PeekState(int handle) {
+    if (static_cast<unsigned>(handle) >= static_cast<unsigned>(kTableSize)) return nullptr;
+    dioDataSource* ds = detail::gHandleTable[static_cast<std::size_t>(handle)].load(std::memory_order_acquire);
+    return ds ? &ds->State() : nullptr;
+}
 
 // Runs f, turning any exception into failCode.
 template <class F>

@@ -2,9 +2,10 @@
 // compressed position at which it starts. Positioning looks up the nearest
 // remembered case at or before the target and decodes forward from there,
 // so a seek decodes fewer than `Spacing()` cases once the index covers the
-// target. The spacing starts at 64 cases; when the entries would pass their
-// limit (16 MiB of them, reached at 64 Mi cases), every other one goes and
-// the spacing doubles, so the memory stays bounded for any file.
+// target. The spacing starts at 16 cases (an entry of 16 bytes per 16 cases:
+// about 1 MiB for a million cases); when the entries would pass their limit
+// (16 MiB of them, reached at 16 Mi cases), every other one goes and the
+// spacing doubles, so the memory stays bounded for any file.
 #pragma once
 
 #include <cstddef>

@@ -5,8 +5,9 @@
 // type and width of a column are known only after its last row. So the rows
 // are kept, as parsed cells, in a spill store (a buffer of a few MiB, then a
 // temporary file) while the columns are measured; then the file is written
-// from the store. Memory stays bounded whatever the size of the input, and
-// the input is read once, so it may be a pipe.
+// from the store, the cells decoded into case records on a second thread
+// while the first writes them. Memory stays bounded whatever the size of the
+// input, and the input is read once, so it may be a pipe.
 #include <fcntl.h>
 #include <iconv.h>
 #include <langinfo.h>
@@ -15,10 +16,14 @@
 
 #include <cerrno>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <fast_float/fast_float.h>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <unordered_set>
 
 #include "murv.h"
@@ -474,6 +479,87 @@ std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, 
     return names;
 }
 
+// Case records made on one thread and written on another: two batches
+// change hands, so that the parsing of one batch overlaps the writing of the
+// one before.
+class RecordPipe {
+public:
+    struct Stopped {};
+    explicit RecordPipe(std::size_t recordBytes)
+        : bytes_(std::max<std::size_t>(recordBytes, 1)), per_(std::max<std::size_t>(1, (1u << 20) / bytes_)) {
+        for (Batch& b : batches_) b.data.resize(per_ * bytes_);
+    }
+
+    // Producer: the next record to fill; throws Stopped once the consumer
+    // has given up.
+    char* Slot() {
+        if (filled_ == per_) Publish();
+        if (filled_ == 0) {
+            std::unique_lock lock(mutex_);
+            changed_.wait(lock, [&] { return !batches_[producing_].full || stop_; });
+            if (stop_) throw Stopped{};
+        }
+        return batches_[producing_].data.data() + filled_++ * bytes_;
+    }
+    // Producer: no more records; error is what ended it early, if anything.
+    void Done(std::exception_ptr error) {
+        if (filled_ > 0) Publish();
+        std::lock_guard lock(mutex_);
+        done_ = true;
+        error_ = error;
+        changed_.notify_all();
+    }
+    // Consumer: hands every record to write, in order; rethrows the
+    // producer's failure after the records made before it.
+    template <class F>
+    void Drain(F&& write) {
+        for (int c = 0;; c ^= 1) {
+            Batch& b = batches_[c];
+            {
+                std::unique_lock lock(mutex_);
+                changed_.wait(lock, [&] { return b.full || done_; });
+                if (!b.full) {
+                    if (error_) std::rethrow_exception(error_);
+                    return;
+                }
+            }
+            for (std::size_t i = 0; i < b.count; ++i) write(b.data.data() + i * bytes_);
+            std::lock_guard lock(mutex_);
+            b.full = false;
+            changed_.notify_all();
+        }
+    }
+    // Consumer: gives up; the producer stops at its next record.
+    void Stop() {
+        std::lock_guard lock(mutex_);
+        stop_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    void Publish() {
+        std::lock_guard lock(mutex_);
+        batches_[producing_].count = filled_;
+        batches_[producing_].full = true;
+        changed_.notify_all();
+        producing_ ^= 1;
+        filled_ = 0;
+    }
+    struct Batch {
+        std::vector<char> data;
+        std::size_t count = 0;
+        bool full = false;
+    };
+    const std::size_t bytes_, per_;
+    Batch batches_[2];
+    int producing_ = 0;
+    std::size_t filled_ = 0;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool done_ = false, stop_ = false;
+    std::exception_ptr error_;
+};
+
 }  // namespace
 
 int RunImport(const ImportOptions& opt) {
@@ -569,59 +655,81 @@ int RunImport(const ImportOptions& opt) {
     if (opt.compress) Check(murvSetCompression(h, 1), opt.out, "setting compression");
     Check(murvCommitHeader(h), opt.out, "writing the dictionary");
 
-    // The cases, from the spill store.
-    spill.Rewind();
-    std::vector<char> record(caseBytes);
+    // The cases, from the spill store: decoded into records on a second
+    // thread while this one writes them.
     const double sysmis = murvSysmisVal();
     Progress progress("writing cases", rows);
-    for (std::int64_t r = 0; r < rows; ++r) {
-        for (std::size_t c = 0; c < ncols; ++c) {
-            const std::uint64_t head = spill.GetVarint();
-            char* cell = record.data() + offsets[c];
-            const bool numeric = stats[c].numeric;
-            const std::size_t cellBytes = numeric ? 8 : static_cast<std::size_t>((std::max(1, stats[c].width) + 7) / 8) * 8;
-            switch (head & 3) {
-                case 0:
-                    if (numeric)
-                        std::memcpy(cell, &sysmis, 8);
-                    else
-                        std::memset(cell, ' ', cellBytes);
-                    break;
-                case 1: {
-                    const std::uint64_t z = spill.GetVarint();
-                    const auto x = static_cast<std::int64_t>((z >> 1) ^ (~(z & 1) + 1));
-                    const int k = static_cast<int>(head >> 2);
-                    if (numeric) {
-                        const double v = static_cast<double>(x) / kPowersOf10[k];
-                        std::memcpy(cell, &v, 8);
-                    } else {
-                        char text[48];
-                        const std::size_t len = static_cast<std::size_t>(WriteDecimal(text, x, k) - text);
-                        std::memcpy(cell, text, len);
-                        std::memset(cell + len, ' ', cellBytes - len);
+    spill.Rewind();
+    RecordPipe pipe(caseBytes);
+    std::thread producer([&] {
+        try {
+            for (std::int64_t r = 0; r < rows; ++r) {
+                char* const record = pipe.Slot();
+                for (std::size_t c = 0; c < ncols; ++c) {
+                    const std::uint64_t head = spill.GetVarint();
+                    char* cell = record + offsets[c];
+                    const bool numeric = stats[c].numeric;
+                    const std::size_t cellBytes =
+                        numeric ? 8 : static_cast<std::size_t>((std::max(1, stats[c].width) + 7) / 8) * 8;
+                    switch (head & 3) {
+                        case 0:
+                            if (numeric)
+                                std::memcpy(cell, &sysmis, 8);
+                            else
+                                std::memset(cell, ' ', cellBytes);
+                            break;
+                        case 1: {
+                            const std::uint64_t z = spill.GetVarint();
+                            const auto x = static_cast<std::int64_t>((z >> 1) ^ (~(z & 1) + 1));
+                            const int k = static_cast<int>(head >> 2);
+                            if (numeric) {
+                                const double v = static_cast<double>(x) / kPowersOf10[k];
+                                std::memcpy(cell, &v, 8);
+                            } else {
+                                char text[48];
+                                const std::size_t len = static_cast<std::size_t>(WriteDecimal(text, x, k) - text);
+                                std::memcpy(cell, text, len);
+                                std::memset(cell + len, ' ', cellBytes - len);
+                            }
+                            break;
+                        }
+                        default: {
+                            const auto len = static_cast<std::size_t>(head >> 2);
+                            if (!spill.Ensure(len)) throw Failure(kExitIo, "temporary file ends early");
+                            const std::string_view text(spill.In(), len);
+                            if (numeric) {
+                                double v = sysmis;
+                                ColumnStats ignored;
+                                ParseNumber(Trim(text), v, ignored);
+                                std::memcpy(cell, &v, 8);
+                            } else {
+                                std::memcpy(cell, text.data(), len);
+                                std::memset(cell + len, ' ', cellBytes - len);
+                            }
+                            spill.Skip(len);
+                        }
                     }
-                    break;
-                }
-                default: {
-                    const auto len = static_cast<std::size_t>(head >> 2);
-                    if (!spill.Ensure(len)) throw Failure(kExitIo, "temporary file ends early");
-                    const std::string_view text(spill.In(), len);
-                    if (numeric) {
-                        double v = sysmis;
-                        ColumnStats ignored;
-                        ParseNumber(Trim(text), v, ignored);
-                        std::memcpy(cell, &v, 8);
-                    } else {
-                        std::memcpy(cell, text.data(), len);
-                        std::memset(cell + len, ' ', cellBytes - len);
-                    }
-                    spill.Skip(len);
                 }
             }
+            pipe.Done(nullptr);
+        } catch (const RecordPipe::Stopped&) {
+            pipe.Done(nullptr);
+        } catch (...) {
+            pipe.Done(std::current_exception());
         }
-        Check(murvWholeCaseOut(h, record.data()), opt.out, "writing case " + std::to_string(r + 1));
-        progress.Update(r);
+    });
+    std::int64_t written = 0;
+    try {
+        pipe.Drain([&](const char* record) {
+            Check(murvWholeCaseOut(h, record), opt.out, "writing case " + std::to_string(written + 1));
+            progress.Update(written++);
+        });
+    } catch (...) {
+        pipe.Stop();
+        producer.join();
+        throw;
     }
+    producer.join();
     progress.Finish();
     const int crc = murvCloseWrite(h);
     h = -1;

@@ -309,22 +309,17 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
         EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
         EXPECT_EQ(Num(r, 1), 3.0);
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
-    }
-}
 
-TEST_F(CaseCalls, EmptyFileReportsEndUntilSeek) {
-    const std::string path = dir_.File("empty.murv");
-    ASSERT_EQ(murvCloseWrite(Create(path, {{"x", 0}}, true)), MURV_RC_OK);
-    int r = OpenForRead(path);
-    int n = -5;
-    EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-    EXPECT_EQ(n, 0);
-    char rec[8];
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvWholeCaseIn(r, rec), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvSeekNextCase(r, 0), MURV_RC_OK);
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+        // A file without cases: the end, before and after a seek.
+        ASSERT_EQ(murvCloseWrite(Create(path, {{"x", 0}}, compressed)), MURV_RC_OK);
+        r = OpenForRead(path);
+        char rec[8];
+        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
+        EXPECT_EQ(murvWholeCaseIn(r, rec), MURV_RC_END_OF_FILE);
+        EXPECT_EQ(murvSeekNextCase(r, 0), MURV_RC_OK);
+        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
+        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    }
 }
 
 // A file whose writer could not record the number of cases: -1 in the header

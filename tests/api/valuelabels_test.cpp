@@ -206,35 +206,30 @@ TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
 TEST_F(ValueLabels, LongGettersWithSmallBuffers) {
     ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "label"), MURV_RC_OK);
     ASSERT_EQ(murvSetVarCValueLabel(h_, "s4", "a", "label"), MURV_RC_OK);
-    // A length of 0 or below leaves no room even for the NUL: refused with
-    // nothing written; length 1 holds the empty text and not a byte more; an
-    // absent label still resets the outputs.
-    const struct {
-        bool numeric;
-        double value;
-        int size, rc;
-        const char* text;  // nullptr: the buffer untouched
-        int length;
-    } rows[] = {{true, 1, 0, MURV_RC_BAD_HANDLE, nullptr, 0}, {false, 0, -5, MURV_RC_BAD_HANDLE, nullptr, 0},
-                {true, 1, 1, MURV_RC_OK, "", 0},                {false, 0, 4, MURV_RC_OK, "lab", 3},
-                {true, 2, 8, MURV_RC_NO_LABEL, "", 0}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.numeric << ' ' << row.size);
-        char buffer[8];
-        std::memset(buffer, '#', sizeof buffer);
-        int length = -1;
-        EXPECT_EQ(row.numeric ? murvGetVarNValueLabelLong(h_, "age", row.value, buffer, row.size, &length)
-                              : murvGetVarCValueLabelLong(h_, "s4", "a", buffer, row.size, &length),
-                  row.rc);
-        EXPECT_EQ(length, row.length);
-        if (row.text) {
-            EXPECT_STREQ(buffer, row.text);
-            EXPECT_EQ(buffer[std::strlen(row.text) + 1], '#');
-        } else {
-            EXPECT_EQ(buffer[0], '#');
-        }
-    }
-    EXPECT_EQ(murvGetVarCValueLabelLong(h_, "s4", "a", nullptr, -5, nullptr), MURV_RC_BAD_HANDLE);
+    char buffer[8];
+    int length = -1;
+    // Length 0 or below leaves no room even for the NUL: refused, nothing
+    // written to the buffer.
+    std::memset(buffer, '#', sizeof buffer);
+    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 1, buffer, 0, &length), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(buffer[0], '#');
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(murvGetVarCValueLabelLong(h_, "s4", "a", buffer, -5, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(buffer[0], '#');
+    // Length 1 holds the empty text and not a byte more.
+    length = -1;
+    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 1, buffer, 1, &length), MURV_RC_OK);
+    EXPECT_EQ(buffer[0], '\0');
+    EXPECT_EQ(buffer[1], '#');
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(murvGetVarCValueLabelLong(h_, "s4", "a", buffer, 4, &length), MURV_RC_OK);
+    EXPECT_STREQ(buffer, "lab");
+    EXPECT_EQ(length, 3);
+    // An absent label still resets the outputs.
+    std::memset(buffer, '#', sizeof buffer);
+    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 2, buffer, sizeof buffer, &length), MURV_RC_NO_LABEL);
+    EXPECT_EQ(buffer[0], '\0');
+    EXPECT_EQ(length, 0);
 }
 
 TEST_F(ValueLabels, NullArgumentsAndBadCountsAreRefused) {

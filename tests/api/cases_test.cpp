@@ -20,9 +20,13 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
+#include "support/case_files.h"
 #include "support/temp_dir.h"
 
 namespace {
+
+using namespace murv::testing;
 
 std::uint64_t Bits(double d) {
     std::uint64_t u;
@@ -30,30 +34,16 @@ std::uint64_t Bits(double d) {
     return u;
 }
 
-struct Var {
-    const char* name;
-    int type;  // 0 numeric, else the string width
-};
-
 class CaseCalls : public ::testing::Test {
 protected:
     // A write handle with the variables defined and, when commit is set, the
     // header committed.
-    int Create(const std::string& path, const std::vector<Var>& vars, bool compressed = false, bool commit = true) {
-        int h = -1;
-        EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-        for (const Var& v : vars) EXPECT_EQ(murvSetVarName(h, v.name, v.type), MURV_RC_OK) << v.name;
-        if (compressed) {
-            EXPECT_EQ(murvSetCompression(h, 1), MURV_RC_OK);
-        }
+    int Create(const std::string& path, std::initializer_list<VarDef> vars, bool compressed = false,
+               bool commit = true) {
+        const int h = OpenNew(path, vars, compressed);
         if (commit) {
-            EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-        }
-        return h;
+        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     }
-    int OpenRead(const std::string& path) {
-        int h = -1;
-        EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
         return h;
     }
     double Num(int h, double var) {
@@ -67,31 +57,10 @@ protected:
         return buf;
     }
 
-    murv::testing::TempDir dir_;
+    TempDir dir_;
 };
 
 const double kSysmis = murvSysmisVal();
-
-// Makes a file's case count unknown, as a writer that could not record it
-// leaves it: -1 in the header and in the 64-bit count record.
-void ForgetCaseCount(const std::string& path) {
-    std::string bytes;
-    {
-        std::ifstream in(path, std::ios::binary);
-        bytes.assign(std::istreambuf_iterator<char>(in), {});
-    }
-    const std::int32_t minusOne = -1;
-    const std::int64_t minusOne64 = -1;
-    ASSERT_GT(bytes.size(), 84u);
-    std::memcpy(&bytes[80], &minusOne, 4);
-    // Record type 7, subtype 16, units of 8 bytes, 2 units: marker, count.
-    const std::int32_t head[4] = {7, 16, 8, 2};
-    const auto at = bytes.find(std::string(reinterpret_cast<const char*>(head), sizeof head));
-    ASSERT_NE(at, std::string::npos);
-    std::memcpy(&bytes[at + sizeof head + 8], &minusOne64, 8);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 // Each case call's code on a handle in each state: a write handle before and
 // after its commit, a read handle, an append handle and a closed handle. A
@@ -157,7 +126,7 @@ TEST_F(CaseCalls, CodesByHandleState) {
     ASSERT_EQ(murvCommitHeader(w), MURV_RC_OK);
     check("a committed write handle", w, 1);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
-    const int r = OpenRead(path);
+    const int r = OpenForRead(path);
     check("a read handle", r, 2);
     ASSERT_EQ(murvCloseRead(r), MURV_RC_OK);
     int a = -1;
@@ -203,7 +172,7 @@ TEST_F(CaseCalls, ValueByValueWriteChecksAndDefaults) {
     EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-    int r = OpenRead(path);
+    int r = OpenForRead(path);
     int n = 0;
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
     EXPECT_EQ(n, 5);
@@ -228,7 +197,7 @@ TEST_F(CaseCalls, ReadingChecksInOrder) {
     EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-    int r = OpenRead(path);
+    int r = OpenForRead(path);
     double d = 5;
     char buf[32];
     // No case read yet: 50 comes before the variable handle and kind checks.
@@ -278,21 +247,17 @@ TEST_F(CaseCalls, RoundTripPlainAndCompressedIsBitExact) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
         const std::string path = dir_.File(compressed ? "c.murv" : "p.murv");
         int w = Create(path, {{"s1", 1}, {"num", 0}, {"s8", 8}, {"s9", 9}, {"s255", 255}}, compressed);
-        int comp = -1;
-        EXPECT_EQ(murvGetCompression(w, &comp), MURV_RC_OK);
-        EXPECT_EQ(comp, compressed ? 1 : 0);
+        // The string variables' handles and widths, in strings' order.
+        const std::pair<int, std::size_t> stringVars[] = {{1, 1}, {3, 8}, {4, 9}, {5, 255}};
         for (std::size_t i = 0; i < numbers.size(); ++i) {
-            const auto& s = strings[i % strings.size()];
             EXPECT_EQ(murvSetValueNumeric(w, 2, numbers[i]), MURV_RC_OK);
-            EXPECT_EQ(murvSetValueChar(w, 1, s[0].c_str()), MURV_RC_OK);
-            EXPECT_EQ(murvSetValueChar(w, 3, s[1].c_str()), MURV_RC_OK);
-            EXPECT_EQ(murvSetValueChar(w, 4, s[2].c_str()), MURV_RC_OK);
-            EXPECT_EQ(murvSetValueChar(w, 5, s[3].c_str()), MURV_RC_OK);
+            for (std::size_t k = 0; k < 4; ++k)
+                EXPECT_EQ(murvSetValueChar(w, stringVars[k].first, strings[i % strings.size()][k].c_str()), MURV_RC_OK);
             EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
         }
         ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-        int r = OpenRead(path);
+        int r = OpenForRead(path), comp = -1;
         EXPECT_EQ(murvGetCompression(r, &comp), MURV_RC_OK);
         EXPECT_EQ(comp, compressed ? 1 : 0);
         int size = 0;
@@ -300,13 +265,12 @@ TEST_F(CaseCalls, RoundTripPlainAndCompressedIsBitExact) {
         EXPECT_EQ(size, 8 * (1 + 1 + 1 + 2 + 32));
         for (std::size_t i = 0; i < numbers.size(); ++i) {
             SCOPED_TRACE(i);
-            const auto& s = strings[i % strings.size()];
             ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
             EXPECT_EQ(Bits(Num(r, 2)), Bits(numbers[i]));
-            EXPECT_EQ(Str(r, 1), s[0] + std::string(1 - s[0].size(), ' '));
-            EXPECT_EQ(Str(r, 3), s[1] + std::string(8 - s[1].size(), ' '));
-            EXPECT_EQ(Str(r, 4), s[2] + std::string(9 - s[2].size(), ' '));
-            EXPECT_EQ(Str(r, 5), s[3] + std::string(255 - s[3].size(), ' '));
+            for (std::size_t k = 0; k < 4; ++k) {
+                const std::string& s = strings[i % strings.size()][k];
+                EXPECT_EQ(Str(r, stringVars[k].first), s + std::string(stringVars[k].second - s.size(), ' '));
+            }
         }
         EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
@@ -326,7 +290,7 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
         }
         ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-        int r = OpenRead(path);
+        int r = OpenForRead(path);
         for (int target : {500, 0, 999, 998, 7, 7, 640}) {
             ASSERT_EQ(murvSeekNextCase(r, target), MURV_RC_OK);
             double d = 0;
@@ -345,22 +309,17 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
         EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
         EXPECT_EQ(Num(r, 1), 3.0);
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
-    }
-}
 
-TEST_F(CaseCalls, EmptyFileReportsEndUntilSeek) {
-    const std::string path = dir_.File("empty.murv");
-    ASSERT_EQ(murvCloseWrite(Create(path, {{"x", 0}}, true)), MURV_RC_OK);
-    int r = OpenRead(path);
-    int n = -5;
-    EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-    EXPECT_EQ(n, 0);
-    char rec[8];
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvWholeCaseIn(r, rec), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvSeekNextCase(r, 0), MURV_RC_OK);
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+        // A file without cases: the end, before and after a seek.
+        ASSERT_EQ(murvCloseWrite(Create(path, {{"x", 0}}, compressed)), MURV_RC_OK);
+        r = OpenForRead(path);
+        char rec[8];
+        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
+        EXPECT_EQ(murvWholeCaseIn(r, rec), MURV_RC_END_OF_FILE);
+        EXPECT_EQ(murvSeekNextCase(r, 0), MURV_RC_OK);
+        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
+        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    }
 }
 
 // A file whose writer could not record the number of cases: -1 in the header
@@ -376,8 +335,8 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
     for (int i = 0; i < 3; ++i) ASSERT_EQ(murvWholeCaseOut(w, reinterpret_cast<const char*>(&one)), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
     const auto row0 = static_cast<std::int64_t>(std::filesystem::file_size(path)) - 3 * 8;
-    ForgetCaseCount(path);
-    int r = OpenRead(path);
+    ASSERT_TRUE(SetStatedCaseCount(path, -1));  // as a writer that could not count leaves it
+    int r = OpenForRead(path);
     int n = 0, estimated = 0;
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
     EXPECT_EQ(murvGetEstimatedNofCases(r, &estimated), MURV_RC_OK);
@@ -403,7 +362,7 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
     ASSERT_EQ(murvCloseAppend(a), MURV_RC_OK);
     EXPECT_EQ(static_cast<std::int64_t>(std::filesystem::file_size(path)), row0 + 8 * (cases + 2));
 
-    r = OpenRead(path);
+    r = OpenForRead(path);
     EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
     EXPECT_EQ(n, cases + 2);
     const std::pair<std::int64_t, double> expected[] = {
@@ -459,7 +418,7 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
         EXPECT_EQ(murvWholeCaseOut(a, record(23.5, "rec", 2.0)), MURV_RC_OK);
         ASSERT_EQ(murvCloseAppend(a), MURV_RC_OK);
 
-        int r = OpenRead(path);
+        int r = OpenForRead(path);
         EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
         EXPECT_EQ(n, 24);
         std::vector<char> rec(32);
@@ -516,7 +475,7 @@ TEST_F(CaseCalls, CompressionAndWeightVariable) {
     EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-    int r = OpenRead(path);
+    int r = OpenForRead(path);
     std::strcpy(name, "junk");
     EXPECT_EQ(murvGetCaseWeightVar(r, name), MURV_RC_OK);
     EXPECT_STREQ(name, "wt");

@@ -10,13 +10,13 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 #include "support/byte_builder.h"
 #include "support/temp_dir.h"
 
 namespace {
 
-using murv::testing::ByteBuilder;
-using murv::testing::TempDir;
+using namespace murv::testing;
 using Ints = std::vector<int>;
 
 // Cells: label 0-2 (a 20-byte string), year_ 3, month_ 4, date_ 5-6, yr 7.
@@ -24,23 +24,7 @@ using Ints = std::vector<int>;
 constexpr int kYear = 4, kMonth = 5, kDate = 6, kYr = 8;
 
 int NewFile(const std::string& path, bool compressed = false) {
-    int h = -1;
-    EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, "label", 20), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, "year_", 0), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, "month_", 0), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, "date_", 10), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, "yr", 0), MURV_RC_OK);
-    EXPECT_EQ(murvSetCompression(h, compressed ? 1 : 0), MURV_RC_OK);
-    return h;
-}
-
-int Finish(int h, const std::string& path) {
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    int r = -1;
-    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
-    return r;
+    return OpenNew(path, {{"label", 20}, {"year_", 0}, {"month_", 0}, {"date_", 10}, {"yr", 0}}, compressed);
 }
 
 int SetDates(int h, const Ints& a) { return murvSetDateVariables(h, static_cast<int>(a.size()), a.data()); }
@@ -68,7 +52,7 @@ protected:
     Ints RoundTrip(const Ints& dates) {
         const int h = NewFile(path, GetParam());
         EXPECT_EQ(SetDates(h, dates), MURV_RC_OK);
-        const int r = Finish(h, path);
+        const int r = Reopen(h, path);
         Ints back = GetDates(r);
         murvCloseRead(r);
         return back;
@@ -107,7 +91,7 @@ TEST(DateVariablesSet, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
              Ints{0, 1, 1, 1, 1, 1, kYear, 2, 1, kMonth, 4, 1},     // a month as the date key
          })
         EXPECT_EQ(SetDates(h, bad), MURV_RC_BAD_DATE_INFO) << bad.size();
-    int r = Finish(h, path);
+    int r = Reopen(h, path);
     EXPECT_EQ(GetDates(r), (Ints{0, 1, 1, 1, 1, 1, kYear, 2, 1, 0, 0, 1}));
     murvCloseRead(r);
 
@@ -115,7 +99,7 @@ TEST(DateVariablesSet, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
     h = NewFile(path);
     ASSERT_EQ(SetDates(h, good), MURV_RC_OK);
     EXPECT_EQ(SetDates(h, {0, 1, 1, 1, 1, 1, kYr, 2, 1}), MURV_RC_BAD_DATE_INFO);
-    r = Finish(h, path);
+    r = Reopen(h, path);
     GetDates(r, MURV_RC_NO_DATE_INFO);
     EXPECT_EQ(SetDates(r, good), MURV_RC_READ_MODE);
     int n = 7;
@@ -155,8 +139,7 @@ TEST(DateVariablesFile, ReadsTheOtherByteOrderAndRefusesAMalformedRecord) {
     const std::string path = dir.File("big.murv");
     const Ints units = {1, 3, 2, 7, 8, 1, kYear, 2, 10, kMonth, 4, 11, kDate, 11, 12};
     BigEndianFile({{"LABEL", 20}, {"YEAR_", 0}, {"MONTH_", 0}, {"DATE_", 10}}).ExtensionI32(6, units).End().Save(path);
-    int r = -1;
-    ASSERT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
+    int r = OpenForRead(path);
     EXPECT_EQ(GetDates(r), units);
     murvCloseRead(r);
 
@@ -187,7 +170,7 @@ TEST_F(DataEntry, FirstAndNextPiecesRoundTripAndReadBackInChunks) {
     EXPECT_EQ(murvSetZOPFirst(h, first.data(), 100), MURV_RC_OK);
     EXPECT_EQ(murvSetZOPNext(h, next.data(), 50), MURV_RC_OK);
     EXPECT_EQ(murvSetZOPGUID(h, guid.c_str()), MURV_RC_OK);
-    const int r = Finish(h, path);
+    const int r = Reopen(h, path);
     std::vector<unsigned char> whole(first.size() + next.size());
     std::copy(first.begin(), first.end(), whole.begin());
     std::copy(next.begin(), next.end(), whole.begin() + static_cast<long>(first.size()));
@@ -242,7 +225,7 @@ TEST_F(DataEntry, SettingPiecesAndMisplacedCalls) {
     EXPECT_EQ(murvGetZOPGUID(h, text), MURV_RC_WRITE_MODE);
     EXPECT_EQ(a, 0);
     EXPECT_EQ(text[0], '\0');
-    int r = Finish(h, path);
+    int r = Reopen(h, path);
 
     EXPECT_EQ(murvGetZOPInfo(r, &a, &b), MURV_RC_OK);
     EXPECT_EQ(a, 40);
@@ -260,7 +243,7 @@ TEST_F(DataEntry, SettingPiecesAndMisplacedCalls) {
     h = NewFile(path);
     EXPECT_EQ(murvSetZOPFirst(h, block.data(), 40), MURV_RC_OK);
     EXPECT_EQ(murvSetZOPFirst(h, block.data(), 0), MURV_RC_OK);
-    r = Finish(h, path);
+    r = Reopen(h, path);
     a = b = 5;
     EXPECT_EQ(murvGetZOPInfo(r, &a, &b), MURV_RC_NO_ZOP);
     EXPECT_EQ(murvGetZOPNext(r, buf, 8, &a), MURV_RC_NO_ZOP);
@@ -273,7 +256,7 @@ TEST_F(DataEntry, SettingPiecesAndMisplacedCalls) {
     ASSERT_EQ(murvSetExtensionData(h, 8, 4, 5, block.data()), MURV_RC_OK);
     EXPECT_EQ(murvSetZOPNext(h, block.data(), 6), MURV_RC_BAD_EXTENSION);
     EXPECT_EQ(murvSetZOPNext(h, block.data(), 8), MURV_RC_OK);
-    r = Finish(h, path);
+    r = Reopen(h, path);
     EXPECT_EQ(murvGetExtensionDataDesc(r, 8, &a, &b), MURV_RC_OK);
     EXPECT_EQ(std::pair(a, b), std::pair(4, 7));
     murvCloseRead(r);
@@ -283,8 +266,7 @@ TEST_F(DataEntry, ABlockOfTheOtherByteOrderCannotBeUsed) {
     const auto block = Block(12, 9, 1);
     ByteBuilder b = BigEndianFile({{"X", 0}});
     b.ExtensionHeader(8, 1, 12).Raw(block.data(), block.size()).ExtensionText(12, "{guid}").End().Save(path);
-    int r = -1;
-    ASSERT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
+    const int r = OpenForRead(path);
     int nBytes = 5, nSegments = 5, n = 5;
     unsigned char buf[16];
     EXPECT_EQ(murvGetZOPInfo(r, &nBytes, &nSegments), MURV_RC_NO_ZOP);

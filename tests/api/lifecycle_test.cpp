@@ -10,28 +10,25 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 #include "support/byte_builder.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using murv::testing::TempDir;
+using namespace murv::testing;
 
-// A small committed file with one numeric variable and n cases.
-void MakeFile(const std::string& path, int cases = 0) {
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
+// A small committed file with one numeric variable and no cases.
+void MakeFile(const std::string& path) {
+    const int h = OpenNew(path, {{"x", 0}});
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    for (int i = 0; i < cases; ++i) ASSERT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
 }
 
 // A file's numbers of variables and of cases, as a reader sees them.
 std::pair<int, int> Counts(const std::string& path) {
-    int h = -1, vars = -1, cases = -1;
-    EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
+    int h = OpenForRead(path), vars = -1, cases = -1;
     EXPECT_EQ(murvGetNumberofVariables(h, &vars), MURV_RC_OK);
     EXPECT_EQ(murvGetNumberofCases(h, &cases), MURV_RC_OK);
     EXPECT_EQ(murvCloseRead(h), MURV_RC_OK);
@@ -104,15 +101,11 @@ TEST(Lifecycle, CommitCodes) {
     EXPECT_EQ(murvCommitCaseRecord(h), MURV_RC_READ_MODE);
     EXPECT_EQ(murvCloseRead(h), MURV_RC_OK);
     EXPECT_EQ(murvCloseRead(h), MURV_RC_BAD_HANDLE) << "closed twice";
-}
-
-TEST(Lifecycle, BadHandles) {
-    for (int h : {-1, 100, 1000, -100000}) {
-        EXPECT_EQ(murvCloseRead(h), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvCloseWrite(h), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvCloseAppend(h), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvCommitHeader(h), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvSetVarName(h, "x", 0), MURV_RC_BAD_HANDLE);
+    for (int bad : {-1, 100, -100000}) {
+        EXPECT_EQ(murvCloseRead(bad), MURV_RC_BAD_HANDLE);
+        EXPECT_EQ(murvCloseWrite(bad), MURV_RC_BAD_HANDLE);
+        EXPECT_EQ(murvCloseAppend(bad), MURV_RC_BAD_HANDLE);
+        EXPECT_EQ(murvCommitHeader(bad), MURV_RC_BAD_HANDLE);
     }
 }
 
@@ -139,66 +132,43 @@ TEST(Lifecycle, HandleTableOfOneHundred) {
     for (int x : handles) EXPECT_EQ(murvCloseRead(x), MURV_RC_OK);
 }
 
-TEST(Lifecycle, AnyCloseFinishesAWrittenFile) {
+// Any close finishes a written file; a copy takes the dictionary and no
+// cases; an append adds cases to a committed dictionary.
+TEST(Lifecycle, CloseCopyAndAppend) {
     TempDir dir;
-    const std::string path = dir.File("f.murv");
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
+    const std::string path = dir.File("f.murv"), copy = dir.File("copy.murv");
+    int h = OpenNew(path, {{"x", 0}});
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
     for (int i = 0; i < 3; ++i) ASSERT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
     EXPECT_EQ(murvCloseRead(h), MURV_RC_OK);
     EXPECT_EQ(Counts(path), std::pair(1, 3));
-}
 
-TEST(Lifecycle, WriteCopyTakesTheDictionary) {
-    TempDir dir;
-    const std::string src = dir.File("src.murv"), dst = dir.File("dst.murv");
-    MakeFile(src, 4);
-    int h = -1;
-    ASSERT_EQ(murvOpenWriteCopy(dst.c_str(), src.c_str(), &h), MURV_RC_OK);
-    int n = 0;
-    EXPECT_EQ(murvGetNumberofVariables(h, &n), MURV_RC_OK);
-    EXPECT_EQ(n, 1);
+    ASSERT_EQ(murvOpenWriteCopy(copy.c_str(), path.c_str(), &h), MURV_RC_OK);
     EXPECT_EQ(murvSetVarName(h, "extra", 0), MURV_RC_OK) << "the copy is an uncommitted write handle";
     EXPECT_EQ(murvSetVarName(h, "X", 0), MURV_RC_DUP_VAR) << "the copied names are indexed";
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    EXPECT_EQ(Counts(dst), std::pair(2, 0)) << "no cases are copied";
-}
+    EXPECT_EQ(Counts(copy), std::pair(2, 0));
 
-TEST(Lifecycle, AppendAddsCases) {
-    TempDir dir;
-    const std::string path = dir.File("f.murv");
-    MakeFile(path, 2);
-    int h = -1;
     ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
     EXPECT_EQ(murvSetVarName(h, "y", 0), MURV_RC_DICT_COMMITTED);
     EXPECT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
     EXPECT_EQ(murvCloseAppend(h), MURV_RC_OK);
-    EXPECT_EQ(Counts(path), std::pair(1, 3));
+    EXPECT_EQ(Counts(path), std::pair(1, 4));
 }
 
-}  // namespace
-
-namespace {
 
 TEST(ShortNames, SegmentNamesMustNotClash) {
-    murv::testing::TempDir dir;
+    TempDir dir;
     const std::string path = dir.File("f.murv");
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "LongVariable", 300), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "LONGV001", 0), MURV_RC_OK);
+    int h = OpenNew(path, {{"LongVariable", 300}, {"LONGV001", 0}});
     EXPECT_EQ(murvCommitHeader(h), MURV_RC_DUP_VAR) << "the second segment would be named LONGV001";
     EXPECT_EQ(murvSetVarName(h, "other", 0), MURV_RC_OK) << "the dictionary is still open";
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
     EXPECT_FALSE(std::filesystem::exists(path));
 
     // Two very long strings whose names share a stem get segments of their own.
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "comment1", 600), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "comment2", 600), MURV_RC_OK);
+    h = OpenNew(path, {{"comment1", 600}, {"comment2", 600}});
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
     double v1 = 0, v2 = 0;
     ASSERT_EQ(murvGetVarHandle(h, "comment1", &v1), MURV_RC_OK);
@@ -207,8 +177,7 @@ TEST(ShortNames, SegmentNamesMustNotClash) {
     ASSERT_EQ(murvSetValueChar(h, v1, a.c_str()), MURV_RC_OK);
     ASSERT_EQ(murvSetValueChar(h, v2, b.c_str()), MURV_RC_OK);
     ASSERT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
-    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
+    h = Reopen(h, path, false);
     int n = 0, type = -1;
     char name[65];
     ASSERT_EQ(murvGetNumberofVariables(h, &n), MURV_RC_OK);
@@ -226,13 +195,9 @@ TEST(ShortNames, SegmentNamesMustNotClash) {
 }
 
 TEST(ShortNames, CompatNames) {
-    murv::testing::TempDir dir;
+    TempDir dir;
     const std::string path = dir.File("f.murv");
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "AgeAtInterview", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "AgeAtInterview2", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "q1", 0), MURV_RC_OK);
+    int h = OpenNew(path, {{"AgeAtInterview", 0}, {"AgeAtInterview2", 0}, {"q1", 0}});
     char shortName[9] = "x";
     EXPECT_EQ(murvGetVarCompatName(h, "nosuch", shortName), MURV_RC_DICT_NOT_COMMITTED)
         << "before the commit, even for a name that does not exist";
@@ -244,9 +209,7 @@ TEST(ShortNames, CompatNames) {
     EXPECT_STREQ(shortName, "AGEATI_A");
     EXPECT_EQ(murvGetVarCompatName(h, "nosuch", shortName), MURV_RC_VAR_NOT_FOUND);
     EXPECT_EQ(murvGetVarCompatName(h, "q1", nullptr), MURV_RC_BAD_HANDLE);
-    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-
-    ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
+    h = Reopen(h, path, false);
     EXPECT_EQ(murvGetVarCompatName(h, "AgeAtInterview2", shortName), MURV_RC_OK);
     EXPECT_STREQ(shortName, "AGEATI_A");
     EXPECT_EQ(murvGetVarCompatName(h, "Q1", shortName), MURV_RC_OK);
@@ -254,10 +217,9 @@ TEST(ShortNames, CompatNames) {
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
 
     // A file without a long-name record: the first 8 bytes of the name.
-    murv::testing::ByteBuilder b;
-    b.Header(1, 0).Variable(0, "LONGISH8").End();
-    b.Save(path);
-    ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
+    ByteBuilder b;
+    b.Header(1, 0).Variable(0, "LONGISH8").End().Save(path);
+    h = OpenForRead(path);
     EXPECT_EQ(murvGetVarCompatName(h, "longish8", shortName), MURV_RC_OK);
     EXPECT_STREQ(shortName, "longish8");
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);

@@ -11,30 +11,18 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 #include "support/byte_builder.h"
+#include "support/case_files.h"
 #include "support/temp_dir.h"
 
 namespace {
 
-using murv::testing::TempDir;
+using namespace murv::testing;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 int NewFile(const std::string& path, bool compressed = false) {
-    int h = -1;
-    EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, "age", 0), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, "name", 12), MURV_RC_OK);
-    if (compressed) {
-        EXPECT_EQ(murvSetCompression(h, 1), MURV_RC_OK);
-    }
-    return h;
-}
-
-int Reopen(int h, const std::string& path) {
-    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    int r = -1;
-    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
-    return r;
+    return OpenNew(path, {{"age", 0}, {"name", 12}}, compressed);
 }
 
 // Attributes as name-value pairs, from a getter given the output arrays.
@@ -78,7 +66,7 @@ TEST(Metadata, LabelProductReleaseAndStamp) {
     EXPECT_EQ(std::strlen(time), 8u);
     EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     EXPECT_EQ(murvSetIdString(h, "late"), MURV_RC_DICT_COMMITTED);
-    int r = Reopen(h, path);
+    int r = Reopen(h, path, false);
     EXPECT_EQ(murvGetIdString(r, text), MURV_RC_OK);
     EXPECT_EQ(std::string(text), std::string(64, 'L'));
     EXPECT_EQ(murvGetSystemString(r, text), MURV_RC_OK);
@@ -103,7 +91,6 @@ TEST(Metadata, LabelProductReleaseAndStamp) {
     EXPECT_EQ(murvSetIdString(h, "gone"), MURV_RC_OK);
     EXPECT_EQ(murvSetIdString(h, nullptr), MURV_RC_OK);
     EXPECT_EQ(murvGetIdString(h, text), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     r = Reopen(h, unlabelled);
     std::strcpy(text, "junk");
     EXPECT_EQ(murvGetIdString(r, text), MURV_RC_OK);
@@ -130,7 +117,6 @@ TEST(Metadata, ExtensionRecordsAreReadInChunks) {
     EXPECT_EQ(murvGetExtensionDataDesc(h, 25, &unit, &count), MURV_RC_WRITE_MODE);
     int found = -1;
     EXPECT_EQ(murvQueryType7(h, 25, &found), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     int r = Reopen(h, path);
     EXPECT_EQ(murvQueryType7(r, 25, &found), MURV_RC_OK);
     EXPECT_EQ(found, 1);
@@ -173,7 +159,6 @@ TEST(Metadata, TextInformation) {
     EXPECT_EQ(murvSetTextInfo(h, text.c_str()), MURV_RC_OK);
     char out[256];
     EXPECT_EQ(murvGetTextInfo(h, out), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     int r = Reopen(h, path);
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(murvGetTextInfo(r, out), MURV_RC_OK);
@@ -183,21 +168,14 @@ TEST(Metadata, TextInformation) {
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 }
 
-std::string FileText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
     TempDir dir;
     const std::string withDocs = dir.File("docs.murv"), copy = dir.File("copy.murv"), none = dir.File("none.murv");
     const std::string line1 = "First line of the documents" + std::string(53, ' ');
     const std::string line2 = "Second line" + std::string(69, ' ');
-    murv::testing::ByteBuilder b;
-    b.Header(1, 0).Variable(0, "X").Documents({line1, line2}).End();
-    b.Save(withDocs);
-    int src = -1;
-    ASSERT_EQ(murvOpenRead(withDocs.c_str(), &src), MURV_RC_OK);
+    ByteBuilder b;
+    b.Header(1, 0).Variable(0, "X").Documents({line1, line2}).End().Save(withDocs);
+    const int src = OpenForRead(withDocs);
     int found = 0;
     EXPECT_EQ(murvQueryType7(src, 0, &found), MURV_RC_OK);
     EXPECT_EQ(found, 1) << "documents are marked under type 0";
@@ -209,20 +187,16 @@ TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
     EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     EXPECT_EQ(murvCopyDocuments(src, h), MURV_RC_DICT_COMMITTED);
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    EXPECT_NE(FileText(copy).find(line1 + line2), std::string::npos) << "written byte for byte";
+    EXPECT_NE(FileBytes(copy).find(line1 + line2), std::string::npos) << "written byte for byte";
 
     // Copying from a file without documents removes the target's.
-    int plain = -1;
-    h = NewFile(none);
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    ASSERT_EQ(murvOpenRead(none.c_str(), &plain), MURV_RC_OK);
+    const int plain = Reopen(NewFile(none), none);
     int h2 = NewFile(dir.File("again.murv"));
     EXPECT_EQ(murvCopyDocuments(src, h2), MURV_RC_OK);
     EXPECT_EQ(murvCopyDocuments(plain, h2), MURV_RC_OK);
     EXPECT_EQ(murvCommitHeader(h2), MURV_RC_OK);
     EXPECT_EQ(murvCloseWrite(h2), MURV_RC_OK);
-    EXPECT_EQ(FileText(dir.File("again.murv")).find(line1), std::string::npos);
+    EXPECT_EQ(FileBytes(dir.File("again.murv")).find(line1), std::string::npos);
     EXPECT_EQ(murvCloseRead(plain), MURV_RC_OK);
     EXPECT_EQ(murvCloseRead(src), MURV_RC_OK);
 }
@@ -244,7 +218,6 @@ TEST(Metadata, AttributesRoundTrip) {
         const Pairs expectFile = {{"Color[2]", "blue"}, {"Color[3]", "green"}, {"Size", "big"},
                                   {"$CreationDate", "2026-11-23"}, {"Note[1]", "first"}, {"Note[2]", "second"}};
         EXPECT_EQ(FileAttributes(h), expectFile);
-        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
         int r = Reopen(h, path);
         EXPECT_EQ(FileAttributes(r), expectFile);
         EXPECT_EQ(VarAttributes(r, "age"), (Pairs{{"Source", "survey"}, {"Unit", "years"}}));

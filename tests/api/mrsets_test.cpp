@@ -9,30 +9,19 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 #include "support/temp_dir.h"
 
 namespace {
 
-using murv::testing::TempDir;
+using namespace murv::testing;
 using Names = std::vector<const char*>;
 
 // n1, n2, n3 numeric (n3 labelled), s1, s2 strings.
 int NewFile(const std::string& path, bool compressed = false) {
-    int h = -1;
-    EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    for (const char* n : {"n1", "n2", "n3"}) EXPECT_EQ(murvSetVarName(h, n, 0), MURV_RC_OK);
-    for (const char* s : {"s1", "s2"}) EXPECT_EQ(murvSetVarName(h, s, 8), MURV_RC_OK);
+    const int h = OpenNew(path, {{"n1", 0}, {"n2", 0}, {"n3", 0}, {"s1", 8}, {"s2", 8}}, compressed);
     EXPECT_EQ(murvSetVarLabel(h, "n3", "Third"), MURV_RC_OK);
-    EXPECT_EQ(murvSetCompression(h, compressed ? 1 : 0), MURV_RC_OK);
     return h;
-}
-
-int Finish(int h, const std::string& path) {
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    int r = -1;
-    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
-    return r;
 }
 
 int Count(int h) {
@@ -91,7 +80,7 @@ TEST_P(MultResp, SetsOfEveryKindRoundTrip) {
     ext.varCount = 2;
     EXPECT_EQ(murvAddMultRespDefExt(h, &ext), MURV_RC_OK);
     EXPECT_EQ(Count(h), 5);
-    const int r = Finish(h, path);
+    const int r = Reopen(h, path);
 
     ASSERT_EQ(Count(r), 5);
     EXPECT_EQ(ByIndex(r, 0), (Def{"$num", "Numeric set", "1", 1, 1, 0, 0, 1, {"n1", "n2"}}));
@@ -186,7 +175,7 @@ TEST(MultRespText, RawDefinitions) {
     // Adding keeps what was there and writes the list again.
     Names nums = {"n1", "n3"};
     ASSERT_EQ(murvAddMultRespDefN(h, "$d", "D", 1, 5, nums.data(), 2), MURV_RC_OK);
-    int r = Finish(h, path);
+    int r = Reopen(h, path);
     ASSERT_EQ(murvGetMultRespDefs(r, &text), MURV_RC_OK);
     EXPECT_STREQ(text, "$a=D1 1 0  s1 s2\n$c=C 1 c n2 n3\n$d=D1 5 1 D n1 n3\n");
     EXPECT_EQ(murvFreeMultRespDefs(text), MURV_RC_OK);
@@ -197,7 +186,7 @@ TEST(MultRespText, RawDefinitions) {
     h = NewFile(path);
     EXPECT_EQ(murvSetMultRespDefs(h, "$a=C 3 abc n1 n2\n"), MURV_RC_OK);
     EXPECT_EQ(murvSetMultRespDefs(h, nullptr), MURV_RC_OK);
-    r = Finish(h, path);
+    r = Reopen(h, path);
     EXPECT_EQ(murvGetMultRespDefs(r, &text), MURV_RC_NO_MRSETS);
     EXPECT_EQ(Count(r), 0);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
@@ -213,7 +202,7 @@ TEST(VariableSets, RawTextRoundTripAndUnknownMembersDropped) {
     char* text = reinterpret_cast<char*>(&h);
     EXPECT_EQ(murvGetVariableSets(h, &text), MURV_RC_WRITE_MODE);
     EXPECT_EQ(text, nullptr);
-    int r = Finish(h, path);
+    int r = Reopen(h, path);
     ASSERT_EQ(murvGetVariableSets(r, &text), MURV_RC_OK);
     EXPECT_STREQ(text, "Nums= n1 n2 n3\nMixed= s1\n");
     EXPECT_EQ(murvFreeVariableSets(text), MURV_RC_OK);
@@ -221,7 +210,7 @@ TEST(VariableSets, RawTextRoundTripAndUnknownMembersDropped) {
     EXPECT_EQ(murvSetVariableSets(-1, "A= n1"), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 
-    r = Finish(NewFile(path), path);
+    r = Reopen(NewFile(path), path);
     EXPECT_EQ(murvGetVariableSets(r, &text), MURV_RC_NO_VARIABLE_SETS);
     EXPECT_EQ(text, nullptr);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);

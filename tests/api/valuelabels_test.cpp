@@ -14,12 +14,13 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 #include "support/locale_guard.h"
 #include "support/temp_dir.h"
 
 namespace {
 
-using murv::testing::TempDir;
+using namespace murv::testing;
 using Texts = std::vector<std::string>;
 
 // A whole label set, copied out of the library's arrays, which go back to
@@ -77,9 +78,7 @@ std::string Label(int handle, const char* var, Value value, int* rc = nullptr) {
 class ValueLabels : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_EQ(murvOpenWrite(dir_.File("labels.murv").c_str(), &h_), MURV_RC_OK);
-        for (const auto& [name, type] : {std::pair{"age", 0}, {"income", 0}, {"s4", 4}, {"s8", 8}, {"s9", 9}})
-            ASSERT_EQ(murvSetVarName(h_, name, type), MURV_RC_OK);
+        h_ = OpenNew(dir_.File("labels.murv"), {{"age", 0}, {"income", 0}, {"s4", 4}, {"s8", 8}, {"s9", 9}});
     }
     void TearDown() override {
         if (h_ >= 0) murvCloseWrite(h_);
@@ -296,8 +295,7 @@ TEST_F(ValueLabels, HandleStatesAndArraysThatOutliveTheHandle) {
     EXPECT_STREQ(nLabels[0], "one");
     EXPECT_EQ(murvFreeVarNValueLabels(nValues, nLabels, count), MURV_RC_OK);
 
-    int r = -1;
-    ASSERT_EQ(murvOpenRead(dir_.File("labels.murv").c_str(), &r), MURV_RC_OK);
+    const int r = OpenForRead(dir_.File("labels.murv"));
     EXPECT_EQ(murvSetVarNValueLabel(r, "age", 2, "two"), MURV_RC_READ_MODE);
     EXPECT_EQ(murvSetVarCValueLabel(r, "s4", "a", "two"), MURV_RC_READ_MODE);
     EXPECT_EQ(Label(r, "age", 1), "one");
@@ -311,17 +309,10 @@ protected:
     static constexpr int kVars = 10;
     static constexpr int kLabels = 20;
 
-    int OpenNew(const std::string& path) {
-        int h = -1;
-        EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-        EXPECT_EQ(murvSetCompression(h, GetParam() ? 1 : 0), MURV_RC_OK);
-        return h;
-    }
-
     // kVars numeric variables v0.., all labelled 1..kLabels: by one
     // multi-variable call (one shared set) or one call each (equal sets).
     std::uintmax_t Write(const std::string& path, bool shared) {
-        const int h = OpenNew(path);
+        const int h = OpenNew(path, {}, GetParam());
         std::vector<std::string> names;
         for (int i = 0; i < kVars; ++i) names.push_back("v" + std::to_string(i));
         std::vector<const char*> vars;
@@ -366,8 +357,7 @@ TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
     const std::uintmax_t separateSize = Write(dir_.File("separate.murv"), false);
     EXPECT_LT(sharedSize, separateSize);  // the shared set is stored once
 
-    int r = -1;
-    ASSERT_EQ(murvOpenRead(dir_.File("shared.murv").c_str(), &r), MURV_RC_OK);
+    int r = OpenForRead(dir_.File("shared.murv"));
     for (int i = 0; i < kVars; ++i) {
         const NumericSet set = GetNumericSet(r, ("V" + std::to_string(i)).c_str());
         ASSERT_EQ(set.values.size(), static_cast<std::size_t>(kLabels));
@@ -381,7 +371,7 @@ TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
     const std::uintmax_t changedSize = Copy(dir_.File("shared.murv"), dir_.File("changed.murv"), true);
     EXPECT_GT(changedSize, sharedSize);
     EXPECT_LT(changedSize, separateSize);
-    ASSERT_EQ(murvOpenRead(dir_.File("changed.murv").c_str(), &r), MURV_RC_OK);
+    r = OpenForRead(dir_.File("changed.murv"));
     EXPECT_EQ(GetNumericSet(r, "v0").values.size(), static_cast<std::size_t>(kLabels + 1));
     for (int i = 1; i < kVars; ++i) {
         int rc = 0;
@@ -392,9 +382,7 @@ TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
 }
 
 TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
-    int h = OpenNew(dir_.File("f.murv"));
-    ASSERT_EQ(murvSetVarName(h, "a", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "b", 0), MURV_RC_OK);
+    int h = OpenNew(dir_.File("f.murv"), {{"a", 0}, {"b", 0}}, GetParam());
     ASSERT_EQ(murvSetVarNValueLabel(h, "a", 7, "replaced, not merged"), MURV_RC_OK);
     const char* vars[] = {"a", "b"};
     const double values[] = {1, 2};
@@ -402,10 +390,7 @@ TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
     ASSERT_EQ(murvSetVarNValueLabels(h, vars, 2, values, texts, 2), MURV_RC_OK);
     ASSERT_EQ(murvSetVarNValueLabel(h, "a", 2, "TWO"), MURV_RC_OK);
     ASSERT_EQ(murvSetVarNValueLabel(h, "b", 3, "three"), MURV_RC_OK);
-    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-
-    ASSERT_EQ(murvOpenRead(dir_.File("f.murv").c_str(), &h), MURV_RC_OK);
+    h = Reopen(h, dir_.File("f.murv"));
     EXPECT_EQ(GetNumericSet(h, "a").labels, (Texts{"one", "TWO"}));
     EXPECT_EQ(GetNumericSet(h, "b").labels, (Texts{"one", "two", "three"}));
     murvCloseRead(h);
@@ -414,9 +399,7 @@ TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
 TEST_P(ValueLabelFiles, EveryKindOfLabelComesBackWithTheCases) {
     const double sysmis = murvSysmisVal();
     const std::string label120(120, 'L');
-    int h = OpenNew(dir_.File("all.murv"));
-    for (const auto& [name, type] : {std::pair{"n", 0}, {"s3", 3}, {"s8", 8}, {"wide", 20}})
-        ASSERT_EQ(murvSetVarName(h, name, type), MURV_RC_OK);
+    int h = OpenNew(dir_.File("all.murv"), {{"n", 0}, {"s3", 3}, {"s8", 8}, {"wide", 20}}, GetParam());
     for (const auto& [value, label] : {std::pair{sysmis, "system missing"}, {-0.0, "negative zero"},
                                        {0.0, "zero"}, {1e300, "huge"}, {2.0, label120.c_str()}})
         ASSERT_EQ(murvSetVarNValueLabel(h, "n", value, label), MURV_RC_OK);
@@ -434,9 +417,7 @@ TEST_P(ValueLabelFiles, EveryKindOfLabelComesBackWithTheCases) {
         ASSERT_EQ(murvSetValueChar(h, vs, "abc"), MURV_RC_OK);
         ASSERT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
     }
-    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-
-    ASSERT_EQ(murvOpenRead(dir_.File("all.murv").c_str(), &h), MURV_RC_OK);
+    h = Reopen(h, dir_.File("all.murv"), false);
     int compressed = -1;
     EXPECT_EQ(murvGetCompression(h, &compressed), MURV_RC_OK);
     EXPECT_EQ(compressed, GetParam() ? 1 : 0);

@@ -3,14 +3,18 @@
 #include <clocale>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 #include "support/locale_guard.h"
 #include "support/temp_dir.h"
 
 namespace {
+
+using namespace murv::testing;
 
 // A file open for writing, closed (and so finished) when the test ends.
 class VariableCalls : public ::testing::Test {
@@ -19,8 +23,11 @@ protected:
     void TearDown() override {
         if (h >= 0) murvCloseWrite(h);
     }
+    void Define(std::initializer_list<VarDef> vars) {
+        for (const VarDef& v : vars) ASSERT_EQ(murvSetVarName(h, v.name, v.type), MURV_RC_OK) << v.name;
+    }
 
-    murv::testing::TempDir dir;
+    TempDir dir;
     std::string path = dir.File("dict.murv");
     int h = -1;
 };
@@ -31,6 +38,14 @@ std::array<int, 3> Format(Get get, int handle, const char* name, int expectedCod
     int t = -1, d = -1, w = -1;
     EXPECT_EQ(get(handle, name, &t, &d, &w), expectedCode) << name;
     return {t, d, w};
+}
+
+// A numeric variable's missing values: kind and the three values.
+std::array<double, 4> NMissing(int handle, const char* name) {
+    int kind = 7;
+    double v[3] = {7, 7, 7};
+    EXPECT_EQ(murvGetVarNMissingValues(handle, name, &kind, &v[0], &v[1], &v[2]), MURV_RC_OK) << name;
+    return {static_cast<double>(kind), v[0], v[1], v[2]};
 }
 
 // The display properties: alignment, column width, measurement level.
@@ -54,33 +69,34 @@ TEST_F(VariableCalls, NamesAreCheckedInOrderAndFoundIgnoringCaseAndBlanks) {
     EXPECT_EQ(murvSetVarName(h, "s", 32768), MURV_RC_BAD_VAR_TYPE);
     EXPECT_EQ(murvSetVarName(h, "s", 32767), MURV_RC_OK);
 
+    for (const auto& [name, rc, handle] : {std::tuple{" mixedCASE", MURV_RC_OK, 1.0}, {"S", MURV_RC_OK, 2.0},
+                                           {"nope", MURV_RC_VAR_NOT_FOUND, 0.0}}) {
+        double vh = -1;
+        EXPECT_EQ(murvGetVarHandle(h, name, &vh), rc) << name;
+        EXPECT_EQ(vh, handle) << name;
+    }
     double vh = -1;
-    EXPECT_EQ(murvGetVarHandle(h, " mixedCASE", &vh), MURV_RC_OK);
-    EXPECT_EQ(vh, 1.0);
-    EXPECT_EQ(murvGetVarHandle(h, "S", &vh), MURV_RC_OK);
-    EXPECT_EQ(vh, 2.0);
-    EXPECT_EQ(murvGetVarHandle(h, "nope", &vh), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(vh, 0.0);
     EXPECT_EQ(murvGetVarHandle(h, nullptr, &vh), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvGetVarHandle(h, "s", nullptr), MURV_RC_BAD_HANDLE);
 
-    char name[65] = "junk";
-    int type = -1, count = -1;
-    EXPECT_EQ(murvGetVarInfo(h, 0, name, &type), MURV_RC_OK);
-    EXPECT_STREQ(name, "MixedCase") << "the stored name keeps its case, without blanks";
-    EXPECT_EQ(type, 0);
-    EXPECT_EQ(murvGetVarInfo(h, 1, name, &type), MURV_RC_OK);
-    EXPECT_EQ(type, 32767);
     // A longer name is judged, stored and found by its first 64 bytes.
-    const std::string longName(70, 'q');
+    const std::string longName(70, 'q'), first64 = longName.substr(0, 64);
     EXPECT_EQ(murvSetVarName(h, longName.c_str(), 0), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarName(h, longName.substr(0, 64).c_str(), 0), MURV_RC_DUP_VAR);
-    EXPECT_EQ(murvGetVarInfo(h, 2, name, &type), MURV_RC_OK);
-    EXPECT_EQ(name, longName.substr(0, 64));
-    EXPECT_EQ(murvGetVarInfo(h, 3, name, &type), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_STREQ(name, "");
-    EXPECT_EQ(type, 0);
-    EXPECT_EQ(murvGetVarInfo(h, -1, name, &type), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(murvSetVarName(h, first64.c_str(), 0), MURV_RC_DUP_VAR);
+    // The stored name keeps its case, without blanks; a refused index resets
+    // the outputs.
+    char name[65];
+    int type = -1, count = -1;
+    for (const auto& [index, rc, stored, width] :
+         {std::tuple{0, MURV_RC_OK, "MixedCase", 0}, {1, MURV_RC_OK, "s", 32767},
+          {2, MURV_RC_OK, first64.c_str(), 0}, {3, MURV_RC_VAR_NOT_FOUND, "", 0},
+          {-1, MURV_RC_VAR_NOT_FOUND, "", 0}}) {
+        std::strcpy(name, "junk");
+        type = -1;
+        EXPECT_EQ(murvGetVarInfo(h, index, name, &type), rc) << index;
+        EXPECT_STREQ(name, stored) << index;
+        EXPECT_EQ(type, width) << index;
+    }
     EXPECT_EQ(murvGetVarInfo(h, 0, nullptr, &type), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvGetNumberofVariables(h, &count), MURV_RC_OK);
     EXPECT_EQ(count, 3);
@@ -98,8 +114,7 @@ TEST_F(VariableCalls, NameArraysComeFromTheLibraryAndGoBackToIt) {
     EXPECT_EQ(types, nullptr);
     EXPECT_EQ(murvGetVarNames(h, &n, nullptr, &types), MURV_RC_BAD_HANDLE);
 
-    ASSERT_EQ(murvSetVarName(h, "a", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "Bee", 12), MURV_RC_OK);
+    Define({{"a", 0}, {"Bee", 12}});
     ASSERT_EQ(murvGetVarNames(h, &n, &names, &types), MURV_RC_OK);
     ASSERT_EQ(n, 2);
     EXPECT_STREQ(names[0], "a");
@@ -115,7 +130,7 @@ TEST_F(VariableCalls, NameArraysComeFromTheLibraryAndGoBackToIt) {
 }
 
 TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
-    ASSERT_EQ(murvSetVarName(h, "v", 0), MURV_RC_OK);
+    Define({{"v", 0}});
     char buf[400] = "junk";
     int len = -1;
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_NO_LABEL);
@@ -148,8 +163,7 @@ TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
 }
 
 TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariable) {
-    ASSERT_EQ(murvSetVarName(h, "n", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "s", 10), MURV_RC_OK);
+    Define({{"n", 0}, {"s", 10}});
     EXPECT_EQ(murvSetVarPrintFormat(h, "nope", 13, 0, 8), MURV_RC_BAD_PRINT_FORMAT) << "type before lookup";
     EXPECT_EQ(murvSetVarWriteFormat(h, "nope", 5, 0, 8), MURV_RC_VAR_NOT_FOUND);
     EXPECT_EQ(murvSetVarPrintFormat(h, "n", 6, 0, 4), MURV_RC_BAD_PRINT_FORMAT) << "a write-only format";
@@ -171,24 +185,18 @@ TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariable) {
 }
 
 TEST_F(VariableCalls, MissingValuesByKind) {
-    ASSERT_EQ(murvSetVarName(h, "n", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "s4", 4), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "s10", 10), MURV_RC_OK);
+    Define({{"n", 0}, {"s4", 4}, {"s10", 10}});
     for (int kind : {-1, 4, -4}) EXPECT_EQ(murvSetVarNMissingValues(h, "n", kind, 1, 2, 3), MURV_RC_BAD_MISSING);
     EXPECT_EQ(murvSetVarNMissingValues(h, "n", -2, 5, 1, 0), MURV_RC_BAD_MISSING);
     EXPECT_EQ(murvSetVarNMissingValues(h, "s4", 4, 0, 0, 0), MURV_RC_BAD_MISSING) << "kind before type";
     EXPECT_EQ(murvSetVarNMissingValues(h, "s4", 1, 0, 0, 0), MURV_RC_NUMERIC_EXPECTED);
     EXPECT_EQ(murvSetVarNMissingValues(h, "n", -3, 1, 5, 9), MURV_RC_OK);
 
+    EXPECT_EQ(NMissing(h, "n"), (std::array{-3.0, 1.0, 5.0, 9.0}));
+    EXPECT_EQ(murvSetVarNMissingValues(h, "n", 1, 4, 5, 6), MURV_RC_OK);
+    EXPECT_EQ(NMissing(h, "n"), (std::array{1.0, 4.0, 0.0, 0.0}));
     int kind = 7;
     double v[3] = {7, 7, 7};
-    EXPECT_EQ(murvGetVarNMissingValues(h, "n", &kind, &v[0], &v[1], &v[2]), MURV_RC_OK);
-    EXPECT_EQ(kind, -3);
-    EXPECT_EQ((std::array{v[0], v[1], v[2]}), (std::array{1.0, 5.0, 9.0}));
-    EXPECT_EQ(murvSetVarNMissingValues(h, "n", 1, 4, 5, 6), MURV_RC_OK);
-    EXPECT_EQ(murvGetVarNMissingValues(h, "n", &kind, &v[0], &v[1], &v[2]), MURV_RC_OK);
-    EXPECT_EQ(kind, 1);
-    EXPECT_EQ((std::array{v[0], v[1], v[2]}), (std::array{4.0, 0.0, 0.0}));
     EXPECT_EQ(murvGetVarNMissingValues(h, "s4", &kind, &v[0], &v[1], &v[2]), MURV_RC_NUMERIC_EXPECTED);
     EXPECT_EQ(murvGetVarNMissingValues(h, "n", &kind, &v[0], nullptr, &v[2]), MURV_RC_BAD_HANDLE);
 
@@ -210,8 +218,7 @@ TEST_F(VariableCalls, MissingValuesByKind) {
 }
 
 TEST_F(VariableCalls, DisplayPropertiesIgnoreValuesOutOfRange) {
-    ASSERT_EQ(murvSetVarName(h, "n", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "s", 200), MURV_RC_OK);
+    Define({{"n", 0}, {"s", 200}});
     EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
     EXPECT_EQ(Display(h, "s"), (std::array{0, 50, 1}));
     for (int bad : {-1, 3}) EXPECT_EQ(murvSetVarAlignment(h, "n", bad), MURV_RC_OK);
@@ -230,8 +237,7 @@ TEST_F(VariableCalls, DisplayPropertiesIgnoreValuesOutOfRange) {
 }
 
 TEST_F(VariableCalls, ReadsBackFromTheFileAndRefusesChanges) {
-    ASSERT_EQ(murvSetVarName(h, "age", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "town", 8), MURV_RC_OK);
+    Define({{"age", 0}, {"town", 8}});
     EXPECT_EQ(murvSetVarLabel(h, "age", "Age in years"), MURV_RC_OK);
     EXPECT_EQ(murvSetVarPrintFormat(h, "age", 5, 0, 3), MURV_RC_OK);
     EXPECT_EQ(murvSetVarWriteFormat(h, "age", 5, 1, 6), MURV_RC_OK);
@@ -248,32 +254,21 @@ TEST_F(VariableCalls, ReadsBackFromTheFileAndRefusesChanges) {
     int count = 0;
     EXPECT_EQ(murvGetNumberofVariables(h, &count), MURV_RC_OK);
     EXPECT_EQ(count, 2);
-    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    const int r = Reopen(h, path, false);
     h = -1;
-
-    int r = -1;
-    ASSERT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_OK);
     char name[65];
     int type = -1;
-    // Lower-case names: they read back the same with or without a long-name record.
-    EXPECT_EQ(murvGetVarInfo(r, 0, name, &type), MURV_RC_OK);
-    EXPECT_STREQ(name, "age");
     EXPECT_EQ(murvGetVarInfo(r, 1, name, &type), MURV_RC_OK);
+    EXPECT_STREQ(name, "town");
     EXPECT_EQ(type, 8);
-    double vh = 0;
-    EXPECT_EQ(murvGetVarHandle(r, "TOWN ", &vh), MURV_RC_OK);
-    EXPECT_EQ(vh, 2.0);
     char label[121];
     EXPECT_EQ(murvGetVarLabel(r, "AGE", label), MURV_RC_OK);
     EXPECT_STREQ(label, "Age in years");
     EXPECT_EQ(murvGetVarLabel(r, "town", label), MURV_RC_NO_LABEL);
     EXPECT_EQ(Format(murvGetVarPrintFormat, r, "age"), (std::array{5, 0, 3}));
     EXPECT_EQ(Format(murvGetVarWriteFormat, r, "age"), (std::array{5, 1, 6}));
+    EXPECT_EQ(NMissing(r, "age"), (std::array{-3.0, 0.0, 9.0, 99.0}));
     int kind = 0;
-    double v[3];
-    EXPECT_EQ(murvGetVarNMissingValues(r, "age", &kind, &v[0], &v[1], &v[2]), MURV_RC_OK);
-    EXPECT_EQ(kind, -3);
-    EXPECT_EQ((std::array{v[0], v[1], v[2]}), (std::array{0.0, 9.0, 99.0}));
     char c[3][9];
     EXPECT_EQ(murvGetVarCMissingValues(r, "town", &kind, c[0], c[1], c[2]), MURV_RC_OK);
     EXPECT_EQ(kind, 3);

@@ -1,0 +1,46 @@
+// Handles on new and reopened files, for tests that go through the public
+// calls: the setup most interface tests share.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "murvio.h"
+
+namespace murv::testing {
+
+struct VarDef {
+    const char* name;
+    int type;  // 0 numeric, else the string width
+};
+
+// A write handle on path with the variables defined; compressed if asked.
+inline int OpenNew(const std::string& path, std::initializer_list<VarDef> vars, bool compressed = false) {
+    int h = -1;
+    EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK) << path;
+    for (const VarDef& v : vars) EXPECT_EQ(murvSetVarName(h, v.name, v.type), MURV_RC_OK) << v.name;
+    if (compressed) {
+        EXPECT_EQ(murvSetCompression(h, 1), MURV_RC_OK);
+    }
+    return h;
+}
+
+inline int OpenForRead(const std::string& path) {
+    int h = -1;
+    EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK) << path;
+    return h;
+}
+
+// Closes the write handle h (committing its header first if asked) and
+// opens its file for reading.
+inline int Reopen(int h, const std::string& path, bool commit = true) {
+    if (commit) {
+        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    }
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    return OpenForRead(path);
+}
+
+}  // namespace murv::testing

@@ -146,11 +146,11 @@ MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varTy
         // The index entry goes in first and comes out again if the
         // dictionary cannot take the variable, so the two never disagree.
         auto& index = ds->State().nameIndex;
-        const auto entry = index.emplace(NameKey(varName), static_cast<int>(ds->ColumnCount())).first;
+        index.Append(NameKey(varName));
         try {
             ds->AppendVariable(var);
         } catch (...) {
-            index.erase(entry);
+            index.PopBack();
             throw;
         }
         return MURV_RC_OK;

@@ -503,14 +503,24 @@ void MURV_Variable::SetValueLabels(const MURV_ValueLabelMap& labels)
     stored.EndWalk();
 }
 
+namespace {
+
+const Attributes& AttributesOf(const MURV_VariableImpl& body)
+{
+    static const Attributes kNone;
+    return body.fAttributes ? *body.fAttributes : kNone;
+}
+
+}  // namespace
+
 const Attributes& MURV_Variable::GetAttributes() const
 {
-    return Read().fAttributes;
+    return AttributesOf(Read());
 }
 
 void MURV_Variable::SetAttributes(const Attributes& attributes)
 {
-    Write().fAttributes = attributes;
+    Write().fAttributes = attributes.Empty() ? nullptr : std::make_shared<const Attributes>(attributes);
 }
 
 MURV_VariableID MURV_Variable::GetID() const
@@ -536,7 +546,7 @@ bool MURV_Variable::operator==(const MURV_Variable& other) const
     if (((a.fFlags ^ b.fFlags) >> kMeasureShift & kTwoBits) != 0) return false;
     if (((a.fFlags ^ b.fFlags) >> kAlignmentShift & kTwoBits) != 0) return false;
     if (!(a.fValueLabels == b.fValueLabels)) return false;
-    return a.fAttributes == b.fAttributes;
+    return AttributesOf(a) == AttributesOf(b);
 }
 
 }  // namespace murv

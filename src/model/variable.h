@@ -113,18 +113,20 @@ public:
     // label is a new string, so the label's storage goes with the last body
     // that refers to it.
     std::shared_ptr<const std::string> fLabel;
-    Attributes fAttributes;
+    // The attributes, shared the same way; null when there are none (most
+    // variables have none, and a body is made for every variable).
+    std::shared_ptr<const Attributes> fAttributes;
     std::uint32_t fPrintFormat = 0;
     std::uint32_t fWriteFormat = 0;
     std::int16_t fType = 0;
     std::uint16_t fColumnWidth = 0;
     std::int8_t fMissingCode = eNoMissing;
+    // Bits 1-2: measurement level; bits 3-4: alignment.
+    std::uint32_t fFlags = 0;
     std::string fName;
     // The name after upper-casing under the locale in force when it was set:
     // the key of every lookup by name.
     std::string fUpperName;
-    // Bits 1-2: measurement level; bits 3-4: alignment.
-    std::uint32_t fFlags = 0;
     MURV_ValueLabelMap fValueLabels{nullptr};
     MURV_VariableID fID;
 };

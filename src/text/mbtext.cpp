@@ -116,6 +116,20 @@ void MapCase(char* text, std::size_t limit, bool upper) {
     }
     std::size_t pos = 0;
     for (;;) {
+        // Where a character starts, a byte below 0x80 other than NUL is that
+        // character in every locale the runtime offers, so it needs no
+        // decoding; only its mapping is the locale's (it may leave ASCII, as
+        // a dotted capital I does, and then goes through the encoder below).
+        if (pos < limit) {
+            const auto byte = static_cast<unsigned char>(text[pos]);
+            if (byte != 0 && byte < 0x80) {
+                const wint_t mapped = upper ? std::towupper(byte) : std::towlower(byte);
+                if (mapped < 0x80) {
+                    text[pos++] = static_cast<char>(mapped);
+                    continue;
+                }
+            }
+        }
         const Unit unit = NextUnit(text + pos, Remaining(limit, pos), true);
         if (unit.kind == UnitKind::kPlainByte) {
             pos += 1;  // a byte of a single-byte locale without a case mapping

@@ -134,7 +134,9 @@ extern "C" {
 
 MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varType) {
     return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        const bool exists = FindNamed(*ds, varName) != nullptr;
+        auto& index = ds->State().nameIndex;
+        const std::string key = NameKey(Required(varName));
+        const bool exists = index.Find(key) >= 0;
         // Only ordinary names: scratch ("#") and system ("$") names are not
         // names of variables in a file.
         if (names::ValidateVarname(varName) != names::kOrdinary) return MURV_RC_BAD_VAR_NAME;
@@ -145,8 +147,7 @@ MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varTy
         var.SetName(TrimmedName(varName));
         // The index entry goes in first and comes out again if the
         // dictionary cannot take the variable, so the two never disagree.
-        auto& index = ds->State().nameIndex;
-        index.Append(NameKey(varName));
+        index.Append(key);
         try {
             ds->AppendVariable(var);
         } catch (...) {

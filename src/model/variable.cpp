@@ -165,7 +165,7 @@ bool FormatIsAcceptable(bool isPrint, int variableType, int typeCode, int width,
 // ---- the body ----
 
 MURV_VariableImpl::MURV_VariableImpl(int type)
-    : fType(static_cast<std::int16_t>(type)), fID(MURV_VariableID::Next())
+    : fID(MURV_VariableID::Next()), fType(static_cast<std::int16_t>(type))
 {
     fPrintFormat = fWriteFormat = PackFormat(DefaultFormat(type));
     fColumnWidth = static_cast<std::uint16_t>(std::min(type == 0 ? 8 : type, 50));
@@ -174,6 +174,8 @@ MURV_VariableImpl::MURV_VariableImpl(int type)
     const std::uint32_t alignment = isString ? eStringAlignment : eNumericAlignment;
     fFlags = (level << kMeasureShift) | (alignment << kAlignmentShift);
 }
+
+static_assert(sizeof(MURV_VariableImpl) <= 168, "a variable's body should stay small");
 
 // ---- the handle ----
 

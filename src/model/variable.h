@@ -116,19 +116,21 @@ public:
     // The attributes, shared the same way; null when there are none (most
     // variables have none, and a body is made for every variable).
     std::shared_ptr<const Attributes> fAttributes;
+    // (The small members go together, so that no padding falls between
+    // them: a body is made for every variable.)
     std::uint32_t fPrintFormat = 0;
     std::uint32_t fWriteFormat = 0;
+    // Bits 1-2: measurement level; bits 3-4: alignment.
+    std::uint32_t fFlags = 0;
+    MURV_VariableID fID;
     std::int16_t fType = 0;
     std::uint16_t fColumnWidth = 0;
     std::int8_t fMissingCode = eNoMissing;
-    // Bits 1-2: measurement level; bits 3-4: alignment.
-    std::uint32_t fFlags = 0;
     std::string fName;
     // The name after upper-casing under the locale in force when it was set:
     // the key of every lookup by name.
     std::string fUpperName;
     MURV_ValueLabelMap fValueLabels{nullptr};
-    MURV_VariableID fID;
 };
 
 class MURV_Variable : public MURV_Variable_Enumerations {

@@ -51,6 +51,15 @@ Unit NextUnit(const char* text, std::size_t left, bool decode) {
     if (left == 0) {
         return unit;  // nothing left (the text may even be null)
     }
+    // Where a character starts, a byte below 0x80 other than NUL is that
+    // character in every locale the runtime offers.
+    const auto first = static_cast<unsigned char>(*text);
+    if (first != 0 && first < 0x80) {
+        unit.kind = UnitKind::kCharacter;
+        unit.length = 1;
+        unit.wide = static_cast<wchar_t>(first);
+        return unit;
+    }
     const std::size_t maxChar = MB_CUR_MAX;
     const std::size_t look = std::min(maxChar, left);
     const std::size_t avail = strnlen(text, look);

@@ -90,7 +90,7 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
         text::TextIndex<decltype(upperOf)> seen(upperOf);
         seen.Reserve(ColumnCount());
         for (std::size_t i = 0; i < ColumnCount(); ++i) {
-            uppers.Add(text::UpperCopy(GetVariable(static_cast<int>(i)).GetName()));
+            uppers.Add(text::UpperCopy(FileName(i)));
             if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone)
                 ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, std::string(uppers[i]));
         }
@@ -139,7 +139,7 @@ void SystemFileDataSource::SaveDS::WriteVariables() {
         rec.I32(code);
         rec.I32(static_cast<std::int32_t>(v.GetPackedPrintFormat()));
         rec.I32(static_cast<std::int32_t>(v.GetPackedWriteFormat()));
-        rec.Padded(v.GetName(), kShortNameSize);
+        rec.Padded(FileName(i), kShortNameSize);
         if (label) {
             rec.I32(static_cast<std::int32_t>(label->size()));
             rec.Raw(label->data(), label->size());

@@ -12,6 +12,7 @@
 #include "sysfile/ext/extrecord.h"
 #include "sysfile/ext/shortnames.h"
 #include "sysfile/fileinfo.h"
+#include "sysfile/saveds.h"
 #include "text/mbtext.h"
 #include "text/textindex.h"
 
@@ -98,12 +99,10 @@ using NamePairs = std::vector<std::pair<std::string, std::string>>;
 // The key of a pair: the first 64 bytes of its first name, upper-cased.
 std::string PairKey(const std::pair<std::string, std::string>& pair) { return Cut64Upper(pair.first); }
 
-// Gives every variable whose upper-cased name is the key of some pair the
-// second name of the first such pair: rename(variable, name). Files and the
-// writer list the pairs in dictionary order, one per variable, which is
-// checked first and spares a map of all names.
-template <class Rename>
-void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& rename) {
+// Whether pair i is the pair of variable i, for every variable (see
+// RenameVariables). Files and the writer list the pairs in dictionary order,
+// one per variable, and this check spares a map of all names.
+bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
     const std::size_t n = ds.ColumnCount();
     bool inOrder = pairs.size() == n;
     for (std::size_t i = 0; inOrder && i < n; ++i)
@@ -119,7 +118,15 @@ void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& renam
         for (std::size_t i = 0; inOrder && i < n; ++i)
             inOrder = seen.Insert(static_cast<std::uint32_t>(i)) == seen.kNone;
     }
-    if (inOrder) {
+    return inOrder;
+}
+
+// Gives every variable whose upper-cased name is the key of some pair the
+// second name of the first such pair: rename(variable, name).
+template <class Rename>
+void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& rename) {
+    const std::size_t n = ds.ColumnCount();
+    if (PairsInOrder(ds, pairs)) {
         for (std::size_t i = 0; i < n; ++i) rename(ds.GetVariable(static_cast<int>(i)), pairs[i].second);
         return;
     }
@@ -141,7 +148,15 @@ public:
         info.longNamesRead = true;
         if (info.namePairs.empty()) return;
         RenameSetMembersToShort(ds, info.namePairs);
-        RenameVariables(ds, info.namePairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
+        auto* writer = dynamic_cast<SystemFileDataSource::SaveDS*>(&ds);
+        if (writer && PairsInOrder(ds, info.namePairs)) {
+            std::vector<std::string> names;
+            names.reserve(info.namePairs.size());
+            for (const auto& pair : info.namePairs) names.push_back(pair.second);
+            writer->SetFileNames(std::move(names));
+        } else {
+            RenameVariables(ds, info.namePairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
+        }
         std::string text;
         for (const auto& [full, shortName] : info.namePairs) {
             if (!text.empty()) text += '\t';

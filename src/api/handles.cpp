@@ -111,13 +111,9 @@ void NameIndex::Clear() {
 }
 
 int BuildNameIndex(dioDataSource& ds) {
-    auto& index = ds.State().nameIndex;
-    index.Clear();
-    for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
-        const std::string key = NameKey(ds.GetVariable(static_cast<int>(i)).GetName().c_str());
-        if (!index.Append(key)) return MURV_RC_BAD_FILE;
-    }
-    return MURV_RC_OK;
+    const bool unique = ds.State().nameIndex.Assign(
+        ds.ColumnCount(), [&ds](std::size_t i) { return NameKey(ds.GetVariable(static_cast<int>(i)).GetName().c_str()); });
+    return unique ? MURV_RC_OK : MURV_RC_BAD_FILE;
 }
 
 int FindVariable(dioDataSource& ds, const char* name) {

@@ -47,6 +47,23 @@ public:
     bool Append(std::string_view key);
     // Removes the key added last.
     void PopBack();
+    // Replaces the index by the n keys key(0) ... key(n - 1); false when
+    // one repeats an earlier one, and the index then holds those before it.
+    template <class KeyOf>
+    bool Assign(std::size_t n, KeyOf&& key) {
+        Clear();
+        keys_.Reserve(n, 0);
+        for (std::size_t i = 0; i < n; ++i) keys_.Add(key(i));
+        table_.Reserve(n);
+        for (std::size_t i = 0; i < n; ++i) {
+            if (i + Table::kPrefetchDistance < n) table_.Prefetch(keys_[i + Table::kPrefetchDistance]);
+            if (table_.Insert(static_cast<std::uint32_t>(i)) != Table::kNone) {
+                while (keys_.Size() > i) keys_.PopBack();
+                return false;
+            }
+        }
+        return true;
+    }
     void Clear();
 
 private:

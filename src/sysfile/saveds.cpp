@@ -73,9 +73,11 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
         };
         text::TextIndex<decltype(upperOf)> seen(upperOf);
         seen.Reserve(ColumnCount());
-        for (std::size_t i = 0; i < ColumnCount(); ++i)
+        for (std::size_t i = 0; i < ColumnCount(); ++i) {
+            if (i + seen.kPrefetchDistance < ColumnCount()) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
             if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone)
                 ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, GetVariable(static_cast<int>(i)).GetUpperName());
+        }
     }
 
     // Handlers may reshape this dictionary, so the records are collected
@@ -89,8 +91,9 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
         const auto upperOf = [&uppers](std::uint32_t k) { return uppers[k]; };
         text::TextIndex<decltype(upperOf)> seen(upperOf);
         seen.Reserve(ColumnCount());
+        for (std::size_t i = 0; i < ColumnCount(); ++i) uppers.Add(text::UpperCopy(FileName(i)));
         for (std::size_t i = 0; i < ColumnCount(); ++i) {
-            uppers.Add(text::UpperCopy(FileName(i)));
+            if (i + seen.kPrefetchDistance < ColumnCount()) seen.Prefetch(uppers[i + seen.kPrefetchDistance]);
             if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone)
                 ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, std::string(uppers[i]));
         }

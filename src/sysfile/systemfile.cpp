@@ -287,6 +287,8 @@ void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
         taken.Reserve(ds.ColumnCount());
         std::vector<std::size_t> repair;
         for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+            if (i + taken.kPrefetchDistance < ds.ColumnCount())
+                taken.Prefetch(upperOf(static_cast<std::uint32_t>(i + taken.kPrefetchDistance)));
             const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
             if (NameCanStay(v.GetName()) && taken.Insert(static_cast<std::uint32_t>(i)) == taken.kNone) continue;
             repair.push_back(i);

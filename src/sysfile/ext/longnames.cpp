@@ -53,6 +53,8 @@ std::vector<std::pair<std::string, std::string>> ComputeShortNames(const MURV_Da
     };
     std::vector<std::size_t> pending;
     for (std::size_t i = 0; i < n; ++i) {
+        if (i + used.kPrefetchDistance < n)
+            used.Prefetch(ds.GetVariable(static_cast<int>(i + used.kPrefetchDistance)).GetUpperName());
         const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
         pairs[i].first = v.GetName();
         const std::string& upper = v.GetUpperName();
@@ -115,8 +117,10 @@ bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
         };
         text::TextIndex<decltype(upperOf)> seen(upperOf);
         seen.Reserve(n);
-        for (std::size_t i = 0; inOrder && i < n; ++i)
+        for (std::size_t i = 0; inOrder && i < n; ++i) {
+            if (i + seen.kPrefetchDistance < n) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
             inOrder = seen.Insert(static_cast<std::uint32_t>(i)) == seen.kNone;
+        }
     }
     return inOrder;
 }

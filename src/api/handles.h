@@ -42,6 +42,8 @@ public:
         const std::uint32_t k = table_.Find(key);
         return k == Table::kNone ? -1 : static_cast<int>(k);
     }
+    // See text::TextIndex::Prefetch.
+    void Prefetch(std::string_view key) const { table_.Prefetch(key); }
     // Adds the key at the next position; false, adding nothing, when it is
     // there already.
     bool Append(std::string_view key);

@@ -136,12 +136,14 @@ MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varTy
     return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         auto& index = ds->State().nameIndex;
         const std::string key = NameKey(Required(varName));
-        const bool exists = index.Find(key) >= 0;
+        // (The checks below take about as long as fetching the key's slot of
+        // a large index from memory: they overlap.)
+        index.Prefetch(key);
         // Only ordinary names: scratch ("#") and system ("$") names are not
         // names of variables in a file.
         if (names::ValidateVarname(varName) != names::kOrdinary) return MURV_RC_BAD_VAR_NAME;
         if (varType < 0 || varType > MURV_Variable::MAX_STRING_TYPE) return MURV_RC_BAD_VAR_TYPE;
-        if (exists) return MURV_RC_DUP_VAR;
+        if (index.Find(key) >= 0) return MURV_RC_DUP_VAR;
 
         MURV_Variable var(varType);
         var.SetName(TrimmedName(varName));

@@ -127,11 +127,17 @@ void MapCase(char* text, std::size_t limit, bool upper) {
     for (;;) {
         // Where a character starts, a byte below 0x80 other than NUL is that
         // character in every locale the runtime offers, so it needs no
-        // decoding; only its mapping is the locale's (it may leave ASCII, as
-        // a dotted capital I does, and then goes through the encoder below).
+        // decoding. Only the letters of the other case have a mapping, and
+        // that mapping is the locale's (it may leave ASCII, as a dotted
+        // capital I does, and then goes through the encoder below).
         if (pos < limit) {
             const auto byte = static_cast<unsigned char>(text[pos]);
-            if (byte != 0 && byte < 0x80) {
+            const bool otherCase = upper ? (byte >= 'a' && byte <= 'z') : (byte >= 'A' && byte <= 'Z');
+            if (byte != 0 && byte < 0x80 && !otherCase) {
+                ++pos;
+                continue;
+            }
+            if (otherCase) {
                 const wint_t mapped = upper ? std::towupper(byte) : std::towlower(byte);
                 if (mapped < 0x80) {
                     text[pos++] = static_cast<char>(mapped);

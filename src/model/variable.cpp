@@ -230,14 +230,20 @@ const std::string& MURV_Variable::GetUpperName() const
     return Read().fUpperName;
 }
 
-void MURV_Variable::SetName(const char* text, std::size_t length)
+std::string StoredName(const char* text, std::size_t length)
 {
-    char buffer[eMaxNameLength];
+    char buffer[MURV_Variable::eMaxNameLength];
     text::CopyPadded(buffer, sizeof buffer, text, std::min(length, sizeof buffer));
     std::size_t size = sizeof buffer;
     while (size > 0 && buffer[size - 1] == ' ') --size;
+    return std::string(buffer, size);
+}
+
+void MURV_Variable::SetName(const char* text, std::size_t length)
+{
+    std::string name = StoredName(text, length);
     MURV_VariableImpl& body = Write();
-    body.fName.assign(buffer, size);
+    body.fName = std::move(name);
     body.fUpperName = text::UpperCopy(body.fName);
     NoteIdentityChange();
 }

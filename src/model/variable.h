@@ -133,6 +133,10 @@ public:
     MURV_ValueLabelMap fValueLabels{nullptr};
 };
 
+// The name that MURV_Variable::SetName keeps of the first `length` bytes of
+// a text.
+std::string StoredName(const char* text, std::size_t length);
+
 class MURV_Variable : public MURV_Variable_Enumerations {
 public:
     // An empty handle: no body, not valid.

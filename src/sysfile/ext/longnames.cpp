@@ -156,7 +156,7 @@ public:
         if (writer && PairsInOrder(ds, info.namePairs)) {
             std::vector<std::string> names;
             names.reserve(info.namePairs.size());
-            for (const auto& pair : info.namePairs) names.push_back(pair.second);
+            for (const auto& pair : info.namePairs) names.push_back(StoredName(pair.second.data(), pair.second.size()));
             writer->SetFileNames(std::move(names));
         } else {
             RenameVariables(ds, info.namePairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });

@@ -87,21 +87,38 @@ std::string NameKey(const char* name) {
     return text::UpperCopy(std::string_view(name + begin, end - begin));
 }
 
-int BuildNameIndex(dioDataSource& ds) {
-    auto& index = ds.State().nameIndex;
-    index.clear();
-    for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
-        const std::string key = NameKey(ds.GetVariable(static_cast<int>(i)).GetName().c_str());
-        if (!index.emplace(key, static_cast<int>(i)).second) return MURV_RC_BAD_FILE;
+bool NameIndex::Append(std::string_view key) {
+    if (table_.Find(key) != Table::kNone) return false;
+    keys_.Add(key);
+    try {
+        table_.Insert(static_cast<std::uint32_t>(keys_.Size() - 1));
+    } catch (...) {
+        keys_.PopBack();
+        throw;
     }
-    return MURV_RC_OK;
+    return true;
+}
+
+void NameIndex::PopBack() {
+    if (keys_.Size() == 0) return;
+    table_.Erase(static_cast<std::uint32_t>(keys_.Size() - 1));
+    keys_.PopBack();
+}
+
+void NameIndex::Clear() {
+    table_.Clear();
+    keys_.Clear();
+}
+
+int BuildNameIndex(dioDataSource& ds) {
+    const bool unique = ds.State().nameIndex.Assign(
+        ds.ColumnCount(), [&ds](std::size_t i) { return NameKey(ds.GetVariable(static_cast<int>(i)).GetName().c_str()); });
+    return unique ? MURV_RC_OK : MURV_RC_BAD_FILE;
 }
 
 int FindVariable(dioDataSource& ds, const char* name) {
     if (!name) return -1;
-    const auto& index = ds.State().nameIndex;
-    const auto it = index.find(NameKey(name));
-    return it == index.end() ? -1 : it->second;
+    return ds.State().nameIndex.Find(NameKey(name));
 }
 
 }  // namespace murv::api

@@ -134,23 +134,26 @@ extern "C" {
 
 MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varType) {
     return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        const bool exists = FindNamed(*ds, varName) != nullptr;
+        auto& index = ds->State().nameIndex;
+        const std::string key = NameKey(Required(varName));
+        // (The checks below take about as long as fetching the key's slot of
+        // a large index from memory: they overlap.)
+        index.Prefetch(key);
         // Only ordinary names: scratch ("#") and system ("$") names are not
         // names of variables in a file.
         if (names::ValidateVarname(varName) != names::kOrdinary) return MURV_RC_BAD_VAR_NAME;
         if (varType < 0 || varType > MURV_Variable::MAX_STRING_TYPE) return MURV_RC_BAD_VAR_TYPE;
-        if (exists) return MURV_RC_DUP_VAR;
+        if (index.Find(key) >= 0) return MURV_RC_DUP_VAR;
 
         MURV_Variable var(varType);
         var.SetName(TrimmedName(varName));
         // The index entry goes in first and comes out again if the
         // dictionary cannot take the variable, so the two never disagree.
-        auto& index = ds->State().nameIndex;
-        const auto entry = index.emplace(NameKey(varName), static_cast<int>(ds->ColumnCount())).first;
+        index.Append(key);
         try {
             ds->AppendVariable(var);
         } catch (...) {
-            index.erase(entry);
+            index.PopBack();
             throw;
         }
         return MURV_RC_OK;

@@ -260,6 +260,12 @@ int MURV_DataSource::GetIndexOfID(MURV_VariableID id) const
     return found == lookup.byID.end() ? -1 : found->second;
 }
 
+void MURV_DataSource::ReserveVariables(std::size_t n)
+{
+    fData.fDictionary.reserve(n);
+    fData.fLayout.Reserve(n);
+}
+
 MURV_Variable& MURV_DataSource::AddVariable(int type, int* index)
 {
     return AppendVariable(MURV_Variable(type), index);

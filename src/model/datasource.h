@@ -143,6 +143,9 @@ public:
     // Index of the first variable with the ID, -1 when there is none.
     int GetIndexOfID(MURV_VariableID id) const;
 
+    // Makes room for n variables in all, so that adding them one at a time
+    // does not grow the dictionary again and again.
+    void ReserveVariables(std::size_t n);
     MURV_Variable& AddVariable(int type, int* index = nullptr);
     MURV_Variable& AppendVariable(const MURV_Variable& variable, int* index = nullptr);
     // Stores the variable at position varAfter (0 to ColumnCount()).

@@ -38,6 +38,7 @@ public:
     // Cells taken by the variable at index.
     std::uint32_t ColumnCells(std::size_t index) const;
 
+    void Reserve(std::size_t columns) { fStart.reserve(columns); }
     void AddColumn(int type);
     void InsertColumn(std::size_t position, int type);
     // The variable at index changes type; later variables move when its

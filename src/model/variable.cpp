@@ -165,7 +165,7 @@ bool FormatIsAcceptable(bool isPrint, int variableType, int typeCode, int width,
 // ---- the body ----
 
 MURV_VariableImpl::MURV_VariableImpl(int type)
-    : fType(static_cast<std::int16_t>(type)), fID(MURV_VariableID::Next())
+    : fID(MURV_VariableID::Next()), fType(static_cast<std::int16_t>(type))
 {
     fPrintFormat = fWriteFormat = PackFormat(DefaultFormat(type));
     fColumnWidth = static_cast<std::uint16_t>(std::min(type == 0 ? 8 : type, 50));
@@ -174,6 +174,8 @@ MURV_VariableImpl::MURV_VariableImpl(int type)
     const std::uint32_t alignment = isString ? eStringAlignment : eNumericAlignment;
     fFlags = (level << kMeasureShift) | (alignment << kAlignmentShift);
 }
+
+static_assert(sizeof(MURV_VariableImpl) <= 168, "a variable's body should stay small");
 
 // ---- the handle ----
 
@@ -228,14 +230,20 @@ const std::string& MURV_Variable::GetUpperName() const
     return Read().fUpperName;
 }
 
-void MURV_Variable::SetName(const char* text, std::size_t length)
+std::string StoredName(const char* text, std::size_t length)
 {
-    char buffer[eMaxNameLength];
+    char buffer[MURV_Variable::eMaxNameLength];
     text::CopyPadded(buffer, sizeof buffer, text, std::min(length, sizeof buffer));
     std::size_t size = sizeof buffer;
     while (size > 0 && buffer[size - 1] == ' ') --size;
+    return std::string(buffer, size);
+}
+
+void MURV_Variable::SetName(const char* text, std::size_t length)
+{
+    std::string name = StoredName(text, length);
     MURV_VariableImpl& body = Write();
-    body.fName.assign(buffer, size);
+    body.fName = std::move(name);
     body.fUpperName = text::UpperCopy(body.fName);
     NoteIdentityChange();
 }
@@ -503,14 +511,24 @@ void MURV_Variable::SetValueLabels(const MURV_ValueLabelMap& labels)
     stored.EndWalk();
 }
 
+namespace {
+
+const Attributes& AttributesOf(const MURV_VariableImpl& body)
+{
+    static const Attributes kNone;
+    return body.fAttributes ? *body.fAttributes : kNone;
+}
+
+}  // namespace
+
 const Attributes& MURV_Variable::GetAttributes() const
 {
-    return Read().fAttributes;
+    return AttributesOf(Read());
 }
 
 void MURV_Variable::SetAttributes(const Attributes& attributes)
 {
-    Write().fAttributes = attributes;
+    Write().fAttributes = attributes.Empty() ? nullptr : std::make_shared<const Attributes>(attributes);
 }
 
 MURV_VariableID MURV_Variable::GetID() const
@@ -536,7 +554,7 @@ bool MURV_Variable::operator==(const MURV_Variable& other) const
     if (((a.fFlags ^ b.fFlags) >> kMeasureShift & kTwoBits) != 0) return false;
     if (((a.fFlags ^ b.fFlags) >> kAlignmentShift & kTwoBits) != 0) return false;
     if (!(a.fValueLabels == b.fValueLabels)) return false;
-    return a.fAttributes == b.fAttributes;
+    return AttributesOf(a) == AttributesOf(b);
 }
 
 }  // namespace murv

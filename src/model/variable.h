@@ -113,9 +113,16 @@ public:
     // label is a new string, so the label's storage goes with the last body
     // that refers to it.
     std::shared_ptr<const std::string> fLabel;
-    Attributes fAttributes;
+    // The attributes, shared the same way; null when there are none (most
+    // variables have none, and a body is made for every variable).
+    std::shared_ptr<const Attributes> fAttributes;
+    // (The small members go together, so that no padding falls between
+    // them: a body is made for every variable.)
     std::uint32_t fPrintFormat = 0;
     std::uint32_t fWriteFormat = 0;
+    // Bits 1-2: measurement level; bits 3-4: alignment.
+    std::uint32_t fFlags = 0;
+    MURV_VariableID fID;
     std::int16_t fType = 0;
     std::uint16_t fColumnWidth = 0;
     std::int8_t fMissingCode = eNoMissing;
@@ -123,11 +130,12 @@ public:
     // The name after upper-casing under the locale in force when it was set:
     // the key of every lookup by name.
     std::string fUpperName;
-    // Bits 1-2: measurement level; bits 3-4: alignment.
-    std::uint32_t fFlags = 0;
     MURV_ValueLabelMap fValueLabels{nullptr};
-    MURV_VariableID fID;
 };
+
+// The name that MURV_Variable::SetName keeps of the first `length` bytes of
+// a text.
+std::string StoredName(const char* text, std::size_t length);
 
 class MURV_Variable : public MURV_Variable_Enumerations {
 public:

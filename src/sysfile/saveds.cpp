@@ -16,6 +16,7 @@
 #include "sysfile/layout.h"
 #include "sysfile/segments.h"
 #include "text/mbtext.h"
+#include "text/textindex.h"
 
 namespace murv {
 
@@ -66,10 +67,17 @@ SystemFileDataSource::SaveDS::~SaveDS() {
 
 std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
     // Names must be unique without regard to case.
-    std::unordered_set<std::string> seen;
-    for (std::size_t i = 0; i < ColumnCount(); ++i) {
-        const std::string& upper = GetVariable(static_cast<int>(i)).GetUpperName();
-        if (!seen.insert(upper).second) ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, upper);
+    {
+        const auto upperOf = [this](std::uint32_t k) {
+            return std::string_view(GetVariable(static_cast<int>(k)).GetUpperName());
+        };
+        text::TextIndex<decltype(upperOf)> seen(upperOf);
+        seen.Reserve(ColumnCount());
+        for (std::size_t i = 0; i < ColumnCount(); ++i) {
+            if (i + seen.kPrefetchDistance < ColumnCount()) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
+            if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone)
+                ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, GetVariable(static_cast<int>(i)).GetUpperName());
+        }
     }
 
     // Handlers may reshape this dictionary, so the records are collected
@@ -78,10 +86,17 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
     // The names as they go into the file (short names, and the segments of
     // very long strings) must be unique too: a variable already named like a
     // segment would otherwise appear twice.
-    seen.clear();
-    for (std::size_t i = 0; i < ColumnCount(); ++i) {
-        const std::string upper = text::UpperCopy(GetVariable(static_cast<int>(i)).GetName());
-        if (!seen.insert(upper).second) ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, upper);
+    {
+        text::TextArena uppers;
+        const auto upperOf = [&uppers](std::uint32_t k) { return uppers[k]; };
+        text::TextIndex<decltype(upperOf)> seen(upperOf);
+        seen.Reserve(ColumnCount());
+        for (std::size_t i = 0; i < ColumnCount(); ++i) uppers.Add(text::UpperCopy(FileName(i)));
+        for (std::size_t i = 0; i < ColumnCount(); ++i) {
+            if (i + seen.kPrefetchDistance < ColumnCount()) seen.Prefetch(uppers[i + seen.kPrefetchDistance]);
+            if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone)
+                ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, std::string(uppers[i]));
+        }
     }
 
     HeaderRecord h;
@@ -127,7 +142,7 @@ void SystemFileDataSource::SaveDS::WriteVariables() {
         rec.I32(code);
         rec.I32(static_cast<std::int32_t>(v.GetPackedPrintFormat()));
         rec.I32(static_cast<std::int32_t>(v.GetPackedWriteFormat()));
-        rec.Padded(v.GetName(), kShortNameSize);
+        rec.Padded(FileName(i), kShortNameSize);
         if (label) {
             rec.I32(static_cast<std::int32_t>(label->size()));
             rec.Raw(label->data(), label->size());

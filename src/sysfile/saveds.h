@@ -45,7 +45,18 @@ public:
     // values into them.
     void SplitVeryLongStrings(const std::vector<std::pair<int, int>>& list);
 
+    // The names the variables go into the file under, one per variable in
+    // dictionary order, as the long-names record pairs them. Renaming the
+    // variables themselves would give each of them a private body.
+    void SetFileNames(std::vector<std::string> names) { fileNames_ = std::move(names); }
+
 private:
+    // The name variable i goes into the file under.
+    const std::string& FileName(std::size_t i) const {
+        return fileNames_.empty() ? GetVariable(static_cast<int>(i)).GetName() : fileNames_[i];
+    }
+    std::vector<std::string> fileNames_;
+
     void WriteVariables();
     void WriteValueLabels();
     void WriteDocuments();

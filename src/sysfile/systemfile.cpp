@@ -21,6 +21,7 @@
 #include "sysfile/saveds.h"
 #include "sysfile/segments.h"
 #include "text/mbtext.h"
+#include "text/textindex.h"
 
 namespace murv {
 
@@ -277,11 +278,19 @@ void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
             v.SetName(LowerName(v.GetName()));
         }
     {
-        std::unordered_set<std::string> taken;
+        // The upper-cased names of the variables that keep their names or
+        // have their new ones.
+        const auto upperOf = [&ds](std::uint32_t k) {
+            return std::string_view(ds.GetVariable(static_cast<int>(k)).GetUpperName());
+        };
+        text::TextIndex<decltype(upperOf)> taken(upperOf);
+        taken.Reserve(ds.ColumnCount());
         std::vector<std::size_t> repair;
         for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+            if (i + taken.kPrefetchDistance < ds.ColumnCount())
+                taken.Prefetch(upperOf(static_cast<std::uint32_t>(i + taken.kPrefetchDistance)));
             const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-            if (NameCanStay(v.GetName()) && taken.insert(v.GetUpperName()).second) continue;
+            if (NameCanStay(v.GetName()) && taken.Insert(static_cast<std::uint32_t>(i)) == taken.kNone) continue;
             repair.push_back(i);
         }
         int counter = 1;
@@ -291,9 +300,10 @@ void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
                 char buf[16];
                 std::snprintf(buf, sizeof buf, "V%d", counter++);
                 name = buf;
-            } while (taken.count(text::UpperCopy(name)));
-            taken.insert(text::UpperCopy(name));
-            ds.GetVariable(static_cast<int>(i)).SetName(name);
+            } while (taken.Find(text::UpperCopy(name)) != taken.kNone);
+            MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+            v.SetName(name);
+            taken.Insert(static_cast<std::uint32_t>(i));
         }
     }
 }
@@ -342,6 +352,9 @@ void SystemFileDataSource::ReadFile() {
 
     // Dictionary records up to the termination record. Value labels name
     // variables by their case position: the index follows the variables read.
+    // At most one variable per cell of the header's case size, and per
+    // variable record (32 bytes at least) that the file can hold.
+    if (headerCaseSize > 0) ReserveVariables(static_cast<std::size_t>(std::min<std::int64_t>(headerCaseSize, fileSize / 32)));
     DictionaryIndex dictIndex(*this);
     bool indexCurrent = false;
     std::uint32_t fileCells = 0;

@@ -51,6 +51,15 @@ Unit NextUnit(const char* text, std::size_t left, bool decode) {
     if (left == 0) {
         return unit;  // nothing left (the text may even be null)
     }
+    // Where a character starts, a byte below 0x80 other than NUL is that
+    // character in every locale the runtime offers.
+    const auto first = static_cast<unsigned char>(*text);
+    if (first != 0 && first < 0x80) {
+        unit.kind = UnitKind::kCharacter;
+        unit.length = 1;
+        unit.wide = static_cast<wchar_t>(first);
+        return unit;
+    }
     const std::size_t maxChar = MB_CUR_MAX;
     const std::size_t look = std::min(maxChar, left);
     const std::size_t avail = strnlen(text, look);
@@ -116,6 +125,26 @@ void MapCase(char* text, std::size_t limit, bool upper) {
     }
     std::size_t pos = 0;
     for (;;) {
+        // Where a character starts, a byte below 0x80 other than NUL is that
+        // character in every locale the runtime offers, so it needs no
+        // decoding. Only the letters of the other case have a mapping, and
+        // that mapping is the locale's (it may leave ASCII, as a dotted
+        // capital I does, and then goes through the encoder below).
+        if (pos < limit) {
+            const auto byte = static_cast<unsigned char>(text[pos]);
+            const bool otherCase = upper ? (byte >= 'a' && byte <= 'z') : (byte >= 'A' && byte <= 'Z');
+            if (byte != 0 && byte < 0x80 && !otherCase) {
+                ++pos;
+                continue;
+            }
+            if (otherCase) {
+                const wint_t mapped = upper ? std::towupper(byte) : std::towlower(byte);
+                if (mapped < 0x80) {
+                    text[pos++] = static_cast<char>(mapped);
+                    continue;
+                }
+            }
+        }
         const Unit unit = NextUnit(text + pos, Remaining(limit, pos), true);
         if (unit.kind == UnitKind::kPlainByte) {
             pos += 1;  // a byte of a single-byte locale without a case mapping

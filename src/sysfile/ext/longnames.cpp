@@ -1,9 +1,10 @@
 // Subtype 13: the long variable names. Every variable is written under a
 // unique short name of at most 8 bytes; the record pairs each short name with
 // the full name as "SHORT=Full", entries separated by tabs.
+#include <algorithm>
 #include <string>
+#include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "model/setrecords.h"
 #include "model/datasource.h"
@@ -11,7 +12,9 @@
 #include "sysfile/ext/extrecord.h"
 #include "sysfile/ext/shortnames.h"
 #include "sysfile/fileinfo.h"
+#include "sysfile/saveds.h"
 #include "text/mbtext.h"
+#include "text/textindex.h"
 
 namespace murv {
 
@@ -38,15 +41,26 @@ std::string Cut64Upper(const std::string& name) { return text::UpperCopy(name.su
 std::vector<std::pair<std::string, std::string>> ComputeShortNames(const MURV_DataSource& ds) {
     const std::size_t n = ds.ColumnCount();
     std::vector<std::pair<std::string, std::string>> pairs(n);
-    std::unordered_set<std::string> used;
+    // The short names given so far: those of the pairs in the index.
+    const auto shortOf = [&pairs](std::uint32_t k) { return std::string_view(pairs[k].second); };
+    text::TextIndex<decltype(shortOf)> used(shortOf);
+    used.Reserve(n);
+    const auto take = [&](std::size_t i, std::string&& name) {
+        if (used.Find(name) != used.kNone) return false;
+        pairs[i].second = std::move(name);
+        used.Insert(static_cast<std::uint32_t>(i));
+        return true;
+    };
     std::vector<std::size_t> pending;
     for (std::size_t i = 0; i < n; ++i) {
+        if (i + used.kPrefetchDistance < n)
+            used.Prefetch(ds.GetVariable(static_cast<int>(i + used.kPrefetchDistance)).GetUpperName());
         const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
         pairs[i].first = v.GetName();
         const std::string& upper = v.GetUpperName();
         if (!upper.empty() && upper.size() <= 8) {
             pairs[i].second = upper;
-            used.insert(upper);
+            used.Insert(static_cast<std::uint32_t>(i));
         } else {
             pending.push_back(i);
         }
@@ -55,10 +69,7 @@ std::vector<std::pair<std::string, std::string>> ComputeShortNames(const MURV_Da
     for (std::size_t i : pending) {
         std::string cut = WholeCharPrefix(ds.GetVariable(static_cast<int>(i)).GetUpperName(), 8);
         while (!cut.empty() && (cut.back() == '.' || cut.back() == '_')) cut.pop_back();
-        if (!cut.empty() && used.insert(cut).second)
-            pairs[i].second = cut;
-        else
-            still.push_back(i);
+        if (cut.empty() || !take(i, std::move(cut))) still.push_back(i);
     }
     // Variables whose names agree on their first 6 bytes try the same
     // candidates in the same order, and names once used stay used: each
@@ -74,9 +85,7 @@ std::vector<std::pair<std::string, std::string>> ComputeShortNames(const MURV_Da
             const int room = 8 - static_cast<int>(suffix.size()) - 1;
             const std::string prefix = room < 2 ? std::string() : WholeCharPrefix(upper, static_cast<std::size_t>(room));
             if (prefix.empty()) ErrorText::Throw(kDataSourceMessages, kErrNoShortName, v.GetName());
-            std::string candidate = prefix + "_" + suffix;
-            if (used.insert(candidate).second) {
-                pairs[i].second = std::move(candidate);
+            if (take(i, prefix + "_" + suffix)) {
                 ++k;
                 break;
             }
@@ -85,19 +94,72 @@ std::vector<std::pair<std::string, std::string>> ComputeShortNames(const MURV_Da
     return pairs;
 }
 
+namespace {
+
+using NamePairs = std::vector<std::pair<std::string, std::string>>;
+
+// The key of a pair: the first 64 bytes of its first name, upper-cased.
+std::string PairKey(const std::pair<std::string, std::string>& pair) { return Cut64Upper(pair.first); }
+
+// Whether pair i is the pair of variable i, for every variable (see
+// RenameVariables). Files and the writer list the pairs in dictionary order,
+// one per variable, and this check spares a map of all names.
+bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
+    const std::size_t n = ds.ColumnCount();
+    bool inOrder = pairs.size() == n;
+    for (std::size_t i = 0; inOrder && i < n; ++i)
+        inOrder = PairKey(pairs[i]) == ds.GetVariable(static_cast<int>(i)).GetUpperName();
+    if (inOrder) {
+        // Then each variable's pair is its own unless two variables share
+        // an upper-cased name (and so a key, of which the first pair wins).
+        const auto upperOf = [&ds](std::uint32_t k) {
+            return std::string_view(ds.GetVariable(static_cast<int>(k)).GetUpperName());
+        };
+        text::TextIndex<decltype(upperOf)> seen(upperOf);
+        seen.Reserve(n);
+        for (std::size_t i = 0; inOrder && i < n; ++i) {
+            if (i + seen.kPrefetchDistance < n) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
+            inOrder = seen.Insert(static_cast<std::uint32_t>(i)) == seen.kNone;
+        }
+    }
+    return inOrder;
+}
+
+// Gives every variable whose upper-cased name is the key of some pair the
+// second name of the first such pair: rename(variable, name).
+template <class Rename>
+void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& rename) {
+    const std::size_t n = ds.ColumnCount();
+    if (PairsInOrder(ds, pairs)) {
+        for (std::size_t i = 0; i < n; ++i) rename(ds.GetVariable(static_cast<int>(i)), pairs[i].second);
+        return;
+    }
+    std::unordered_map<std::string, std::size_t> firstOf;
+    firstOf.reserve(pairs.size());
+    for (std::size_t k = 0; k < pairs.size(); ++k) firstOf.emplace(PairKey(pairs[k]), k);
+    for (std::size_t i = 0; i < n; ++i) {
+        MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+        const auto it = firstOf.find(v.GetUpperName());
+        if (it != firstOf.end()) rename(v, pairs[it->second].second);
+    }
+}
+
+}  // namespace
+
 class SFExtensionExtNames final : public SystemFileExtensionHandler {
 public:
     void Write(MURV_DataSource& ds, SystemFileInfo& info, SystemFileExtensionRecord& rec) const override {
         info.longNamesRead = true;
         if (info.namePairs.empty()) return;
-        std::unordered_map<std::string, std::string> shortOf;
-        shortOf.reserve(info.namePairs.size());
-        for (const auto& [full, shortName] : info.namePairs) shortOf.emplace(Cut64Upper(full), shortName);
-        RenameSetMembersToShort(ds, shortOf);
-        for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
-            MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-            const auto it = shortOf.find(v.GetUpperName());
-            if (it != shortOf.end()) v.SetName(it->second);
+        RenameSetMembersToShort(ds, info.namePairs);
+        auto* writer = dynamic_cast<SystemFileDataSource::SaveDS*>(&ds);
+        if (writer && PairsInOrder(ds, info.namePairs)) {
+            std::vector<std::string> names;
+            names.reserve(info.namePairs.size());
+            for (const auto& pair : info.namePairs) names.push_back(StoredName(pair.second.data(), pair.second.size()));
+            writer->SetFileNames(std::move(names));
+        } else {
+            RenameVariables(ds, info.namePairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
         }
         std::string text;
         for (const auto& [full, shortName] : info.namePairs) {
@@ -118,7 +180,8 @@ public:
         const std::size_t len = static_cast<std::size_t>(rec.NUnits() > 0 ? rec.NUnits() : 0);
         const std::string_view text(reinterpret_cast<const char*>(rec.Contents()), rec.Contents() ? len : 0);
         std::size_t pos = 0;
-        std::vector<std::pair<std::string, std::string>> pairs;
+        NamePairs pairs;
+        pairs.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\t')) + 1);
         while (pos < text.size()) {
             const std::size_t i = text.find_first_of("=\t", pos);
             if (i == std::string_view::npos || text[i] != '=')
@@ -130,17 +193,14 @@ public:
             pairs.emplace_back(std::string(text.substr(pos, i - pos)), std::string(text.substr(i + 1, j - i - 1)));
             pos = j + 1;
         }
-        info.namePairs.insert(info.namePairs.end(), pairs.begin(), pairs.end());
-        if (pairs.empty()) return;
-        std::unordered_map<std::string, std::string> longOf;
-        longOf.reserve(pairs.size());
-        for (const auto& [shortName, longName] : pairs) longOf.emplace(Cut64Upper(shortName), longName);
-        RenameSetMembersToLong(ds, longOf);
-        for (std::size_t k = 0; k < ds.ColumnCount(); ++k) {
-            MURV_Variable& v = ds.GetVariable(static_cast<int>(k));
-            const auto it = longOf.find(v.GetUpperName());
-            if (it != longOf.end()) v.SetName(it->second);
+        if (!pairs.empty()) {
+            RenameSetMembersToLong(ds, pairs);
+            RenameVariables(ds, pairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
         }
+        if (info.namePairs.empty())
+            info.namePairs = std::move(pairs);
+        else
+            info.namePairs.insert(info.namePairs.end(), pairs.begin(), pairs.end());
     }
 
 private:
@@ -148,11 +208,15 @@ private:
     // variables' names into and out of the file; sets in the extended form
     // keep their full names both ways. Into the file the names also go in
     // lower case.
-    static void RenameSetMembers(MURV_DataSource& ds, const std::unordered_map<std::string, std::string>& names,
-                                 bool lowerCase) {
+    static void RenameSetMembers(MURV_DataSource& ds, const NamePairs& pairs, bool lowerCase) {
+        // Pair key -> second name of the first pair with that key, made when
+        // there are sets at all.
+        std::unordered_map<std::string, std::string> names;
         for (MURV_SetListType which : {MURV_SetListType::eVariableSets, MURV_SetListType::eMultipleResponseSets}) {
             MURV_VariableSetList list = ReadVariableSets(ds, which);
             if (list.empty()) continue;
+            if (names.empty())
+                for (const auto& pair : pairs) names.emplace(PairKey(pair), pair.second);
             for (MURV_VariableSet& set : list) {
                 if (set.IsExtended()) continue;
                 std::vector<std::string> members;
@@ -171,11 +235,11 @@ private:
             StoreVariableSets(list, ds);
         }
     }
-    static void RenameSetMembersToShort(MURV_DataSource& ds, const std::unordered_map<std::string, std::string>& n) {
-        RenameSetMembers(ds, n, true);
+    static void RenameSetMembersToShort(MURV_DataSource& ds, const NamePairs& pairs) {
+        RenameSetMembers(ds, pairs, true);
     }
-    static void RenameSetMembersToLong(MURV_DataSource& ds, const std::unordered_map<std::string, std::string>& n) {
-        RenameSetMembers(ds, n, false);
+    static void RenameSetMembersToLong(MURV_DataSource& ds, const NamePairs& pairs) {
+        RenameSetMembers(ds, pairs, false);
     }
 };
 

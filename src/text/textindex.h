@@ -1,0 +1,173 @@
+// Hash lookups over texts kept elsewhere.
+//
+// A dictionary of a million variables would spend most of its memory and time
+// on a node, and often a copy of the name, per entry if its name lookups
+// were standard maps of strings. TextIndex keeps only 32-bit entry numbers
+// with their hashes in one open-addressing table; the texts stay where their
+// owner keeps them and are reached through a function the owner gives.
+// TextArena is such an owner for keys that exist nowhere else: all of them in
+// one block of bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace murv::text {
+
+// KeyOf: std::string_view(std::uint32_t entry) const, the text of an entry.
+// The text of an entry must not change while the entry is in the index.
+template <class KeyOf>
+class TextIndex {
+public:
+    static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+    // How many entries ahead a loop should prefetch (see Prefetch).
+    static constexpr std::size_t kPrefetchDistance = 8;
+
+    explicit TextIndex(KeyOf keyOf) : keyOf_(std::move(keyOf)) {}
+
+    std::size_t Size() const { return count_; }
+
+    // Makes room for n entries in all, so that adding up to that many
+    // allocates nothing (and so cannot throw).
+    void Reserve(std::size_t n) {
+        std::size_t want = 16;
+        while (want / 2 < n) want *= 2;
+        if (want > slots_.size()) Rehash(want);
+    }
+
+    void Clear() {
+        slots_.clear();
+        count_ = 0;
+    }
+
+    // The entry whose text equals the text given, or kNone.
+    std::uint32_t Find(std::string_view text) const {
+        if (slots_.empty()) return kNone;
+        const std::uint32_t hash = Hash(text);
+        const std::size_t mask = slots_.size() - 1;
+        for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+            const Slot& s = slots_[i];
+            if (s.entry == kNone) return kNone;
+            if (s.hash == hash && keyOf_(s.entry) == text) return s.entry;
+        }
+    }
+
+    // Starts fetching the slot where a text's search begins, for a Find or
+    // Insert of it a little later: tables of many entries are far larger
+    // than the processor's caches, and a loop over many entries can so
+    // overlap their cache misses instead of waiting for each in turn.
+    void Prefetch(std::string_view text) const {
+        if (!slots_.empty()) __builtin_prefetch(&slots_[Hash(text) & (slots_.size() - 1)]);
+    }
+
+    // Adds the entry under its text unless an entry of an equal text is
+    // there already: that entry, or kNone when this one was added.
+    std::uint32_t Insert(std::uint32_t entry) {
+        Reserve(count_ + 1);
+        const std::string_view text = keyOf_(entry);
+        const std::uint32_t hash = Hash(text);
+        const std::size_t mask = slots_.size() - 1;
+        for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+            Slot& s = slots_[i];
+            if (s.entry == kNone) {
+                s = Slot{entry, hash};
+                ++count_;
+                return kNone;
+            }
+            if (s.hash == hash && keyOf_(s.entry) == text) return s.entry;
+        }
+    }
+
+    // Removes the entry under its text (nothing when it is not there).
+    void Erase(std::uint32_t entry) {
+        if (slots_.empty()) return;
+        const std::size_t mask = slots_.size() - 1;
+        std::size_t i = Hash(keyOf_(entry)) & mask;
+        while (slots_[i].entry != entry) {
+            if (slots_[i].entry == kNone) return;
+            i = (i + 1) & mask;
+        }
+        // Close the gap: move up every later entry of the run that may not
+        // stay behind it.
+        for (std::size_t j = (i + 1) & mask; slots_[j].entry != kNone; j = (j + 1) & mask) {
+            const std::size_t home = slots_[j].hash & mask;
+            const bool movable = i <= j ? (home <= i || home > j) : (home <= i && home > j);
+            if (movable) {
+                slots_[i] = slots_[j];
+                i = j;
+            }
+        }
+        slots_[i] = Slot{};
+        --count_;
+    }
+
+private:
+    struct Slot {
+        std::uint32_t entry = kNone;
+        std::uint32_t hash = 0;
+    };
+
+    static std::uint32_t Hash(std::string_view text) {
+        const std::size_t h = std::hash<std::string_view>{}(text);
+        return static_cast<std::uint32_t>(h ^ (static_cast<std::uint64_t>(h) >> 32));
+    }
+
+    void Rehash(std::size_t size) {
+        std::vector<Slot> old(size);
+        old.swap(slots_);
+        const std::size_t mask = size - 1;
+        for (const Slot& s : old) {
+            if (s.entry == kNone) continue;
+            std::size_t i = s.hash & mask;
+            while (slots_[i].entry != kNone) i = (i + 1) & mask;
+            slots_[i] = s;
+        }
+    }
+
+    KeyOf keyOf_;
+    std::vector<Slot> slots_;  // a power of two in size, at most half full
+    std::size_t count_ = 0;
+};
+
+// Texts numbered 0, 1, 2, ... in the order added, stored end to end.
+class TextArena {
+public:
+    std::size_t Size() const { return ends_.size(); }
+    std::string_view operator[](std::size_t k) const {
+        const std::size_t begin = k == 0 ? 0 : ends_[k - 1];
+        return std::string_view(bytes_.data() + begin, ends_[k] - begin);
+    }
+    void Add(std::string_view text) {
+        bytes_.append(text);
+        try {
+            ends_.push_back(bytes_.size());
+        } catch (...) {
+            bytes_.resize(bytes_.size() - text.size());
+            throw;
+        }
+    }
+    // Removes the last text.
+    void PopBack() {
+        ends_.pop_back();
+        bytes_.resize(ends_.empty() ? 0 : ends_.back());
+    }
+    void Reserve(std::size_t texts, std::size_t bytes) {
+        ends_.reserve(texts);
+        bytes_.reserve(bytes);
+    }
+    void Clear() {
+        ends_.clear();
+        bytes_.clear();
+    }
+
+private:
+    std::string bytes_;
+    std::vector<std::size_t> ends_;
+};
+
+}  // namespace murv::text

@@ -276,15 +276,14 @@ void CompressedSystemFile::TakeOverBlock() {
     keys_ = key_.data();
 }
 
-// Decodes (cells non-null) or skips one case. The block state lives in
+// Decodes (cells non-null) or skips n cells. The block state lives in
 // locals while the loop runs, so that the stores into cells cannot make the
 // compiler reload it.
-int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* swap) {
-    const int n = cellsPerCase_;
+std::int64_t CompressedSystemFile::WalkCells(unsigned char* cells, const unsigned char* swap, const std::int64_t n) {
     unsigned pos = pos_, next = nextValue_;
     const unsigned char* keys = keys_;
     const unsigned char* stored = cells_;
-    int iCell = 0;
+    std::int64_t iCell = 0;
     while (iCell < n) {
         if (pos == kKeySize) {
             // Whole blocks that lie in the input buffer, with eight cells of
@@ -295,7 +294,7 @@ int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* sw
                 const unsigned char* p = base + inPos_;
                 const unsigned char* const last = base + (inLen_ - kMaxBlockBytes);
                 unsigned char* out = cells ? cells + static_cast<std::size_t>(iCell) * kCellBytes : nullptr;
-                int blocks = (n - iCell) / kKeySize;
+                std::int64_t blocks = (n - iCell) / kKeySize;
                 unsigned length = 0;
                 for (; blocks > 0 && p <= last; --blocks) {
                     const std::uint64_t word = LoadU64(p);
@@ -316,7 +315,8 @@ int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* sw
             }
             if (!LoadBlock()) {
                 pos_ = pos;
-                if (iCell == 0) return 0;
+                // The data may end between two cases, not inside one.
+                if (cellsPerCase_ > 0 && iCell % cellsPerCase_ == 0) return iCell;
                 throw SystemFileException(__FILE__, "iCell == 0", kErrFileEnds, __LINE__);
             }
             keys = keys_;
@@ -351,7 +351,7 @@ int CompressedSystemFile::WalkCase(unsigned char* cells, const unsigned char* sw
     return n;
 }
 
-int CompressedSystemFile::SkipCase() { return WalkCase(nullptr, nullptr); }
+int CompressedSystemFile::SkipCase() { return static_cast<int>(WalkCells(nullptr, nullptr, cellsPerCase_)); }
 
 CompressedPosition CompressedSystemFile::Tell() const {
     const std::int64_t filepos = LogicalPosition();
@@ -400,6 +400,18 @@ CompressedPosition CompressedSystemFile::PositionAtTarget() {
     auto [c, p] = index_->Lookup(t);
     SeekPosition(p);
     while (c < t) {
+        // Cases whose start is of no interest (neither an index entry nor
+        // the case before the target) are skipped together, as one run of
+        // cells.
+        const std::uint64_t spacing = index_->Spacing();
+        const std::uint64_t stop = c % spacing == 0 ? c : std::min(t - 1, (c / spacing + 1) * spacing);
+        if (stop > c && cellsPerCase_ > 0) {
+            const auto want = static_cast<std::int64_t>(stop - c) * cellsPerCase_;
+            const std::int64_t walked = WalkCells(nullptr, nullptr, want);
+            c += static_cast<std::uint64_t>(walked / cellsPerCase_);
+            if (walked < want) break;
+            continue;
+        }
         const CompressedPosition q = Tell();
         if (SkipCase() == 0) break;
         index_->Add(c, q);
@@ -414,7 +426,7 @@ int CompressedSystemFile::ReadCase(unsigned char* cells, const unsigned char* sw
     const std::uint64_t wanted = target_;
     const CompressedPosition q = PositionAtTarget();
     if (current_ != wanted) return 0;
-    const int n = WalkCase(cells, swap);
+    const int n = static_cast<int>(WalkCells(cells, swap, cellsPerCase_));
     if (n == 0) return 0;
     // Only a case that was really there enters the index, so that no entry
     // ever points behind the end of the data.

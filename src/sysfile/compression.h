@@ -91,7 +91,7 @@ private:
     void WriteOut();
     std::int64_t LogicalPosition() const;
     void DropInput() { inPos_ = inLen_ = 0; }
-    static constexpr unsigned kIoBytes = 64 * 1024;
+    static constexpr unsigned kIoBytes = 256 * 1024;
     std::vector<unsigned char> in_;
     unsigned inPos_ = 0, inLen_ = 0;
     // The size of the next read: small after a seek, which usually wants one
@@ -101,7 +101,9 @@ private:
     // Blocks on their way out: kIoBytes and at most one block more.
     std::vector<unsigned char> out_;
     unsigned outLen_ = 0;
-    int WalkCase(unsigned char* cells, const unsigned char* swap);
+    // Decodes (cells non-null) or skips n cells, which start a case; returns
+    // the cells walked: n, or fewer when the data ends between two cases.
+    std::int64_t WalkCells(unsigned char* cells, const unsigned char* swap, std::int64_t n);
 
     std::uint64_t current_ = 0;
     std::uint64_t target_ = 0;

@@ -718,7 +718,7 @@ private:
         return n;
     }
 
-    static constexpr std::size_t kReadAhead = 64 * 1024;
+    static constexpr std::size_t kReadAhead = 256 * 1024;
 
     Data& data_;
     std::vector<unsigned char> ahead_;

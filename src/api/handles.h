@@ -11,7 +11,6 @@
 #include <vector>
 #include <unordered_map>
 
-#include "model/caseiterator.h"
 #include "murvio.h"
 #include "sysfile/systemfile.h"
 
@@ -33,7 +32,7 @@ struct dioHandleState {
     std::array<std::int32_t, kExtensionSubtypes> extensionRemaining{};
     // Upper-cased, trimmed name (at most 64 bytes) -> position in the dictionary.
     std::map<std::string, int> nameIndex;
-    std::unique_ptr<MURV_InputCaseIterator> caseIterator;
+    std::unique_ptr<SystemFileDataSource::Iterator> caseIterator;
     // The current case record, in the dictionary's layout.
     std::unique_ptr<std::uint64_t[]> caseBuffer;
     std::size_t caseBufferCells = 0;

@@ -101,31 +101,10 @@ void MURV_Extension::Append(std::size_t nElements, const void* bytes)
 
 // ---- the dataset ----
 
-MURV_DataSource::Observer::~Observer() = default;
-
-void MURV_DataSource::Observer::IteratorCreated(MURV_InputCaseIterator&) {}
-
-MURV_DataSource::Data::Data()
-{
-    fSplitIDs.fill(MURV_VariableID());
-}
-
 MURV_DataSource::MURV_DataSource()
 {
     fData.fTimeStamp = CurrentLocalTimeStamp();
     fData.fTrendsInfo.SetDataSource(this);
-}
-
-MURV_DataSource::MURV_DataSource(MURV_DataSource* parent)
-{
-    MURV_ASSERT(parent != this);
-    if (parent) {
-        AdoptData(parent->fData);
-    } else {
-        fData.fTimeStamp = CurrentLocalTimeStamp();
-        fData.fTrendsInfo.SetDataSource(this);
-    }
-    fData.fpParent = parent;
 }
 
 MURV_DataSource::MURV_DataSource(const MURV_DataSource& other)
@@ -137,19 +116,9 @@ MURV_DataSource::~MURV_DataSource() = default;
 
 void MURV_DataSource::AdoptData(const Data& data)
 {
-    // Observers watch one dataset object: a copy starts with this dataset's
-    // own list, not the other's.
-    std::vector<Observer*> observers = std::move(fData.fObservers);
     fData = data;
-    fData.fObservers = std::move(observers);
     fData.fTrendsInfo.SetDataSource(this);
     DictionaryChanged();
-}
-
-void MURV_DataSource::SetParent(MURV_DataSource* parent)
-{
-    MURV_ASSERT(parent != this);
-    fData.fpParent = parent;
 }
 
 void MURV_DataSource::CopyDictionary(const MURV_DataSource& other)
@@ -158,32 +127,8 @@ void MURV_DataSource::CopyDictionary(const MURV_DataSource& other)
         fData.fSystemString.clear();
         return;
     }
-    MURV_DataSource* parent = fData.fpParent;
     AdoptData(other.fData);
-    fData.fpParent = parent;
     fData.fSystemString.clear();
-}
-
-std::uint32_t MURV_DataSource::GetNSplitVars() const
-{
-    return fData.fnSplitVars;
-}
-
-int MURV_DataSource::GetSplitVarIndex(std::uint32_t index) const
-{
-    MURV_ASSERT(index < fData.fnSplitVars);
-    return GetIndexOfID(fData.fSplitIDs[index]);
-}
-
-MURV_VariableID MURV_DataSource::GetSplitVarID(std::uint32_t index) const
-{
-    MURV_ASSERT(index < fData.fnSplitVars);
-    return fData.fSplitIDs[index];
-}
-
-std::uint8_t MURV_DataSource::GetSplitFlag() const
-{
-    return fData.fSplitFlag;
 }
 
 std::uint32_t MURV_DataSource::CaseSize() const
@@ -194,11 +139,6 @@ std::uint32_t MURV_DataSource::CaseSize() const
 std::int64_t MURV_DataSource::NumberOfCases() const
 {
     return -1;
-}
-
-bool MURV_DataSource::IsUsable() const
-{
-    return true;
 }
 
 // ---- variables ----
@@ -310,12 +250,6 @@ void MURV_DataSource::RemoveVariables(int start, int finish)
         fData.fLayout.RemoveColumns(start, finish);
         DictionaryChanged();
     }
-    for (std::uint32_t i = 0; i < fData.fnSplitVars; ++i) {
-        if (GetSplitVarIndex(i) == -1) {
-            SetSplitVars(0, nullptr, 0);
-            break;
-        }
-    }
 }
 
 void MURV_DataSource::FillWithMissing(void* buffer, int firstVar, int nVars) const
@@ -338,24 +272,7 @@ void MURV_DataSource::FillWithMissing(void* buffer, int firstVar, int nVars) con
     }
 }
 
-// ---- split variables and weight ----
-
-std::uint8_t MURV_DataSource::SetSplitVars(std::uint32_t nVars, const int* varIndexes, std::uint8_t flag)
-{
-    MURV_ASSERT(nVars <= eMaxSplitVars);
-    std::uint32_t totalSize = 0;
-    for (std::uint32_t i = 0; i < nVars; ++i) {
-        MURV_ASSERT(varIndexes[i] >= 0);
-        const MURV_Variable& var = GetVariable(varIndexes[i]);
-        totalSize += static_cast<std::uint32_t>(kCellSize) * CellsForType(var.GetType());
-        MURV_ASSERT(totalSize <= 64);
-        fData.fSplitIDs[i] = var.GetID();
-    }
-    for (std::uint32_t i = nVars; i < eMaxSplitVars; ++i) fData.fSplitIDs[i] = MURV_VariableID();
-    fData.fnSplitVars = nVars;
-    fData.fSplitFlag = flag;
-    return flag;
-}
+// ---- weight ----
 
 void MURV_DataSource::SetWeightVar(int index)
 {
@@ -394,26 +311,6 @@ const std::string* MURV_DataSource::GetIdString() const
 void MURV_DataSource::SetSystemString(const char* text)
 {
     fData.fSystemString = text ? text : "";
-}
-
-// ---- observers ----
-
-void MURV_DataSource::AddObserver(Observer* observer)
-{
-    fData.fObservers.push_back(observer);
-}
-
-void MURV_DataSource::RemoveObserver(Observer* observer)
-{
-    std::erase(fData.fObservers, observer);
-}
-
-void MURV_DataSource::NotifyIteratorCreated(MURV_InputCaseIterator& iterator)
-{
-    // A copy: an observer may add or remove observers while it is told.
-    const std::vector<Observer*> observers = fData.fObservers;
-    for (Observer* observer : observers)
-        if (observer) observer->IteratorCreated(iterator);
 }
 
 // ---- extensions ----
@@ -475,11 +372,5 @@ std::vector<int> MURV_DataSource::ExtensionTypes() const
         if (body && !body->Contents().empty()) types.push_back(type);
     return types;
 }
-
-// ---- the file-bound base ----
-
-void IndependentDataStore::SetCompression(bool) {}
-
-void IndependentDataStore::CommitDictionary() {}
 
 }  // namespace murv

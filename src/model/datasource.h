@@ -1,14 +1,10 @@
 // The in-memory dataset: an ordered dictionary of variables, the layout of a
 // case in 8-byte cells, and the file-level items that travel with a
-// dictionary (split and weight variables, identification and system strings,
-// creation time stamp, extension records with the documents at type 0, date
+// dictionary (weight variable, identification and system strings, creation
+// time stamp, extension records with the documents at type 0, date
 // variables, file attributes).
-//
-// MURV_DataSource is a base class: each concrete dataset supplies its own
-// input case iterator.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -24,8 +20,6 @@
 #include "model/variable.h"
 
 namespace murv {
-
-class MURV_InputCaseIterator;
 
 // An extension record kept by the dataset (and the documents, type 0):
 // `unit size` x `element count` bytes, stored as they were given.
@@ -80,51 +74,23 @@ private:
 
 class MURV_DataSource {
 public:
-    enum : std::uint32_t { eMaxSplitVars = 8, eMaxSplitBytes = 64 };
     // The writer visits extension types from HighestExtensionType() down to 1,
     // and at least the types below this.
     enum : int { eMinExtensionSlots = 20 };
 
-    // Told of every input case iterator created over the dataset.
-    class Observer {
-    public:
-        virtual ~Observer();
-        virtual void IteratorCreated(MURV_InputCaseIterator& iterator);
-    };
-
     // An empty dataset whose creation time stamp is the current local time.
     MURV_DataSource();
-    // A snapshot of the parent's dictionary and file-level items; the
-    // variables are shared copy-on-write, so later changes to either side do
-    // not reach the other.
-    explicit MURV_DataSource(MURV_DataSource* parent);
     MURV_DataSource(const MURV_DataSource& other);
     MURV_DataSource& operator=(const MURV_DataSource&) = delete;
     virtual ~MURV_DataSource();
 
-    // ---- virtual operations ----
-    virtual std::uint32_t GetNSplitVars() const;
-    // Dictionary index of split variable i, -1 when it is no longer there.
-    virtual int GetSplitVarIndex(std::uint32_t i) const;
-    virtual MURV_VariableID GetSplitVarID(std::uint32_t i) const;
-    virtual std::uint8_t GetSplitFlag() const;
-    // An iterator that reads this dataset's cases into caseBuffer (null: the
-    // iterator's case allocates its own). Null when the dataset cannot be
-    // read.
-    virtual std::unique_ptr<MURV_InputCaseIterator> NewInputCaseIterator(void* caseBuffer) = 0;
     // Cells of one case.
-    virtual std::uint32_t CaseSize() const;
+    std::uint32_t CaseSize() const;
     // Number of cases, -1 when unknown.
     virtual std::int64_t NumberOfCases() const;
-    // A yes/no property that every dataset of this library answers with
-    // true; it is stored nowhere and means nothing to the library itself.
-    virtual bool IsUsable() const;
 
-    // ---- parent ----
-    void SetParent(MURV_DataSource* parent);
-    MURV_DataSource* GetParent() const { return fData.fpParent; }
-    // Takes over every dictionary and file-level item of other, keeping this
-    // dataset's parent and observers and clearing the system string.
+    // Takes over every dictionary and file-level item of other, clearing the
+    // system string.
     void CopyDictionary(const MURV_DataSource& other);
 
     // ---- variables ----
@@ -150,7 +116,7 @@ public:
     // Replaces the variable at index by a version of itself (same ID).
     MURV_Variable& ReplaceVariable(int index, const MURV_Variable& variable);
     // Removes the variables start..finish (both included; none when start >
-    // finish). Removing a split variable clears all split variables.
+    // finish).
     void RemoveVariables(int start, int finish);
     // Writes the system-missing value into each numeric variable and blanks
     // into each string of nVars variables from firstVar on, in a case buffer
@@ -159,9 +125,7 @@ public:
 
     const ObsLayout& GetObsLayout() const { return fData.fLayout; }
 
-    // ---- split variables and weight ----
-    // Up to eMaxSplitVars variables of at most eMaxSplitBytes in all.
-    std::uint8_t SetSplitVars(std::uint32_t nVars, const int* varIndexes, std::uint8_t flag);
+    // ---- weight ----
     // Any index outside the dictionary clears the weight.
     void SetWeightVar(int index);
     int GetWeightVarIndex() const;
@@ -181,12 +145,6 @@ public:
     const MURV_TrendsInfo& GetTrendsInfo() const { return fData.fTrendsInfo; }
     const Attributes& GetFileAttributes() const { return fData.fFileAttributes; }
     void SetFileAttributes(const Attributes& attributes) { fData.fFileAttributes = attributes; }
-
-    // ---- observers (not owned) ----
-    void AddObserver(Observer* observer);
-    // Removes every occurrence of the observer.
-    void RemoveObserver(Observer* observer);
-    void NotifyIteratorCreated(MURV_InputCaseIterator& iterator);
 
     // ---- extension records, by type; type 0 holds the documents ----
     // True when a non-empty record of the type is stored.
@@ -209,17 +167,11 @@ private:
     // Private, so that the dictionary, its layout and the lookups below
     // change only together.
     struct Data {
-        Data();
-        std::array<MURV_VariableID, eMaxSplitVars> fSplitIDs;
         std::vector<MURV_Variable> fDictionary;
         ObsLayout fLayout;
         std::string fIdString;
         bool fHasIdString = false;
         MURV_VariableID fWeightID;
-        std::uint32_t fnSplitVars = 0;
-        std::uint8_t fSplitFlag = 0;
-        MURV_DataSource* fpParent = nullptr;
-        std::vector<Observer*> fObservers;
         // Records by type. The table's size only grows: it is one more than
         // the highest type ever stored, emptied slots included. Types come
         // from files, so the table is sparse rather than an array of that
@@ -251,19 +203,6 @@ private:
     void AdoptData(const Data& data);
 
     mutable Lookup fLookup;
-};
-
-// A dataset that a file is bound to. The file-bound dataset defines writing
-// a case and finishing the file; setting compression and committing the
-// dictionary do nothing here.
-class IndependentDataStore : public MURV_DataSource {
-public:
-    using MURV_DataSource::MURV_DataSource;
-
-    virtual void WriteCase(const void* cells) = 0;
-    virtual void FinishWriting() = 0;
-    virtual void SetCompression(bool compressed);
-    virtual void CommitDictionary();
 };
 
 }  // namespace murv

@@ -497,10 +497,7 @@ MURV_ValueLabelMap MURV_Variable::GetValueLabels() const
 
 void MURV_Variable::SetValueLabels(const MURV_ValueLabelMap& labels)
 {
-    MURV_ValueLabelMap& stored = Write().fValueLabels;
-    stored = labels;
-    // A walk in progress belongs to the caller's handle, not to the variable.
-    stored.EndWalk();
+    Write().fValueLabels = labels;
 }
 
 const Attributes& MURV_Variable::GetAttributes() const

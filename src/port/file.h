@@ -16,9 +16,6 @@ struct OpenFlags {
     bool create = false;
     bool exclusive = false;  // with create: fail when the file exists
     bool truncate = false;
-    bool append = false;
-    bool randomAccess = false;  // access-pattern hint; sequential otherwise
-    bool shortLived = false;    // hint only (the file will not live long)
 };
 
 // Opens a file with owner read/write permission for files it creates.

@@ -58,11 +58,10 @@ int Open(const char* name, const OpenFlags& flags) {
     if (flags.create) oflags |= O_CREAT;
     if (flags.create && flags.exclusive) oflags |= O_EXCL;
     if (flags.truncate) oflags |= O_TRUNC;
-    if (flags.append) oflags |= O_APPEND;
     // A new file gets the permissions the user's umask leaves, as any
     // program's output file does.
     const int fd = OpenRegular(name, oflags, 0666);
-    if (fd >= 0) ::posix_fadvise(fd, 0, 0, flags.randomAccess ? POSIX_FADV_RANDOM : POSIX_FADV_SEQUENTIAL);
+    if (fd >= 0) ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     return fd;
 }
 

@@ -72,9 +72,7 @@ int Open(const char* name, const OpenFlags& flags) {
     if (flags.create) oflags |= _O_CREAT;
     if (flags.create && flags.exclusive) oflags |= _O_EXCL;
     if (flags.truncate) oflags |= _O_TRUNC;
-    if (flags.append) oflags |= _O_APPEND;
-    oflags |= flags.randomAccess ? _O_RANDOM : _O_SEQUENTIAL;
-    if (flags.shortLived) oflags |= _O_SHORT_LIVED;
+    oflags |= _O_SEQUENTIAL;
     return OpenShared(name, oflags);
 }
 

@@ -223,47 +223,6 @@ TEST(Dictionary, InsertReplaceAndRemoveKeepTheLayout)
     EXPECT_EQ(ds.CaseSize(), 22u * 13u);
 }
 
-TEST(Dictionary, SplitVariables)
-{
-    MemoryDataSource ds;
-    for (int i = 0; i < 10; ++i) ds.Add(i < 4 ? 32 : 0, ("v" + std::to_string(i)).c_str());
-    const int strings[] = {0, 1};
-    EXPECT_EQ(ds.SetSplitVars(2, strings, 7), 7);
-    EXPECT_EQ(ds.GetNSplitVars(), 2u);
-    EXPECT_EQ(ds.GetSplitFlag(), 7);
-    EXPECT_EQ(ds.GetSplitVarID(1), ds.GetVariable(1).GetID());
-
-    const int allNumeric[] = {4, 5, 6, 7, 8, 9, 4, 5};
-    ds.SetSplitVars(8, allNumeric, 0);
-    EXPECT_EQ(ds.GetNSplitVars(), 8u);
-
-    // Removing a variable that is not split keeps them, at their new places.
-    ds.SetSplitVars(2, strings, 1);
-    ds.RemoveVariables(0, -1);
-    ds.InsertVariable(0, MURV_Variable(0));
-    ds.RemoveVariables(5, 5);
-    EXPECT_EQ(ds.GetNSplitVars(), 2u);
-    EXPECT_EQ(ds.GetSplitVarIndex(0), 1);
-    EXPECT_EQ(ds.GetSplitVarIndex(1), 2);
-
-    // Removing a split variable clears them all.
-    ds.RemoveVariables(2, 2);
-    EXPECT_EQ(ds.GetNSplitVars(), 0u);
-    EXPECT_EQ(ds.GetSplitFlag(), 0);
-}
-
-TEST(DictionaryDeathTest, SplitVariablesOverTheirLimits)
-{
-    MemoryDataSource ds;
-    ds.Add(40, "a");
-    ds.Add(40, "b");
-    for (int i = 0; i < 9; ++i) ds.Add(0, ("n" + std::to_string(i)).c_str());
-    const int wide[] = {0, 1};
-    EXPECT_DEATH(ds.SetSplitVars(2, wide, 0), "totalSize <= 64");
-    const int nine[] = {2, 3, 4, 5, 6, 7, 8, 9, 10};
-    EXPECT_DEATH(ds.SetSplitVars(9, nine, 0), "eMaxSplitVars");
-}
-
 TEST(Dictionary, WeightVariable)
 {
     MemoryDataSource ds;
@@ -303,7 +262,6 @@ TEST(DatasetItems, StringsAndTimeStamp)
     EXPECT_LT(ds.GetTimeStamp(), to);
 
     EXPECT_EQ(ds.NumberOfCases(), -1);
-    EXPECT_TRUE(ds.IsUsable());
 }
 
 TEST(DatasetItems, FillWithMissing)
@@ -334,8 +292,7 @@ TEST(DatasetItems, CopiesAreSnapshots)
     parent.SetSystemString("system");
     parent.SetExtension(3, 4, 1, "abcd");
 
-    MemoryDataSource child(&parent);
-    EXPECT_EQ(child.GetParent(), &parent);
+    MemoryDataSource child(parent);
     EXPECT_EQ(child.GetWeightVarIndex(), 0);
     EXPECT_EQ(child.GetTrendsInfo().GetDataSource(), &child);
     child.GetVariable(0).SetName("changed");
@@ -344,12 +301,10 @@ TEST(DatasetItems, CopiesAreSnapshots)
     EXPECT_EQ(parent.GetVarIndex("changed"), -1);
     EXPECT_EQ(parent.ColumnCount(), 2u);
 
-    // CopyDictionary takes everything but the parent and the system string.
-    MemoryDataSource other;
-    MemoryDataSource target(&other);
+    // CopyDictionary takes everything but the system string.
+    MemoryDataSource target;
     target.Add(0, "old");
     target.CopyDictionary(parent);
-    EXPECT_EQ(target.GetParent(), &other);
     EXPECT_EQ(target.GetSystemString(), "");
     EXPECT_EQ(target.GetVarIndex("old"), -1);
     EXPECT_EQ(target.GetVarIndex("s"), 1);

@@ -179,7 +179,7 @@ TEST_F(TrendsInfoTest, ResetAndSeriesSettings)
 TEST_F(TrendsInfoTest, CopiesOfTheDatasetValidateAgainstThemselves)
 {
     Declare();
-    MemoryDataSource copy(&ds);
+    MemoryDataSource copy(ds);
     EXPECT_EQ(copy.GetTrendsInfo().GetDataSource(), &copy);
     copy.GetVariable(year).SetName("YR");
     EXPECT_FALSE(copy.GetTrendsInfo().Validate());

@@ -259,18 +259,18 @@ TEST(VariableSharing, ValueLabelsAndAttributes)
 {
     MURV_Variable a(0), b(0);
     MURV_ValueLabelMap labels;
-    labels.SetNumericLabel(1, "one");
+    labels.SetLabel(NumericKey(1), "one");
     a.SetValueLabels(labels);
     b.SetValueLabels(labels);
-    EXPECT_TRUE(a.GetValueLabels().SharesBodyWith(b.GetValueLabels()));
+    EXPECT_TRUE(a.GetValueLabels().BodyIdentity() == b.GetValueLabels().BodyIdentity());
 
     // The interface's way of adding one label: work on a copy, store it back.
     MURV_ValueLabelMap copy = a.GetValueLabels();
-    copy.SetNumericLabel(2, "two");
+    copy.SetLabel(NumericKey(2), "two");
     a.SetValueLabels(copy);
     EXPECT_EQ(a.GetValueLabels().Count(), 2u);
     EXPECT_EQ(b.GetValueLabels().Count(), 1u);
-    EXPECT_FALSE(a.GetValueLabels().SharesBodyWith(b.GetValueLabels()));
+    EXPECT_FALSE(a.GetValueLabels().BodyIdentity() == b.GetValueLabels().BodyIdentity());
 
     Attributes attributes;
     attributes.Set("Colour", {"red"});

@@ -123,12 +123,7 @@ void MURV_DataSource::AdoptData(const Data& data)
 
 void MURV_DataSource::CopyDictionary(const MURV_DataSource& other)
 {
-    if (&other == this) {
-        fData.fSystemString.clear();
-        return;
-    }
-    AdoptData(other.fData);
-    fData.fSystemString.clear();
+    if (&other != this) AdoptData(other.fData);
 }
 
 std::uint32_t MURV_DataSource::CaseSize() const
@@ -308,10 +303,6 @@ const std::string* MURV_DataSource::GetIdString() const
     return fData.fHasIdString ? &fData.fIdString : nullptr;
 }
 
-void MURV_DataSource::SetSystemString(const char* text)
-{
-    fData.fSystemString = text ? text : "";
-}
 
 // ---- extensions ----
 

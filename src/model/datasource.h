@@ -1,7 +1,7 @@
 // The in-memory dataset: an ordered dictionary of variables, the layout of a
 // case in 8-byte cells, and the file-level items that travel with a
-// dictionary (weight variable, identification and system strings, creation
-// time stamp, extension records with the documents at type 0, date
+// dictionary (weight variable, identification string, creation time stamp,
+// extension records with the documents at type 0, date
 // variables, file attributes).
 #pragma once
 
@@ -61,7 +61,6 @@ public:
     // Copies as many whole elements as fit in nBytes from the read position,
     // advances the position by them and answers their number.
     std::size_t ReadElements(void* buffer, std::size_t nBytes);
-    std::size_t ReadPosition() const { return fPosition; }
 
     void Append(std::size_t nElements, const void* bytes);
 
@@ -89,8 +88,7 @@ public:
     // Number of cases, -1 when unknown.
     virtual std::int64_t NumberOfCases() const;
 
-    // Takes over every dictionary and file-level item of other, clearing the
-    // system string.
+    // Takes over every dictionary and file-level item of other.
     void CopyDictionary(const MURV_DataSource& other);
 
     // ---- variables ----
@@ -129,16 +127,12 @@ public:
     // Any index outside the dictionary clears the weight.
     void SetWeightVar(int index);
     int GetWeightVarIndex() const;
-    MURV_VariableID GetWeightVarID() const { return fData.fWeightID; }
 
     // ---- strings, time stamp, date variables, attributes ----
     // A null text removes the identification string; an empty one is one.
     void SetIdString(const char* text);
     void SetIdString(std::string_view text);
     const std::string* GetIdString() const;
-    // A null text stores an empty string.
-    void SetSystemString(const char* text);
-    const std::string& GetSystemString() const { return fData.fSystemString; }
     double GetTimeStamp() const { return fData.fTimeStamp; }
     void SetTimeStamp(double value) { fData.fTimeStamp = value; }
     MURV_TrendsInfo& GetTrendsInfo() { return fData.fTrendsInfo; }
@@ -178,7 +172,6 @@ private:
         // size.
         std::map<int, std::shared_ptr<MURV_ExtensionImpl>> fExtensions;
         std::int64_t fExtensionSlots = 0;
-        std::string fSystemString;
         double fTimeStamp = 0.0;
         MURV_TrendsInfo fTrendsInfo;
         Attributes fFileAttributes;

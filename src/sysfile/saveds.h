@@ -33,7 +33,6 @@ public:
     // written to it, not even when the writer is destroyed.
     void Abandon();
 
-    std::uint64_t CasesWritten() const { return casesWritten_; }
     // Where the case data ended when Finish had written the last case.
     std::int64_t DataEnd() const { return dataEnd_; }
 

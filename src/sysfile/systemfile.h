@@ -60,14 +60,11 @@ public:
     // the file has none.
     bool GetReleaseInfo(int release[3]) const;
     bool IsByteSwapped() const { return m_data->m_options.byteSwapped; }
-    double GetFileSysmis() const { return m_data->m_options.sysmis; }
     bool IsCompressed() const { return m_data->m_options.compressed; }
-    int GetState() const { return m_data->state; }
     const std::string& FileName() const { return m_data->fileName; }
     void SetFileName(std::string name) { m_data->fileName = std::move(name); }
     SystemFileInfo& Options() { return m_data->m_options; }
     const SystemFileInfo& Options() const { return m_data->m_options; }
-    int LiveIterators() const { return m_data->iterators; }
 
     // Product text of the header of a file written from this dataset.
     void SetProduct(std::string product) { m_data->m_options.product = std::move(product); }

@@ -232,12 +232,10 @@ TEST(Dictionary, WeightVariable)
     ds.RemoveVariables(0, 0);
     EXPECT_EQ(ds.GetWeightVarIndex(), 0);
     ds.SetWeightVar(1);  // outside the dictionary: no weight
-    EXPECT_TRUE(ds.GetWeightVarID().IsNull());
     EXPECT_EQ(ds.GetWeightVarIndex(), -1);
     ds.SetWeightVar(0);
     ds.RemoveVariables(0, 0);
     EXPECT_EQ(ds.GetWeightVarIndex(), -1);
-    EXPECT_FALSE(ds.GetWeightVarID().IsNull());
 }
 
 TEST(DatasetItems, StringsAndTimeStamp)
@@ -251,9 +249,6 @@ TEST(DatasetItems, StringsAndTimeStamp)
     ASSERT_NE(ds.GetIdString(), nullptr);
     EXPECT_EQ(*ds.GetIdString(), "");
 
-    ds.SetSystemString("sys");
-    ds.SetSystemString(nullptr);
-    EXPECT_EQ(ds.GetSystemString(), "");
 
     double from = 0, to = 0;
     ASSERT_TRUE(DateTimeValue(1, 1, 2020, 0, 0, 0, &from));
@@ -289,7 +284,6 @@ TEST(DatasetItems, CopiesAreSnapshots)
     parent.Add(12, "s");
     parent.SetWeightVar(0);
     parent.SetIdString("id");
-    parent.SetSystemString("system");
     parent.SetExtension(3, 4, 1, "abcd");
 
     MemoryDataSource child(parent);
@@ -301,11 +295,10 @@ TEST(DatasetItems, CopiesAreSnapshots)
     EXPECT_EQ(parent.GetVarIndex("changed"), -1);
     EXPECT_EQ(parent.ColumnCount(), 2u);
 
-    // CopyDictionary takes everything but the system string.
+    // CopyDictionary takes everything.
     MemoryDataSource target;
     target.Add(0, "old");
     target.CopyDictionary(parent);
-    EXPECT_EQ(target.GetSystemString(), "");
     EXPECT_EQ(target.GetVarIndex("old"), -1);
     EXPECT_EQ(target.GetVarIndex("s"), 1);
     EXPECT_EQ(*target.GetIdString(), "id");

@@ -77,21 +77,11 @@ int releaseHandle(int handle) {
 }
 
 
-std::string NameKey(const char* name) {
-    if (!name) return std::string();
-    std::size_t n = 0;
-    while (n < names::kMaxNameBytes && name[n] != '\0') ++n;
-    std::size_t begin = 0, end = n;
-    while (begin < end && name[begin] == ' ') ++begin;
-    while (end > begin && name[end - 1] == ' ') --end;
-    return text::UpperCopy(std::string_view(name + begin, end - begin));
-}
-
 int BuildNameIndex(dioDataSource& ds) {
     auto& index = ds.State().nameIndex;
     index.clear();
     for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
-        const std::string key = NameKey(ds.GetVariable(static_cast<int>(i)).GetName().c_str());
+        const std::string key = names::NameKey(ds.GetVariable(static_cast<int>(i)).GetName());
         if (!index.emplace(key, static_cast<int>(i)).second) return MURV_RC_BAD_FILE;
     }
     return MURV_RC_OK;
@@ -100,8 +90,40 @@ int BuildNameIndex(dioDataSource& ds) {
 int FindVariable(dioDataSource& ds, const char* name) {
     if (!name) return -1;
     const auto& index = ds.State().nameIndex;
-    const auto it = index.find(NameKey(name));
+    const auto it = index.find(names::NameKey(names::NamePart(name)));
     return it == index.end() ? -1 : it->second;
+}
+
+std::size_t RequiredCount(int count) {
+    if (count < 0) throw std::invalid_argument("negative count");
+    return static_cast<std::size_t>(count);
+}
+
+int CheckKind(int type, VarKind kind) {
+    switch (kind) {
+        case VarKind::numeric:
+            return type == 0 ? MURV_RC_OK : MURV_RC_NUMERIC_EXPECTED;
+        case VarKind::string:
+            return type == 0 ? MURV_RC_STRING_EXPECTED : MURV_RC_OK;
+        case VarKind::shortString:
+            if (type == 0) return MURV_RC_STRING_EXPECTED;
+            return type > 8 ? MURV_RC_SHORT_STRING_EXPECTED : MURV_RC_OK;
+        case VarKind::any:
+            break;
+    }
+    return MURV_RC_OK;
+}
+
+int FindVariableOfKind(dioDataSource& ds, const char* name, VarKind kind, int* index) {
+    *index = FindVariable(ds, name);
+    if (*index < 0) return MURV_RC_VAR_NOT_FOUND;
+    return CheckKind(ds.GetVariable(*index).GetType(), kind);
+}
+
+int lookupFileHandle(int handle, dioDataSource** dataSource) {
+    const int rc = lookupHandle(handle, anyMode, dataSource);
+    if (rc != MURV_RC_OK) return rc;
+    return (*dataSource)->State().openMode == dioWriteMode ? MURV_RC_WRITE_MODE : MURV_RC_OK;
 }
 
 }  // namespace murv::api

@@ -11,6 +11,7 @@
 #include "port/assert.h"
 #include "port/clock.h"
 #include "text/mbtext.h"
+#include "text/names.h"
 
 namespace murv {
 
@@ -163,7 +164,7 @@ const MURV_DataSource::Lookup& MURV_DataSource::CurrentLookup() const
     for (std::size_t i = 0; i < fData.fDictionary.size(); ++i) {
         const MURV_Variable& var = fData.fDictionary[i];
         // emplace keeps the first (lowest) index of equal keys
-        fLookup.byName.emplace(var.GetUpperName(), static_cast<int>(i));
+        fLookup.byName.emplace(text::TrimBlanks(var.GetUpperName()), static_cast<int>(i));
         fLookup.byID.emplace(var.GetID().Value(), static_cast<int>(i));
     }
     fLookup.valid = true;
@@ -173,10 +174,7 @@ const MURV_DataSource::Lookup& MURV_DataSource::CurrentLookup() const
 
 int MURV_DataSource::GetVarIndex(std::string_view name) const
 {
-    const std::size_t cut = std::min(name.size(), std::size_t{MURV_Variable::eMaxNameLength});
-    std::string_view key = name.substr(0, std::min(cut, name.substr(0, cut).find('\0')));
-    while (!key.empty() && key.back() == ' ') key.remove_suffix(1);
-    const std::string upper = text::UpperCopy(key);
+    const std::string upper = names::NameKey(name);
     const Lookup& lookup = CurrentLookup();
     const auto found = lookup.byName.find(upper);
     return found == lookup.byName.end() ? -1 : found->second;

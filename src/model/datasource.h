@@ -98,9 +98,9 @@ public:
     // with it.
     MURV_Variable& GetVariable(int index);
     const MURV_Variable& GetVariable(int index) const;
-    // Index of the first variable whose upper-cased name equals the name
-    // given (at most 64 bytes, cut at a NUL, trailing blanks dropped,
-    // upper-cased under the current locale); -1 when there is none.
+    // Index of the first variable whose name has the name's key
+    // (names::NameKey: the first 64 bytes up to a NUL, without leading and
+    // trailing blanks, upper-cased); -1 when there is none.
     int GetVarIndex(std::string_view name) const;
     // The same for a NUL-terminated name; a null name finds nothing.
     int GetVarIndex(const char* name) const;

@@ -310,6 +310,12 @@ std::string CaseFoldKey(std::string_view s) {
     return key;
 }
 
+std::string_view TrimBlanks(std::string_view s) {
+    const std::size_t begin = s.find_first_not_of(' ');
+    if (begin == std::string_view::npos) return {};
+    return s.substr(begin, s.find_last_not_of(' ') - begin + 1);
+}
+
 std::string Truncated(std::string_view s, std::size_t n) {
     return std::string(s.data(), WholePrefix(s.data(), std::min(n, s.size())));
 }

@@ -63,6 +63,9 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b);
 // key, and texts with equal keys compare equal.
 std::string CaseFoldKey(std::string_view s);
 
+// s without its leading and trailing blanks.
+std::string_view TrimBlanks(std::string_view s);
+
 // The longest prefix of whole valid characters of s that holds at most n
 // bytes (s may contain no NUL; one ends the text).
 std::string Truncated(std::string_view s, std::size_t n);

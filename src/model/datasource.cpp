@@ -62,14 +62,6 @@ void MURV_ExtensionImpl::Append(std::size_t nElements, const void* bytes)
     fContents.append(static_cast<const char*>(bytes), ByteCount(fUnitSize, nElements));
 }
 
-int MURV_ExtensionImpl::LastInteger() const
-{
-    int value = 0;
-    if (fContents.size() >= sizeof value)
-        std::memcpy(&value, fContents.data() + fContents.size() - sizeof value, sizeof value);
-    return value;
-}
-
 MURV_Extension::MURV_Extension(int type, int unitSize, std::size_t nElements, const void* bytes)
     : fpImpl(std::make_shared<MURV_ExtensionImpl>(type, unitSize, nElements, bytes))
 {
@@ -92,12 +84,6 @@ std::size_t MURV_Extension::ReadElements(void* buffer, std::size_t nBytes)
     if (n > 0) std::memcpy(buffer, fpImpl->Contents().data() + fPosition * unit, n * unit);
     fPosition += n;
     return n;
-}
-
-void MURV_Extension::Append(std::size_t nElements, const void* bytes)
-{
-    MURV_ASSERT(fpImpl != nullptr);
-    MakePrivate(fpImpl).Append(nElements, bytes);
 }
 
 // ---- the dataset ----
@@ -180,12 +166,6 @@ int MURV_DataSource::GetVarIndex(std::string_view name) const
     return found == lookup.byName.end() ? -1 : found->second;
 }
 
-int MURV_DataSource::GetVarIndex(const char* name) const
-{
-    if (name == nullptr) return -1;
-    return GetVarIndex(std::string_view(name, strnlen(name, MURV_Variable::eMaxNameLength)));
-}
-
 int MURV_DataSource::GetIndexOfID(MURV_VariableID id) const
 {
     const Lookup& lookup = CurrentLookup();
@@ -223,17 +203,6 @@ MURV_Variable& MURV_DataSource::InsertVariable(int varAfter, const MURV_Variable
     return fData.fDictionary[position];
 }
 
-MURV_Variable& MURV_DataSource::ReplaceVariable(int index, const MURV_Variable& var)
-{
-    MURV_Variable& stored = GetVariable(index);
-    MURV_ASSERT(var.IsValid());
-    MURV_ASSERT(fData.fDictionary[index].GetID() == var.GetID());
-    fData.fLayout.ChangeColumnWidth(static_cast<std::size_t>(index), stored.GetType(), var.GetType());
-    stored = var;
-    DictionaryChanged();
-    return stored;
-}
-
 void MURV_DataSource::RemoveVariables(int start, int finish)
 {
     MURV_ASSERT(finish < (int) ColumnCount());
@@ -254,8 +223,7 @@ void MURV_DataSource::FillWithMissing(void* buffer, int firstVar, int nVars) con
     char* cell = static_cast<char*>(buffer) + fData.fLayout.StartCell(firstVar) * kCellSize;
     for (int i = firstVar; i < firstVar + nVars; ++i) {
         // The run is the layout's: a type changed through a reference into
-        // the dictionary (rather than by ReplaceVariable) must not make this
-        // write beyond the case.
+        // the dictionary must not make this write beyond the case.
         const std::uint32_t cells = fData.fLayout.ColumnCells(static_cast<std::size_t>(i));
         if (fData.fDictionary[static_cast<std::size_t>(i)].GetType() == 0)
             std::memcpy(cell, &sysmis, sizeof sysmis);
@@ -327,7 +295,6 @@ void MURV_DataSource::SetExtension(int type, int unitSize, int nElements, const 
     }
     fData.fExtensions[type] =
         std::make_shared<MURV_ExtensionImpl>(type, unitSize, static_cast<std::size_t>(nElements), content);
-    fData.fExtensionSlots = std::max(fData.fExtensionSlots, std::int64_t{type} + 1);
 }
 
 void MURV_DataSource::StoreExtension(const MURV_Extension& extension)
@@ -339,7 +306,6 @@ void MURV_DataSource::StoreExtension(const MURV_Extension& extension)
         return;
     }
     fData.fExtensions[type] = extension.Body();
-    fData.fExtensionSlots = std::max(fData.fExtensionSlots, std::int64_t{type} + 1);
 }
 
 void MURV_DataSource::AppendExtension(int type, int nElements, const void* content)
@@ -347,11 +313,6 @@ void MURV_DataSource::AppendExtension(int type, int nElements, const void* conte
     MURV_ASSERT(HasExtension(type));
     MURV_ASSERT(nElements >= 0);
     MakePrivate(fData.fExtensions.at(type)).Append(static_cast<std::size_t>(nElements), content);
-}
-
-int MURV_DataSource::HighestExtensionType() const
-{
-    return static_cast<int>(std::max<std::int64_t>(fData.fExtensionSlots, eMinExtensionSlots) - 1);
 }
 
 std::vector<int> MURV_DataSource::ExtensionTypes() const

@@ -32,8 +32,6 @@ public:
     std::size_t NElements() const { return fContents.size() / static_cast<std::size_t>(fUnitSize); }
     const std::string& Contents() const { return fContents; }
     void Append(std::size_t nElements, const void* bytes);
-    // The last 4 bytes as a native int, 0 when there are fewer than 4.
-    int LastInteger() const;
 
 private:
     int fType;
@@ -42,7 +40,7 @@ private:
 };
 
 // A handle on an extension body with a read position counted in elements.
-// Copies share the body; Append on a shared body copies it first.
+// Copies share the body.
 class MURV_Extension {
 public:
     // An empty handle: type -1, unit size 0, no elements.
@@ -56,13 +54,10 @@ public:
     std::size_t NElements() const { return fpImpl ? fpImpl->NElements() : 0; }
     // The bytes of the record (empty for an empty handle).
     const std::string& Contents() const;
-    int LastInteger() const { return fpImpl ? fpImpl->LastInteger() : 0; }
 
     // Copies as many whole elements as fit in nBytes from the read position,
     // advances the position by them and answers their number.
     std::size_t ReadElements(void* buffer, std::size_t nBytes);
-
-    void Append(std::size_t nElements, const void* bytes);
 
     const std::shared_ptr<MURV_ExtensionImpl>& Body() const { return fpImpl; }
 
@@ -73,10 +68,6 @@ private:
 
 class MURV_DataSource {
 public:
-    // The writer visits extension types from HighestExtensionType() down to 1,
-    // and at least the types below this.
-    enum : int { eMinExtensionSlots = 20 };
-
     // An empty dataset whose creation time stamp is the current local time.
     MURV_DataSource();
     MURV_DataSource(const MURV_DataSource& other);
@@ -93,17 +84,14 @@ public:
 
     // ---- variables ----
     std::size_t ColumnCount() const { return fData.fDictionary.size(); }
-    // The stored variable: changes through the reference change the dataset.
-    // A change of type goes through ReplaceVariable, which moves the layout
-    // with it.
+    // The stored variable: changes through the reference change the dataset
+    // (but not its layout: a variable's type is set before it is added).
     MURV_Variable& GetVariable(int index);
     const MURV_Variable& GetVariable(int index) const;
     // Index of the first variable whose name has the name's key
     // (names::NameKey: the first 64 bytes up to a NUL, without leading and
     // trailing blanks, upper-cased); -1 when there is none.
     int GetVarIndex(std::string_view name) const;
-    // The same for a NUL-terminated name; a null name finds nothing.
-    int GetVarIndex(const char* name) const;
     // Index of the first variable with the ID, -1 when there is none.
     int GetIndexOfID(MURV_VariableID id) const;
 
@@ -111,8 +99,6 @@ public:
     MURV_Variable& AppendVariable(const MURV_Variable& variable, int* index = nullptr);
     // Stores the variable at position varAfter (0 to ColumnCount()).
     MURV_Variable& InsertVariable(int varAfter, const MURV_Variable& variable);
-    // Replaces the variable at index by a version of itself (same ID).
-    MURV_Variable& ReplaceVariable(int index, const MURV_Variable& variable);
     // Removes the variables start..finish (both included; none when start >
     // finish).
     void RemoveVariables(int start, int finish);
@@ -152,8 +138,6 @@ public:
     void StoreExtension(const MURV_Extension& extension);
     // Appends to the stored record of the type.
     void AppendExtension(int type, int nElements, const void* content);
-    // max(table size, eMinExtensionSlots) - 1.
-    int HighestExtensionType() const;
     // The types that hold a record, in ascending order.
     std::vector<int> ExtensionTypes() const;
 
@@ -166,12 +150,8 @@ private:
         std::string fIdString;
         bool fHasIdString = false;
         MURV_VariableID fWeightID;
-        // Records by type. The table's size only grows: it is one more than
-        // the highest type ever stored, emptied slots included. Types come
-        // from files, so the table is sparse rather than an array of that
-        // size.
+        // Records by type. Types come from files, so the table is sparse.
         std::map<int, std::shared_ptr<MURV_ExtensionImpl>> fExtensions;
-        std::int64_t fExtensionSlots = 0;
         double fTimeStamp = 0.0;
         MURV_TrendsInfo fTrendsInfo;
         Attributes fFileAttributes;

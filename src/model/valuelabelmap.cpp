@@ -88,11 +88,4 @@ const MURV_ValueLabelMap::Pairs& MURV_ValueLabelMap::Entries() const
     return fpImpl ? fpImpl->fPairs : NoPairs();
 }
 
-bool MURV_ValueLabelMap::operator==(const MURV_ValueLabelMap& other) const
-{
-    if (fpImpl == other.fpImpl) return true;
-    if (!fpImpl || !other.fpImpl) return false;
-    return fpImpl->fPairs == other.fpImpl->fPairs;
-}
-
 }  // namespace murv

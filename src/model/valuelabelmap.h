@@ -69,11 +69,6 @@ public:
     // All pairs in key order (an empty set when there is no map).
     const Pairs& Entries() const;
 
-    // Equal when both are the same map or both have none; otherwise equal
-    // contents, pair by pair. A handle without a map never equals one with a
-    // map, even an empty one.
-    bool operator==(const MURV_ValueLabelMap& other) const;
-
     // An identity of the body for grouping handles by body (the writer emits
     // one label record for each body); null without one.
     const void* BodyIdentity() const { return fpImpl.get(); }

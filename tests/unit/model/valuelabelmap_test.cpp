@@ -110,12 +110,8 @@ TEST(ValueLabelSharing, CopiesShareUntilOneChanges)
     EXPECT_EQ(a.Count(), 1u);
     EXPECT_EQ(b.Count(), 2u);
 
-    // Equal contents built apart are equal but not the same body.
-    MURV_ValueLabelMap c = Numeric({1});
-    EXPECT_TRUE(a == c);
-    EXPECT_NE(a.BodyIdentity(), c.BodyIdentity());
-    c.SetLabel(NumericKey(1), "uno");
-    EXPECT_FALSE(a == c);
+    // Equal contents built apart are not the same body.
+    EXPECT_NE(a.BodyIdentity(), Numeric({1}).BodyIdentity());
 
     // An unshared body is changed in place.
     const void* body = b.BodyIdentity();
@@ -131,11 +127,7 @@ TEST(ValueLabelSharing, NullAndEmptyHandles)
     EXPECT_EQ(none.GetLabel(NumericKey(1)), nullptr);
     EXPECT_TRUE(none.Entries().empty());
 
-    MURV_ValueLabelMap empty;
-    EXPECT_TRUE(empty.HasBody());
-    EXPECT_FALSE(none == empty);
-    EXPECT_FALSE(empty == none);
-    EXPECT_TRUE(none == MURV_ValueLabelMap(nullptr));
+    EXPECT_TRUE(MURV_ValueLabelMap().HasBody());
 
     none.SetLabel(NumericKey(4), "four");
     EXPECT_TRUE(none.HasBody());

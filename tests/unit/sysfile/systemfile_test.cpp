@@ -2,6 +2,7 @@
 // reader's handling of files the writer never makes.
 #include "sysfile/systemfile.h"
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -51,9 +52,9 @@ struct SystemFile : ::testing::Test {
     static void Define(MURV_DataSource& ds) {
         auto& age = ds.AddVariable(0);
         age.SetName("Age");
-        age.SetLabel("Age at interview");
+        age.SetLabel("Age at interview", 16);
         double lo = 0, hi = 17, d = 999;
-        age.SetMissingRange(&lo, &hi, &d);
+        age.SetMissingValues(-3, &lo, &hi, &d);
         ds.AddVariable(12).SetName("name");
         auto& score = ds.AddVariable(0);
         score.SetName("score");
@@ -112,9 +113,13 @@ TEST_F(SystemFile, RoundTripPlainAndCompressed) {
         EXPECT_EQ(rd.GetVariable(4).GetType(), 255);
         ASSERT_NE(rd.GetVariable(0).GetLabel(), nullptr);
         EXPECT_EQ(*rd.GetVariable(0).GetLabel(), "Age at interview");
-        EXPECT_TRUE(rd.GetVariable(0).IsMissing(5.0));
-        EXPECT_TRUE(rd.GetVariable(0).IsMissing(999.0));
-        EXPECT_FALSE(rd.GetVariable(0).IsMissing(18.0));
+        const char* slots[3] = {};
+        EXPECT_EQ(rd.GetVariable(0).GetMissingValues(&slots[0], &slots[1], &slots[2]), -3);
+        for (int k = 0; k < 3; ++k) {
+            double value;
+            std::memcpy(&value, slots[k], 8);
+            EXPECT_EQ(value, (std::array<double, 3>{0, 17, 999}[k]));
+        }
         const auto a = rd.GetVariable(0).GetValueLabels();
         const auto b = rd.GetVariable(2).GetValueLabels();
         EXPECT_TRUE(a.BodyIdentity() == b.BodyIdentity()) << "one record read back as one shared set";
@@ -359,9 +364,9 @@ TEST_F(SystemFile, VariableRecordLabelPadding) {
     {
         SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
         ds.AddVariable(0).SetName("a");
-        ds.GetVariable(0).SetLabel("12345");
+        ds.GetVariable(0).SetLabel("12345", 5);
         ds.AddVariable(0).SetName("b");
-        ds.GetVariable(1).SetLabel("12345678");
+        ds.GetVariable(1).SetLabel("12345678", 8);
         ds.CommitDictionary();
     }
     const auto bytes = FileBytes(path);

@@ -32,7 +32,7 @@ MURV_FileStream::MURV_FileStream() : buffer_(new unsigned char[kBufferSize]) {}
 
 MURV_FileStream::MURV_FileStream(const char* name, const char* mode) : MURV_FileStream() {
     if (!Open(name, mode))
-        ErrorText::Throw(kDataSourceMessages, kErrStreamOpen, name ? name : "", port::LastErrorText());
+        ErrorText::Throw(kErrStreamOpen, name ? name : "", port::LastErrorText());
 }
 
 MURV_FileStream::MURV_FileStream(MURV_FileStream& other) : MURV_FileStream() {
@@ -41,7 +41,7 @@ MURV_FileStream::MURV_FileStream(MURV_FileStream& other) : MURV_FileStream() {
     port::OpenFlags flags;  // read-only
     fd_ = name_ ? port::OpenFile(name_->c_str(), flags) : -1;
     if (fd_ < 0) {
-        ErrorText::Throw(kDataSourceMessages, kErrStreamOpen, Name(), port::LastErrorText());
+        ErrorText::Throw(kErrStreamOpen, Name(), port::LastErrorText());
     }
     if (port::SeekFile(fd_, 0, SEEK_SET) != 0) {
         port::CloseFile(fd_);
@@ -63,7 +63,7 @@ MURV_FileStream::~MURV_FileStream() {
 }
 
 void MURV_FileStream::Fail(long number) {
-    ErrorText::Throw(kDataSourceMessages, number, Name(), port::LastErrorText());
+    ErrorText::Throw(number, Name(), port::LastErrorText());
 }
 
 bool MURV_FileStream::Open(const char* name, const char* mode) {

@@ -69,7 +69,7 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
     std::unordered_set<std::string> seen;
     for (std::size_t i = 0; i < ColumnCount(); ++i) {
         const std::string& upper = GetVariable(static_cast<int>(i)).GetUpperName();
-        if (!seen.insert(upper).second) ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, upper);
+        if (!seen.insert(upper).second) ErrorText::Throw(kErrDuplicateName, upper);
     }
 
     // Handlers may reshape this dictionary, so the records are collected
@@ -81,7 +81,7 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
     seen.clear();
     for (std::size_t i = 0; i < ColumnCount(); ++i) {
         const std::string upper = text::UpperCopy(GetVariable(static_cast<int>(i)).GetName());
-        if (!seen.insert(upper).second) ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, upper);
+        if (!seen.insert(upper).second) ErrorText::Throw(kErrDuplicateName, upper);
     }
 
     HeaderRecord h;
@@ -339,7 +339,7 @@ std::int64_t SystemFileDataSource::SaveDS::Finish() {
     const std::string name = stream_.Name();
     stream_.Close();  // a failure to close what was written is a failed write
     if (!stream_.Open(name.c_str(), "rb+"))
-        ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, name, port::LastErrorText());
+        ErrorText::Throw(kErrStreamWrite, name, port::LastErrorText());
     unsigned char count32[4];
     StoreI32(count32, (total >= 0 && total <= kMaxHeaderCount) ? static_cast<std::int32_t>(total) : -1);
     stream_.Seek(kOffCaseCount, 0);

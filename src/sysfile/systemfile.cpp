@@ -311,11 +311,11 @@ SystemFileDataSource::SystemFileDataSource(std::string fileName, CreateTag) : m_
 SystemFileDataSource::SystemFileDataSource(std::string fileName) : m_data(std::make_unique<Data>()) {
     m_data->fileName = std::move(fileName);
     if (!m_data->stream.Open(m_data->fileName.c_str(), "rb"))
-        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, m_data->fileName, port::LastErrorText());
+        ErrorText::Throw(kErrFileOpen, m_data->fileName, port::LastErrorText());
     try {
         ReadFile();
     } catch (const SystemFileException& e) {
-        ErrorText::Throw(kDataSourceMessages, e.Number(), m_data->fileName);
+        ErrorText::Throw(e.Number(), m_data->fileName);
     }
     m_data->state = kReading;
 }
@@ -409,7 +409,7 @@ bool SystemFileDataSource::GetReleaseInfo(int release[3]) const {
 
 void SystemFileDataSource::CommitDictionary() {
     Data& d = *m_data;
-    if (d.state != kDefining) ErrorText::Throw(kDataSourceMessages, kErrBadState);
+    if (d.state != kDefining) ErrorText::Throw(kErrBadState);
     // A new file appears under its name at once. An existing one is never
     // overwritten: its replacement is written beside it and moved over it
     // when it is complete.
@@ -417,16 +417,16 @@ void SystemFileDataSource::CommitDictionary() {
     d.replacing = false;
     if (!d.stream.Open(d.fileName.c_str(), "wbx")) {
         if (!port::LastErrorWasExists())
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+            ErrorText::Throw(kErrFileOpen, d.fileName, port::LastErrorText());
         d.writeName = port::CreateFileBeside(d.fileName.c_str());
         if (d.writeName.empty())
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+            ErrorText::Throw(kErrFileOpen, d.fileName, port::LastErrorText());
         d.replacing = true;
         d.created = true;
         if (!d.stream.Open(d.writeName.c_str(), "wb")) {
             const std::string reason = port::LastErrorText();
             DiscardWriting();
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, reason);
+            ErrorText::Throw(kErrFileOpen, d.fileName, reason);
         }
     }
     d.created = true;
@@ -485,7 +485,7 @@ void SystemFileDataSource::StartAppend() {
         if (existing < 0 || existing > whole) existing = whole;
         const std::string name = d.fileName;
         if (!d.stream.Open(name.c_str(), "r+b"))
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, name, port::LastErrorText());
+            ErrorText::Throw(kErrFileOpen, name, port::LastErrorText());
         d.stream.Seek(d.row0pos + existing * caseBytes, 0);
     }
     // The header's count stays what the file says until the writer finishes
@@ -503,16 +503,16 @@ void SystemFileDataSource::StartAppend() {
 
 void SystemFileDataSource::WriteCase(const void* cells) {
     Data& d = *m_data;
-    if (d.iterators > 0) ErrorText::Throw(kDataSourceMessages, kErrBadState);
+    if (d.iterators > 0) ErrorText::Throw(kErrBadState);
     // After a failed write the file cannot be trusted: nothing more goes in.
-    if (d.state == kFailed) ErrorText::Throw(kDataSourceMessages, kErrCaseWrite, d.fileName);
+    if (d.state == kFailed) ErrorText::Throw(kErrCaseWrite, d.fileName);
     try {
         if (d.state == kReading) StartAppend();
         if (d.state == kDefining) CommitDictionary();
         d.writer->WriteCase(cells);
     } catch (const SystemFileException& e) {
         if (d.state == kWriting || d.appending) d.state = kFailed;
-        ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+        ErrorText::Throw(e.Number(), d.fileName);
     } catch (...) {
         // A failed commit has removed its file already (state 0).
         if (d.state == kWriting || d.appending) d.state = kFailed;
@@ -525,7 +525,7 @@ void SystemFileDataSource::FinishWriting() {
     if (d.state == kFailed) {
         DiscardWriting();
         d.state = kReading;
-        ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, d.fileName, "an earlier write failed");
+        ErrorText::Throw(kErrStreamWrite, d.fileName, "an earlier write failed");
     }
     if (d.state != kWriting) return;
     try {
@@ -534,7 +534,7 @@ void SystemFileDataSource::FinishWriting() {
     } catch (const SystemFileException& e) {
         DiscardWriting();
         d.state = kReading;
-        ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+        ErrorText::Throw(e.Number(), d.fileName);
     } catch (...) {
         DiscardWriting();
         d.state = kReading;
@@ -554,7 +554,7 @@ void SystemFileDataSource::CompleteFile() {
     d.stream.Close();
     if (d.replacing) {
         if (!port::ReplaceFile(d.writeName.c_str(), d.fileName.c_str()))
-            ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, d.fileName, port::LastErrorText());
+            ErrorText::Throw(kErrStreamWrite, d.fileName, port::LastErrorText());
         d.replacing = false;
     }
     d.created = false;
@@ -606,7 +606,7 @@ void SystemFileDataSource::EndWriting() {
     if (d.state == kWriting || d.state == kFailed) FinishWriting();
     if (d.state != kReading || d.stream.IsOpen()) return;
     if (!d.stream.Open(d.fileName.c_str(), "rb"))
-        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+        ErrorText::Throw(kErrFileOpen, d.fileName, port::LastErrorText());
 }
 
 // ---------------------------------------------------------------------------

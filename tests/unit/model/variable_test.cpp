@@ -18,45 +18,37 @@ std::uint8_t Byte(std::uint32_t word, int n)
     return static_cast<std::uint8_t>(word >> (8 * n));
 }
 
-TEST(VariableDefaults, NumericVariable)
+TEST(VariableDefaults, FollowTheType)
 {
-    MURV_Variable v(0);
-    EXPECT_EQ(v.GetPrintFormat(), (MURV_Format{8, 5, 2}));
-    EXPECT_EQ(v.GetWriteFormat(), (MURV_Format{8, 5, 2}));
-    EXPECT_EQ(v.GetColumnWidth(), 8);
-    EXPECT_EQ(v.GetMeasureLevel(), 0);
-    EXPECT_EQ(v.GetAlignment(), 1);
-    EXPECT_EQ(v.GetMissingValues(nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(v.GetLabel(), nullptr);
-    EXPECT_FALSE(v.GetValueLabels().HasBody());
-    EXPECT_EQ(v.GetName(), "");
+    const struct {
+        int type;
+        MURV_Format print, write;
+        int columns, measure, alignment;
+    } cases[] = {{0, {8, 5, 2}, {8, 5, 2}, 8, 0, 1},
+                 {8, {8, 1, 0}, {8, 1, 0}, 8, 1, 0},
+                 {200, {200, 1, 0}, {200, 1, 0}, 50, 1, 0},
+                 {300, {300, 1, 0}, {300, 1, 0}, 50, 1, 0}};
+    for (const auto& c : cases) {
+        const MURV_Variable v(c.type);
+        EXPECT_EQ(v.GetPrintFormat(), c.print) << c.type;
+        EXPECT_EQ(v.GetWriteFormat(), c.write) << c.type;
+        EXPECT_EQ(v.GetColumnWidth(), c.columns) << c.type;
+        EXPECT_EQ(v.GetMeasureLevel(), c.measure) << c.type;
+        EXPECT_EQ(v.GetAlignment(), c.alignment) << c.type;
+        EXPECT_EQ(v.GetMissingValues(nullptr, nullptr, nullptr), 0);
+        EXPECT_EQ(v.GetLabel(), nullptr);
+        EXPECT_FALSE(v.GetValueLabels().HasBody());
+    }
+    // A string format's width takes two bytes of the packed word.
+    const std::uint32_t w300 = MURV_Variable(300).GetPackedWriteFormat();
+    EXPECT_EQ(Byte(w300, 0), 1);
+    EXPECT_EQ(Byte(w300, 1), 44);
 
+    MURV_Variable v(0);
     v.SetMeasureLevel(5);  // only the low two bits are kept, beside the alignment
     v.SetAlignment(2);
     EXPECT_EQ(v.GetMeasureLevel(), 1);
     EXPECT_EQ(v.GetAlignment(), 2);
-}
-
-TEST(VariableDefaults, StringVariablesOfSeveralWidths)
-{
-    MURV_Variable s8(8);
-    EXPECT_EQ(s8.GetPrintFormat(), (MURV_Format{8, 1, 0}));
-    EXPECT_EQ(s8.GetColumnWidth(), 8);
-    EXPECT_EQ(s8.GetMeasureLevel(), 1);
-    EXPECT_EQ(s8.GetAlignment(), 0);
-
-    MURV_Variable s200(200);
-    const std::uint32_t w200 = s200.GetPackedPrintFormat();
-    EXPECT_EQ(Byte(w200, 0), 0);
-    EXPECT_EQ(Byte(w200, 1), 200);
-    EXPECT_EQ(Byte(w200, 2), 1);
-    EXPECT_EQ(s200.GetColumnWidth(), 50);
-
-    MURV_Variable s300(300);
-    const std::uint32_t w300 = s300.GetPackedWriteFormat();
-    EXPECT_EQ(Byte(w300, 0), 1);
-    EXPECT_EQ(Byte(w300, 1), 44);
-    EXPECT_EQ(s300.GetWriteFormat().width, 300);
 }
 
 TEST(VariableFormats, PackedWordLayout)

@@ -103,8 +103,6 @@ int CheckKind(int type, VarKind kind) {
     switch (kind) {
         case VarKind::numeric:
             return type == 0 ? MURV_RC_OK : MURV_RC_NUMERIC_EXPECTED;
-        case VarKind::string:
-            return type == 0 ? MURV_RC_STRING_EXPECTED : MURV_RC_OK;
         case VarKind::shortString:
             if (type == 0) return MURV_RC_STRING_EXPECTED;
             return type > 8 ? MURV_RC_SHORT_STRING_EXPECTED : MURV_RC_OK;

@@ -137,9 +137,10 @@ std::size_t RequiredCount(int count);
 
 // What a call needs of a variable's type: a short string is one of at most
 // 8 bytes (the width of missing values and value-label keys).
-enum class VarKind { any, numeric, string, shortString };
+enum class VarKind { any, numeric, shortString };
 // 0 when a variable of the type is of the kind, else the code a call
-// reports: 14 numeric expected, 15 string expected, 16 short string expected.
+// reports: 14 numeric expected, 15 string expected, 16 short string
+// expected.
 int CheckKind(int type, VarKind kind);
 // The named variable's index (a null name finds nothing): 0 with *index
 // set, 12 when there is none, else CheckKind's code.

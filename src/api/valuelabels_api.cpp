@@ -160,6 +160,30 @@ bool ResetLabelOutputs(char* buffer, int bufferLength, int* labelLength) {
     return true;
 }
 
+// The values of a label set as the getters hand them out: the numeric keys,
+// or each string key as the variable holds it (its bytes up to the width or
+// a NUL, blank-padded to the width). Null when memory is short.
+double* ValuesOut(const MURV_ValueLabelMap::Pairs& pairs, std::size_t, double) {
+    double* values = AllocArray<double>(pairs.size());
+    if (!values) return nullptr;
+    std::size_t i = 0;
+    for (const auto& [key, label] : pairs) std::memcpy(&values[i++], key.data(), sizeof(double));
+    return values;
+}
+
+char** ValuesOut(const MURV_ValueLabelMap::Pairs& pairs, std::size_t width, char*) {
+    auto entry = pairs.begin();
+    return DupStrings(pairs.size(), [&](std::size_t) {
+        std::string value((entry++)->first.data(), width);
+        value.resize(strnlen(value.data(), width));
+        value.resize(width, ' ');
+        return value;
+    });
+}
+
+void FreeValues(double* values, std::size_t) { std::free(values); }
+void FreeValues(char** values, std::size_t n) { FreeStrings(values, static_cast<long long>(n)); }
+
 template <class Value>
 int GetLabelSet(int handle, const char* varName, VarKind kind, Value** valuesOut, char*** labelsOut,
                 int* countOut) {
@@ -175,31 +199,12 @@ int GetLabelSet(int handle, const char* varName, VarKind kind, Value** valuesOut
     if (n == 0) return MURV_RC_NO_VALUE_LABELS;
     if (n > static_cast<std::size_t>(INT_MAX)) return MURV_RC_NO_MEMORY;
 
-    // Each text is asked for in key order.
     auto entry = labels.Entries().begin();
     char** labelArray = DupStrings(n, [&](std::size_t) { return (entry++)->second; });
-    Value* values = nullptr;
-    entry = labels.Entries().begin();
-    if constexpr (std::is_same_v<Value, char*>) {
-        // The value as the variable holds it: its bytes up to the width or a
-        // NUL, blank-padded to the width.
-        const std::size_t width = static_cast<std::size_t>(variable.GetType());
-        values = DupStrings(n, [&](std::size_t) {
-            std::string value((entry++)->first.data(), width);
-            value.resize(strnlen(value.data(), width));
-            value.resize(width, ' ');
-            return value;
-        });
-    } else {
-        values = AllocArray<double>(n);
-        for (std::size_t i = 0; values && i < n; ++i) std::memcpy(&values[i], (entry++)->first.data(), sizeof(double));
-    }
+    Value* values = ValuesOut(labels.Entries(), static_cast<std::size_t>(variable.GetType()), Value{});
     if (!labelArray || !values) {
         FreeStrings(labelArray, static_cast<long long>(n));
-        if constexpr (std::is_same_v<Value, char*>)
-            FreeStrings(values, static_cast<long long>(n));
-        else
-            std::free(values);
+        FreeValues(values, n);
         return MURV_RC_NO_MEMORY;
     }
     *valuesOut = values;

@@ -91,12 +91,6 @@ std::int64_t Seek(int fd, std::int64_t offset, int whence) {
     return r < 0 ? -1 : static_cast<std::int64_t>(r);
 }
 
-std::int64_t Size(int fd) {
-    struct stat st;
-    if (::fstat(fd, &st) != 0) return -1;
-    return static_cast<std::int64_t>(st.st_size);
-}
-
 bool Sync(int fd) {
     int r;
     do {

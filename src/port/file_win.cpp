@@ -92,11 +92,6 @@ std::int64_t Seek(int fd, std::int64_t offset, int whence) {
     return r < 0 ? -1 : static_cast<std::int64_t>(r);
 }
 
-std::int64_t Size(int fd) {
-    const __int64 n = ::_filelengthi64(fd);
-    return n < 0 ? -1 : static_cast<std::int64_t>(n);
-}
-
 bool Sync(int fd) { return ::_commit(fd) == 0; }
 
 bool Truncate(int fd, std::int64_t size) {

@@ -62,41 +62,33 @@ TEST(ObsLayout, CellsPerWidth)
 
 TEST(ObsLayout, InsertAndRemoveColumns)
 {
-    ObsLayout layout = LayoutOf({0, 8, 9, 0});
-    EXPECT_EQ(Starts(layout), (std::vector<long>{0, 1, 2, 4}));
-    EXPECT_EQ(layout.Total(), 5u);
-    EXPECT_EQ(layout.LastWidth(), 1u);
-
-    ObsLayout inserted = layout;
-    inserted.InsertColumn(1, 20);
-    EXPECT_EQ(Starts(inserted), (std::vector<long>{0, 1, 4, 5, 7}));
-    EXPECT_EQ(inserted.Total(), 8u);
-    inserted.InsertColumn(5, 24);  // at the end
-    EXPECT_EQ(inserted.LastWidth(), 3u);
-    EXPECT_EQ(inserted.Total(), 11u);
-
-    ObsLayout removed = layout;
-    removed.RemoveColumns(1, 2);
-    EXPECT_EQ(Starts(removed), (std::vector<long>{0, 1}));
-    EXPECT_EQ(removed.Total(), 2u);
-    EXPECT_EQ(removed.LastWidth(), 1u);
-
-    ObsLayout tail = LayoutOf({0, 24});
-    tail.RemoveColumns(1, 1);
-    EXPECT_EQ(tail.Total(), 1u);
-    EXPECT_EQ(tail.LastWidth(), 1u);
-
-    ObsLayout lastTwo = LayoutOf({16, 0, 40});
-    lastTwo.RemoveColumns(1, 2);
-    EXPECT_EQ(lastTwo.Total(), 2u);
-    EXPECT_EQ(lastTwo.LastWidth(), 2u);
-
-    ObsLayout all = LayoutOf({9, 0});
-    all.RemoveColumns(0, 1);
-    EXPECT_EQ(all.ColumnCount(), 0u);
-    EXPECT_EQ(all.Total(), 0u);
-    EXPECT_EQ(all.LastWidth(), 0u);
-    EXPECT_EQ(all.StartCell(0), 0);
+    // A layout of the types given, changed by an insertion (type at a
+    // position) or a removal (first..last), and what it becomes.
+    const struct {
+        std::initializer_list<int> types;
+        bool insert;
+        long a, b;
+        std::vector<long> starts;
+        std::uint32_t total, lastWidth;
+    } cases[] = {
+        {{0, 8, 9, 0}, true, 1, 20, {0, 1, 4, 5, 7}, 8, 1},
+        {{0, 8, 9, 0}, true, 4, 24, {0, 1, 2, 4, 5}, 8, 3},  // at the end
+        {{0, 8, 9, 0}, false, 1, 2, {0, 1}, 2, 1},
+        {{0, 24}, false, 1, 1, {0}, 1, 1},
+        {{16, 0, 40}, false, 1, 2, {0}, 2, 2},
+        {{9, 0}, false, 0, 1, {}, 0, 0},
+    };
+    for (const auto& c : cases) {
+        ObsLayout layout = LayoutOf(c.types);
+        if (c.insert)
+            layout.InsertColumn(static_cast<std::size_t>(c.a), static_cast<int>(c.b));
+        else
+            layout.RemoveColumns(c.a, c.b);
+        EXPECT_EQ(Starts(layout), c.starts) << c.a << ' ' << c.b;
+        EXPECT_EQ(layout.Total(), c.total) << c.a << ' ' << c.b;
+        EXPECT_EQ(layout.LastWidth(), c.lastWidth) << c.a << ' ' << c.b;
+    }
+    EXPECT_EQ(ObsLayout().StartCell(0), 0);
 }
 
 TEST(Dictionary, LookupByNameIgnoresCaseAndBlanks)

@@ -25,11 +25,28 @@ T* AllocArray(std::size_t n) {
     return static_cast<T*>(std::calloc(n == 0 ? 1 : n, sizeof(T)));
 }
 
-// Releases n strings and the array that holds them.
-inline void FreeStrings(char** array, std::size_t n) {
+// Releases the first n strings of an array and the array itself; a count
+// below 1 releases the array alone.
+inline void FreeStrings(char** array, long long n) {
     if (!array) return;
-    for (std::size_t i = 0; i < n; ++i) std::free(array[i]);
+    for (long long i = 0; i < n; ++i) std::free(array[i]);
     std::free(array);
+}
+
+// A new array of n new NUL-terminated copies of textAt(0) .. textAt(n - 1)
+// (called in that order), or null with nothing left allocated when memory is
+// short.
+template <class TextAt>
+char** DupStrings(std::size_t n, TextAt&& textAt) {
+    char** array = AllocArray<char*>(n);
+    for (std::size_t i = 0; array && i < n; ++i) {
+        array[i] = DupString(textAt(i));
+        if (!array[i]) {
+            FreeStrings(array, static_cast<long long>(i));
+            array = nullptr;
+        }
+    }
+    return array;
 }
 
 // Copies text into a caller's buffer of size bytes (size >= 1), cut on a

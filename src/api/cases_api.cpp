@@ -313,8 +313,7 @@ MURV_API int MURV_CALL murvGetCaseSize(int handle, int* caseSize) {
 
 MURV_API int MURV_CALL murvGetNumberofCases(int handle, int* numofCases) {
     if (numofCases) *numofCases = -1;
-    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
+    return WithFileHandle(handle, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (!numofCases) return MURV_RC_BAD_HANDLE;
         // Counts beyond the int32 range read as unknown.
         const std::int64_t n = ds->NumberOfCases();
@@ -347,10 +346,8 @@ MURV_API int MURV_CALL murvGetCompression(int handle, int* compSwitch) {
 
 MURV_API int MURV_CALL murvSetCaseWeightVar(int handle, const char* varName) {
     return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        if (!varName) return MURV_RC_BAD_HANDLE;
-        const int index = FindVariable(*ds, varName);
-        if (index < 0) return MURV_RC_VAR_NOT_FOUND;
-        if (ds->GetVariable(index).GetType() != 0) return MURV_RC_NUMERIC_EXPECTED;
+        int index = -1;
+        if (const int rc = FindVariableOfKind(*ds, Required(varName), VarKind::numeric, &index)) return rc;
         ds->SetWeightVar(index);
         return MURV_RC_OK;
     });

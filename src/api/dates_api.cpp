@@ -120,9 +120,8 @@ MURV_API int MURV_CALL murvGetDateVariables(int handle, int* numofElements, int*
     int* array = nullptr;
     const int rc = Guarded(MURV_RC_FILE_READ, [&] {
         dioDataSource* ds = nullptr;
-        const int code = lookupHandle(handle, anyMode, &ds);
+        const int code = lookupFileHandle(handle, &ds);
         if (code != MURV_RC_OK) return code;
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
         if (!numofElements || !dateInfo) return MURV_RC_FILE_READ;
         const MURV_TrendsInfo& trends = ds->GetTrendsInfo();
         const int n = trends.NDateVars();
@@ -164,12 +163,8 @@ MURV_API int MURV_CALL murvGetDateVariables(int handle, int* numofElements, int*
 }
 
 MURV_API int MURV_CALL murvFreeDateVariables(int* dateInfo) {
-    try {
-        std::free(dateInfo);
-        return MURV_RC_OK;
-    } catch (...) {
-        return MURV_RC_CANNOT_FREE;
-    }
+    std::free(dateInfo);
+    return MURV_RC_OK;
 }
 
 }  // extern "C"

@@ -77,16 +77,6 @@ int releaseHandle(int handle) {
 }
 
 
-std::string NameKey(const char* name) {
-    if (!name) return std::string();
-    std::size_t n = 0;
-    while (n < names::kMaxNameBytes && name[n] != '\0') ++n;
-    std::size_t begin = 0, end = n;
-    while (begin < end && name[begin] == ' ') ++begin;
-    while (end > begin && name[end - 1] == ' ') --end;
-    return text::UpperCopy(std::string_view(name + begin, end - begin));
-}
-
 bool NameIndex::Append(std::string_view key) {
     if (table_.Find(key) != Table::kNone) return false;
     keys_.Add(key);
@@ -112,13 +102,43 @@ void NameIndex::Clear() {
 
 int BuildNameIndex(dioDataSource& ds) {
     const bool unique = ds.State().nameIndex.Assign(
-        ds.ColumnCount(), [&ds](std::size_t i) { return NameKey(ds.GetVariable(static_cast<int>(i)).GetName().c_str()); });
+        ds.ColumnCount(), [&ds](std::size_t i) { return names::NameKey(ds.GetVariable(static_cast<int>(i)).GetName()); });
     return unique ? MURV_RC_OK : MURV_RC_BAD_FILE;
 }
 
 int FindVariable(dioDataSource& ds, const char* name) {
     if (!name) return -1;
-    return ds.State().nameIndex.Find(NameKey(name));
+    return ds.State().nameIndex.Find(names::NameKey(names::NamePart(name)));
+}
+
+std::size_t RequiredCount(int count) {
+    if (count < 0) throw std::invalid_argument("negative count");
+    return static_cast<std::size_t>(count);
+}
+
+int CheckKind(int type, VarKind kind) {
+    switch (kind) {
+        case VarKind::numeric:
+            return type == 0 ? MURV_RC_OK : MURV_RC_NUMERIC_EXPECTED;
+        case VarKind::shortString:
+            if (type == 0) return MURV_RC_STRING_EXPECTED;
+            return type > 8 ? MURV_RC_SHORT_STRING_EXPECTED : MURV_RC_OK;
+        case VarKind::any:
+            break;
+    }
+    return MURV_RC_OK;
+}
+
+int FindVariableOfKind(dioDataSource& ds, const char* name, VarKind kind, int* index) {
+    *index = FindVariable(ds, name);
+    if (*index < 0) return MURV_RC_VAR_NOT_FOUND;
+    return CheckKind(ds.GetVariable(*index).GetType(), kind);
+}
+
+int lookupFileHandle(int handle, dioDataSource** dataSource) {
+    const int rc = lookupHandle(handle, anyMode, dataSource);
+    if (rc != MURV_RC_OK) return rc;
+    return (*dataSource)->State().openMode == dioWriteMode ? MURV_RC_WRITE_MODE : MURV_RC_OK;
 }
 
 }  // namespace murv::api

@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 #include <unordered_map>
 
-#include "model/caseiterator.h"
 #include "murvio.h"
 #include "sysfile/systemfile.h"
 #include "text/textindex.h"
@@ -84,7 +84,7 @@ struct dioHandleState {
     std::array<std::unique_ptr<MURV_Extension>, kExtensionSubtypes> extensionCursors;
     std::array<std::int32_t, kExtensionSubtypes> extensionRemaining{};
     NameIndex nameIndex;
-    std::unique_ptr<MURV_InputCaseIterator> caseIterator;
+    std::unique_ptr<SystemFileDataSource::Iterator> caseIterator;
     // The current case record, in the dictionary's layout.
     std::unique_ptr<std::uint64_t[]> caseBuffer;
     std::size_t caseBufferCells = 0;
@@ -176,9 +176,6 @@ inline int lookupHandle(int handle, int level, dioDataSource** dataSource) {
     }
 }
 
-// The key of a name in the name index: the first 64 bytes, without leading
-// and trailing blanks, upper-cased.
-std::string NameKey(const char* name);
 // Rebuilds the name index from the dictionary; 6 when two variables share a
 // key, else 0.
 int BuildNameIndex(dioDataSource& ds);
@@ -200,6 +197,32 @@ inline dioHandleState* PeekState(int handle) {
     return ds ? &ds->State() : nullptr;
 }
 
+// A pointer the client must supply. A null pointer throws, so that the
+// call's guard ends the call with its failure code at the point where the
+// argument is first needed and the checks before it keep their order.
+template <class T>
+T* Required(T* pointer) {
+    if (!pointer) throw std::invalid_argument("null argument");
+    return pointer;
+}
+// The same for a count: a negative one throws.
+std::size_t RequiredCount(int count);
+
+// What a call needs of a variable's type: a short string is one of at most
+// 8 bytes (the width of missing values and value-label keys).
+enum class VarKind { any, numeric, shortString };
+// 0 when a variable of the type is of the kind, else the code a call
+// reports: 14 numeric expected, 15 string expected, 16 short string
+// expected.
+int CheckKind(int type, VarKind kind);
+// The named variable's index (a null name finds nothing): 0 with *index
+// set, 12 when there is none, else CheckKind's code.
+int FindVariableOfKind(dioDataSource& ds, const char* name, VarKind kind, int* index);
+
+// The calls that read what a file on disk holds take a handle in any mode
+// but write mode, which they refuse with 9 after the handle's own check.
+int lookupFileHandle(int handle, dioDataSource** dataSource);
+
 // Runs f, turning any exception into failCode.
 template <class F>
 int Guarded(int failCode, F&& f) noexcept {
@@ -219,6 +242,14 @@ int WithHandle(int handle, int level, int failCode, F&& f) noexcept {
         const int rc = lookupHandle(handle, level, &ds);
         if (rc != MURV_RC_OK) return rc;
         return f(ds);
+    });
+}
+
+// WithHandle for the calls that read what a file on disk holds.
+template <class F>
+int WithFileHandle(int handle, int failCode, F&& f) noexcept {
+    return WithHandle(handle, anyMode, failCode, [&](dioDataSource* ds) {
+        return ds->State().openMode == dioWriteMode ? MURV_RC_WRITE_MODE : f(ds);
     });
 }
 

@@ -45,6 +45,12 @@ int StoreExtensionData(dioDataSource& ds, int subtype, int unitSize, int nElemen
     return MURV_RC_OK;
 }
 
+int StoreTextRecord(dioDataSource& ds, int subtype, const char* text) {
+    const std::size_t len = text ? std::strlen(text) : 0;
+    if (len > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return MURV_RC_BAD_EXTENSION;
+    return StoreExtensionData(ds, subtype, 1, static_cast<int>(len), text);
+}
+
 // Delivers the next whole elements of a record into buffer; the cursor
 // starts over once the record has been delivered.
 int ReadExtensionChunk(dioDataSource& ds, int subtype, int bufferSize, int* nElements, void* buffer) {
@@ -82,19 +88,11 @@ int AttributesOut(const Attributes& attrs, char*** names, char*** values, int* c
     const auto flat = attrs.Flatten();
     if (flat.empty()) return MURV_RC_OK;
     if (flat.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) return MURV_RC_NO_MEMORY;
-    char** n = AllocArray<char*>(flat.size());
-    char** v = AllocArray<char*>(flat.size());
-    int rc = MURV_RC_OK;
-    if (!n || !v) rc = MURV_RC_NO_MEMORY;
-    for (std::size_t i = 0; rc == MURV_RC_OK && i < flat.size(); ++i) {
-        n[i] = DupString(flat[i].first);
-        v[i] = DupString(flat[i].second);
-        if (!n[i] || !v[i]) rc = MURV_RC_NO_MEMORY;
-    }
-    if (rc != MURV_RC_OK) {
-        FreeStrings(n, n ? flat.size() : 0);
-        FreeStrings(v, v ? flat.size() : 0);
-        return rc;
+    char** n = DupStrings(flat.size(), [&](std::size_t i) { return flat[i].first; });
+    char** v = n ? DupStrings(flat.size(), [&](std::size_t i) { return flat[i].second; }) : nullptr;
+    if (!v) {
+        FreeStrings(n, static_cast<long long>(flat.size()));
+        return MURV_RC_NO_MEMORY;
     }
     *names = n;
     *values = v;
@@ -220,8 +218,7 @@ MURV_API int MURV_CALL murvCopyDocuments(int fromHandle, int toHandle) {
 
 MURV_API int MURV_CALL murvQueryType7(int handle, int subType, int* bFound) {
     if (bFound) *bFound = 0;
-    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
+    return WithFileHandle(handle, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         if (subType < 0 || subType > 32) return MURV_RC_BAD_EXTENSION;
         if (!bFound) return MURV_RC_BAD_HANDLE;
         *bFound = ds->IsSubtypeSeen(subType) ? 1 : 0;
@@ -240,8 +237,7 @@ MURV_API int MURV_CALL murvGetExtensionDataDesc(int handle, int subType, int* un
     if (unitSize) *unitSize = 0;
     if (nElements) *nElements = 0;
     if (!SubtypeOpenToCallers(subType)) return MURV_RC_BAD_SUBTYPE;
-    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
+    return WithFileHandle(handle, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (!unitSize || !nElements) return MURV_RC_FILE_READ;
         if (ds->HasExtension(subType)) {
             const MURV_Extension ext = ds->GetExtension(subType);
@@ -265,17 +261,13 @@ MURV_API int MURV_CALL murvGetExtensionData(int handle, int subType, int bufferS
 }
 
 MURV_API int MURV_CALL murvSetTextInfo(int handle, const char* textInfo) {
-    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        const std::size_t len = textInfo ? std::strlen(textInfo) : 0;
-        if (len > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return MURV_RC_BAD_EXTENSION;
-        return StoreExtensionData(*ds, 10, 1, static_cast<int>(len), textInfo);
-    });
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE,
+                      [&](dioDataSource* ds) { return StoreTextRecord(*ds, 10, textInfo); });
 }
 
 MURV_API int MURV_CALL murvGetTextInfo(int handle, char* textInfo) {
     if (textInfo) *textInfo = '\0';
-    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
+    return WithFileHandle(handle, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (!textInfo) return MURV_RC_FILE_READ;
         if (!ds->HasExtension(10)) return MURV_RC_OK;
         const MURV_Extension ext = ds->GetExtension(10);
@@ -306,8 +298,8 @@ MURV_API int MURV_CALL murvGetVarAttributes(int handle, const char* varName, cha
     if (attribText) *attribText = nullptr;
     if (nAttributes) *nAttributes = 0;
     return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        const int index = FindVariable(*ds, varName);
-        if (index < 0) return MURV_RC_VAR_NOT_FOUND;
+        int index = -1;
+        if (const int rc = FindVariableOfKind(*ds, varName, VarKind::any, &index)) return rc;
         if (!attribNames || !attribText || !nAttributes) return MURV_RC_BAD_HANDLE;
         return AttributesOut(ds->GetVariable(index).GetAttributes(), attribNames, attribText, nAttributes);
     });
@@ -327,9 +319,9 @@ MURV_API int MURV_CALL murvSetFileAttributes(int handle, const char** attribName
 MURV_API int MURV_CALL murvSetVarAttributes(int handle, const char* varName, const char** attribNames,
                                             const char** attribText, int nAttributes) {
     return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        int rc = MURV_RC_OK;
-        const int index = FindVariable(*ds, varName);
-        if (index < 0) return MURV_RC_VAR_NOT_FOUND;
+        int index = -1;
+        int rc = FindVariableOfKind(*ds, varName, VarKind::any, &index);
+        if (rc != MURV_RC_OK) return rc;
         Attributes built;
         rc = AttributesIn(Attributes::Owner::Variable, attribNames, attribText, nAttributes, &built);
         if (rc == MURV_RC_OK) ds->GetVariable(index).SetAttributes(built);
@@ -350,9 +342,9 @@ MURV_API int MURV_CALL murvAddFileAttribute(int handle, const char* attribName, 
 MURV_API int MURV_CALL murvAddVarAttribute(int handle, const char* varName, const char* attribName, int attribSub,
                                            const char* attribText) {
     return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        int rc = MURV_RC_OK;
-        const int index = FindVariable(*ds, varName);
-        if (index < 0) return MURV_RC_VAR_NOT_FOUND;
+        int index = -1;
+        int rc = FindVariableOfKind(*ds, varName, VarKind::any, &index);
+        if (rc != MURV_RC_OK) return rc;
         Attributes attrs = ds->GetVariable(index).GetAttributes();
         rc = AddAttribute(Attributes::Owner::Variable, attribName, attribSub, attribText, &attrs);
         if (rc == MURV_RC_OK) ds->GetVariable(index).SetAttributes(attrs);
@@ -361,14 +353,9 @@ MURV_API int MURV_CALL murvAddVarAttribute(int handle, const char* varName, cons
 }
 
 MURV_API int MURV_CALL murvFreeAttributes(char** attribNames, char** attribText, int nAttributes) {
-    if (nAttributes < 1) return MURV_RC_OK;
-    try {
-        FreeStrings(attribNames, static_cast<std::size_t>(nAttributes));
-        FreeStrings(attribText, static_cast<std::size_t>(nAttributes));
-        return MURV_RC_OK;
-    } catch (...) {
-        return MURV_RC_CANNOT_FREE;
-    }
+    FreeStrings(attribNames, nAttributes);
+    FreeStrings(attribText, nAttributes);
+    return MURV_RC_OK;
 }
 
 }  // extern "C"

@@ -27,13 +27,6 @@ namespace {
 constexpr std::size_t kSetNameBytes = sizeof(murvMultRespDef::setName) - 1;    // 64
 constexpr std::size_t kSetLabelBytes = sizeof(murvMultRespDef::setLabel) - 1;  // 256
 
-// Stores a caller's text as the raw record of the subtype (null removes it).
-int StoreText(dioDataSource& ds, int subtype, const char* text) {
-    const std::size_t len = text ? std::strlen(text) : 0;
-    if (len > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return MURV_RC_BAD_EXTENSION;
-    return StoreExtensionData(ds, subtype, 1, static_cast<int>(len), text);
-}
-
 // The whole text of a raw record as a new NUL-terminated string: absent
 // gives `absentCode`, a record of units wider than a byte 73.
 int CopyText(dioDataSource& ds, int subtype, int absentCode, char** out) {
@@ -50,10 +43,7 @@ int CopyText(dioDataSource& ds, int subtype, int absentCode, char** out) {
 void FreeDef(murvMultRespDef* def) {
     if (!def) return;
     std::free(def->countedValueText);
-    if (def->varNames) {
-        for (int i = def->varCount; i-- > 0;) std::free(def->varNames[i]);
-        std::free(def->varNames);
-    }
+    FreeStrings(def->varNames, def->varCount);
     std::free(def);
 }
 
@@ -62,12 +52,6 @@ std::string_view Field(const char* field, std::size_t size) { return {field, str
 
 // At most n bytes of s, cut on a character boundary only when it is longer.
 std::string CutTo(std::string_view s, std::size_t n) { return s.size() <= n ? std::string(s) : text::Truncated(s, n); }
-
-std::string_view TrimBlanks(std::string_view s) {
-    while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
-    while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
-    return s;
-}
 
 // Adds one checked set to the dataset's multiple-response sets. Every check
 // comes before the dataset changes, so a refused set leaves the list as it
@@ -80,7 +64,7 @@ int AddSet(dioDataSource& ds, const murvMultRespDef& def) {
         return MURV_RC_BAD_MRSET_DEF;
 
     MURV_VariableSet set(dichotomy ? MURV_VariableSet::eDichotomySet : MURV_VariableSet::eCategorySet);
-    set.SetName(CutTo(TrimBlanks(name), kSetNameBytes));
+    set.SetName(CutTo(text::TrimBlanks(name), kSetNameBytes));
 
     MURV_VariableSetList list = ReadVariableSets(ds, MURV_SetListType::eMultipleResponseSets);
     const std::string upper = set.GetUpperName();
@@ -145,26 +129,21 @@ void FillDef(murvMultRespDef& def, const char* name, const char* label, int isDi
 // and out.
 int SetSetsText(int handle, int subtype, const char* text) {
     return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        return StoreText(*ds, subtype, text);
+        return StoreTextRecord(*ds, subtype, text);
     });
 }
 
 int GetSetsText(int handle, int subtype, int absentCode, char** text) {
     if (text) *text = nullptr;
-    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
+    return WithFileHandle(handle, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (!text) return MURV_RC_FILE_READ;
         return CopyText(*ds, subtype, absentCode, text);
     });
 }
 
 int FreeText(char* text) {
-    try {
-        std::free(text);
-        return MURV_RC_OK;
-    } catch (...) {
-        return MURV_RC_CANNOT_FREE;
-    }
+    std::free(text);
+    return MURV_RC_OK;
 }
 
 }  // namespace
@@ -221,13 +200,9 @@ MURV_API int MURV_CALL murvGetMultRespDefByIndex(int handle, int iSet, murvMultR
         const auto& members = set.GetVariables();
         if (!members.empty()) {
             if (members.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) return MURV_RC_NO_MEMORY;
-            def->varNames = AllocArray<char*>(members.size());
+            def->varNames = DupStrings(members.size(), [&](std::size_t i) { return members[i]; });
             if (!def->varNames) return MURV_RC_NO_MEMORY;
             def->varCount = static_cast<int>(members.size());
-            for (std::size_t i = 0; i < members.size(); ++i) {
-                def->varNames[i] = DupString(members[i]);
-                if (!def->varNames[i]) return MURV_RC_NO_MEMORY;
-            }
         }
         *ppSet = def;
         return MURV_RC_OK;
@@ -240,12 +215,8 @@ MURV_API int MURV_CALL murvGetMultRespDefByIndex(int handle, int iSet, murvMultR
 }
 
 MURV_API int MURV_CALL murvFreeMultRespDefStruct(murvMultRespDef* pSet) {
-    try {
-        FreeDef(pSet);
-        return MURV_RC_OK;
-    } catch (...) {
-        return MURV_RC_CANNOT_FREE;
-    }
+    FreeDef(pSet);
+    return MURV_RC_OK;
 }
 
 MURV_API int MURV_CALL murvAddMultRespDefExt(int handle, const murvMultRespDef* pSet) {

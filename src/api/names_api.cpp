@@ -26,7 +26,7 @@ std::string ShortNameOf(dioDataSource& ds, const std::string& fullName) {
     }
     const auto it = st.shortNames.find(fullName);
     if (it == st.shortNames.end())
-        ErrorText::Throw(kDataSourceMessages, kErrNoShortNameInFile, fullName, ds.FileName());
+        ErrorText::Throw(kErrNoShortNameInFile, fullName, ds.FileName());
     return it->second;
 }
 

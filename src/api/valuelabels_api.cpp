@@ -34,36 +34,11 @@ constexpr std::size_t kValueBytes = 8;
 // The buffer the fixed-size getters assume: 60 bytes of label and the NUL.
 constexpr int kShortLabelBuffer = 61;
 
-enum class Kind { Numeric, String };
-
-// A pointer or count the client must supply properly. A null pointer or a
-// negative count ends the call through its guard with the call's failure
-// code, at the point where the argument is first needed, so that the checks
-// before it keep their order.
-template <class T>
-T* Required(T* pointer) {
-    if (!pointer) throw std::invalid_argument("null argument");
-    return pointer;
-}
-
-std::size_t RequiredCount(int count) {
-    if (count < 0) throw std::invalid_argument("negative count");
-    return static_cast<std::size_t>(count);
-}
-
 // The variable check that all value-label calls share: 0 with the
-// dictionary index, or the code of the first failure.
-int CheckVariable(dioDataSource& ds, const char* name, Kind kind, int* index) {
-    *index = FindVariable(ds, Required(name));
-    if (*index < 0) return MURV_RC_VAR_NOT_FOUND;
-    const int type = ds.GetVariable(*index).GetType();
-    if (kind == Kind::Numeric) {
-        if (type != 0) return MURV_RC_NUMERIC_EXPECTED;
-    } else {
-        if (type == 0) return MURV_RC_STRING_EXPECTED;
-        if (type > static_cast<int>(kValueBytes)) return MURV_RC_SHORT_STRING_EXPECTED;
-    }
-    return MURV_RC_OK;
+// dictionary index, or the code of the first failure. A null name is a
+// caller error.
+int CheckVariable(dioDataSource& ds, const char* name, VarKind kind, int* index) {
+    return FindVariableOfKind(ds, Required(name), kind, index);
 }
 
 // The key of a string value given to a setter; false when the text is
@@ -89,7 +64,7 @@ std::string StoredLabel(const char* label, bool* cut) {
     return text::Truncated(text, kMaxValueLabel);
 }
 
-int SetOneLabel(int handle, const char* varName, Kind kind, const ValueLabelKey& key, const char* label) {
+int SetOneLabel(int handle, const char* varName, VarKind kind, const ValueLabelKey& key, const char* label) {
     dioDataSource* ds = nullptr;
     int rc = lookupHandle(handle, dictionaryOpen, &ds);
     if (rc != MURV_RC_OK) return rc;
@@ -119,7 +94,7 @@ int SetOneLabel(int handle, const char* varName, Kind kind, const ValueLabelKey&
 // One new label set for all the named variables. keyAt(i) gives the key of
 // label i; it is called only once every variable has passed its check.
 template <class KeyAt>
-int SetSharedLabels(int handle, const char** varNames, int numVars, Kind kind, KeyAt&& keyAt,
+int SetSharedLabels(int handle, const char** varNames, int numVars, VarKind kind, KeyAt&& keyAt,
                     const char** labels, int numLabels) {
     dioDataSource* ds = nullptr;
     int rc = lookupHandle(handle, dictionaryOpen, &ds);
@@ -158,7 +133,7 @@ int SetSharedLabels(int handle, const char** varNames, int numVars, Kind kind, K
     return cut ? MURV_RC_VALUE_LABEL_CUT : MURV_RC_OK;
 }
 
-int GetOneLabel(int handle, const char* varName, Kind kind, const ValueLabelKey& key, char* buffer,
+int GetOneLabel(int handle, const char* varName, VarKind kind, const ValueLabelKey& key, char* buffer,
                 int bufferLength, int* labelLength) {
     dioDataSource* ds = nullptr;
     int rc = lookupHandle(handle, anyMode, &ds);
@@ -185,25 +160,32 @@ bool ResetLabelOutputs(char* buffer, int bufferLength, int* labelLength) {
     return true;
 }
 
-// The arrays of a label set being handed out, released on every way out
-// except a successful hand-over.
-template <class Value>
-struct HandOut {
-    Value* values = nullptr;
-    char** labels = nullptr;
-    std::size_t count = 0;
+// The values of a label set as the getters hand them out: the numeric keys,
+// or each string key as the variable holds it (its bytes up to the width or
+// a NUL, blank-padded to the width). Null when memory is short.
+double* ValuesOut(const MURV_ValueLabelMap::Pairs& pairs, std::size_t, double) {
+    double* values = AllocArray<double>(pairs.size());
+    if (!values) return nullptr;
+    std::size_t i = 0;
+    for (const auto& [key, label] : pairs) std::memcpy(&values[i++], key.data(), sizeof(double));
+    return values;
+}
 
-    ~HandOut() {
-        FreeStrings(labels, count);
-        if constexpr (std::is_same_v<Value, char*>)
-            FreeStrings(values, count);
-        else
-            std::free(values);
-    }
-};
+char** ValuesOut(const MURV_ValueLabelMap::Pairs& pairs, std::size_t width, char*) {
+    auto entry = pairs.begin();
+    return DupStrings(pairs.size(), [&](std::size_t) {
+        std::string value((entry++)->first.data(), width);
+        value.resize(strnlen(value.data(), width));
+        value.resize(width, ' ');
+        return value;
+    });
+}
+
+void FreeValues(double* values, std::size_t) { std::free(values); }
+void FreeValues(char** values, std::size_t n) { FreeStrings(values, static_cast<long long>(n)); }
 
 template <class Value>
-int GetLabelSet(int handle, const char* varName, Kind kind, Value** valuesOut, char*** labelsOut,
+int GetLabelSet(int handle, const char* varName, VarKind kind, Value** valuesOut, char*** labelsOut,
                 int* countOut) {
     dioDataSource* ds = nullptr;
     int rc = lookupHandle(handle, anyMode, &ds);
@@ -213,43 +195,21 @@ int GetLabelSet(int handle, const char* varName, Kind kind, Value** valuesOut, c
     if (rc != MURV_RC_OK) return rc;
     const MURV_Variable& variable = ds->GetVariable(index);
     const MURV_ValueLabelMap labels = variable.GetValueLabels();
-    if (labels.Count() == 0) return MURV_RC_NO_VALUE_LABELS;
-    if (labels.Count() > static_cast<std::size_t>(INT_MAX)) return MURV_RC_NO_MEMORY;
+    const std::size_t n = labels.Count();
+    if (n == 0) return MURV_RC_NO_VALUE_LABELS;
+    if (n > static_cast<std::size_t>(INT_MAX)) return MURV_RC_NO_MEMORY;
 
-    HandOut<Value> out;
-    out.labels = AllocArray<char*>(labels.Count());
-    out.values = AllocArray<Value>(labels.Count());
-    if (!out.labels || !out.values) return MURV_RC_NO_MEMORY;
-    out.count = labels.Count();
-
-    const std::size_t width = static_cast<std::size_t>(variable.GetType());
-    std::size_t i = 0;
-    for (const auto& [key, label] : labels.Entries()) {
-        out.labels[i] = DupString(label);
-        if (!out.labels[i]) rc = MURV_RC_NO_MEMORY;
-        if constexpr (std::is_same_v<Value, char*>) {
-            // The value as the variable holds it: its bytes up to the width
-            // or a NUL, blank-padded to the width.
-            char* value = static_cast<char*>(std::malloc(width + 1));
-            if (value) {
-                const std::size_t n = strnlen(key.data(), width);
-                std::memcpy(value, key.data(), n);
-                std::memset(value + n, ' ', width - n);
-                value[width] = '\0';
-            } else {
-                rc = MURV_RC_NO_MEMORY;
-            }
-            out.values[i] = value;
-        } else {
-            std::memcpy(&out.values[i], key.data(), sizeof(double));
-        }
-        ++i;
+    auto entry = labels.Entries().begin();
+    char** labelArray = DupStrings(n, [&](std::size_t) { return (entry++)->second; });
+    Value* values = ValuesOut(labels.Entries(), static_cast<std::size_t>(variable.GetType()), Value{});
+    if (!labelArray || !values) {
+        FreeStrings(labelArray, static_cast<long long>(n));
+        FreeValues(values, n);
+        return MURV_RC_NO_MEMORY;
     }
-    if (rc != MURV_RC_OK) return rc;
-
-    *valuesOut = std::exchange(out.values, nullptr);
-    *labelsOut = std::exchange(out.labels, nullptr);
-    *countOut = static_cast<int>(std::exchange(out.count, 0));
+    *valuesOut = values;
+    *labelsOut = labelArray;
+    *countOut = static_cast<int>(n);
     return MURV_RC_OK;
 }
 
@@ -259,7 +219,7 @@ extern "C" {
 
 MURV_API int MURV_CALL murvSetVarNValueLabel(int handle, const char* varName, double value, const char* label) {
     return Guarded(MURV_RC_BAD_HANDLE,
-                   [&] { return SetOneLabel(handle, varName, Kind::Numeric, NumericKey(value), label); });
+                   [&] { return SetOneLabel(handle, varName, VarKind::numeric, NumericKey(value), label); });
 }
 
 MURV_API int MURV_CALL murvSetVarCValueLabel(int handle, const char* varName, const char* value,
@@ -267,7 +227,7 @@ MURV_API int MURV_CALL murvSetVarCValueLabel(int handle, const char* varName, co
     return Guarded(MURV_RC_BAD_HANDLE, [&] {
         ValueLabelKey key;
         if (!SetterKey(value, &key)) return MURV_RC_STRING_TOO_LONG;
-        return SetOneLabel(handle, varName, Kind::String, key, label);
+        return SetOneLabel(handle, varName, VarKind::shortString, key, label);
     });
 }
 
@@ -275,7 +235,7 @@ MURV_API int MURV_CALL murvSetVarNValueLabels(int handle, const char** varNames,
                                                const double* values, const char** labels, int numLabels) {
     return Guarded(MURV_RC_BAD_HANDLE, [&] {
         return SetSharedLabels(
-            handle, varNames, numVars, Kind::Numeric,
+            handle, varNames, numVars, VarKind::numeric,
             [&](std::size_t i) { return NumericKey(Required(values)[i]); }, labels, numLabels);
     });
 }
@@ -294,7 +254,7 @@ MURV_API int MURV_CALL murvSetVarCValueLabels(int handle, const char** varNames,
             keys.push_back(key);
         }
         return SetSharedLabels(
-            handle, varNames, numVars, Kind::String, [&](std::size_t i) { return keys[i]; }, labels, numLabels);
+            handle, varNames, numVars, VarKind::shortString, [&](std::size_t i) { return keys[i]; }, labels, numLabels);
     });
 }
 
@@ -302,7 +262,7 @@ MURV_API int MURV_CALL murvGetVarNValueLabelLong(int handle, const char* varName
                                                   int lenBuff, int* lenLabel) {
     return Guarded(MURV_RC_BAD_HANDLE, [&] {
         if (!ResetLabelOutputs(labelBuff, lenBuff, lenLabel)) return MURV_RC_BAD_HANDLE;
-        return GetOneLabel(handle, varName, Kind::Numeric, NumericKey(value), labelBuff, lenBuff, lenLabel);
+        return GetOneLabel(handle, varName, VarKind::numeric, NumericKey(value), labelBuff, lenBuff, lenLabel);
     });
 }
 
@@ -314,7 +274,7 @@ MURV_API int MURV_CALL murvGetVarCValueLabelLong(int handle, const char* varName
                                                   char* labelBuff, int lenBuff, int* lenLabel) {
     return Guarded(MURV_RC_BAD_HANDLE, [&] {
         if (!ResetLabelOutputs(labelBuff, lenBuff, lenLabel)) return MURV_RC_BAD_HANDLE;
-        return GetOneLabel(handle, varName, Kind::String, LookupKey(value), labelBuff, lenBuff, lenLabel);
+        return GetOneLabel(handle, varName, VarKind::shortString, LookupKey(value), labelBuff, lenBuff, lenLabel);
     });
 }
 
@@ -329,7 +289,7 @@ MURV_API int MURV_CALL murvGetVarNValueLabels(int handle, const char* varName, d
     if (numLabels) *numLabels = 0;
     if (!values || !labels || !numLabels) return MURV_RC_BAD_HANDLE;
     return Guarded(MURV_RC_BAD_HANDLE,
-                   [&] { return GetLabelSet(handle, varName, Kind::Numeric, values, labels, numLabels); });
+                   [&] { return GetLabelSet(handle, varName, VarKind::numeric, values, labels, numLabels); });
 }
 
 MURV_API int MURV_CALL murvGetVarCValueLabels(int handle, const char* varName, char*** values, char*** labels,
@@ -339,26 +299,21 @@ MURV_API int MURV_CALL murvGetVarCValueLabels(int handle, const char* varName, c
     if (numLabels) *numLabels = 0;
     if (!values || !labels || !numLabels) return MURV_RC_BAD_HANDLE;
     return Guarded(MURV_RC_BAD_HANDLE,
-                   [&] { return GetLabelSet(handle, varName, Kind::String, values, labels, numLabels); });
+                   [&] { return GetLabelSet(handle, varName, VarKind::shortString, values, labels, numLabels); });
 }
 
 // The free calls release whatever they are given, arrays included even when
 // the count is below 1; the strings of a null array are not reachable.
 MURV_API int MURV_CALL murvFreeVarNValueLabels(double* values, char** labels, int numLabels) {
-    return Guarded(MURV_RC_CANNOT_FREE, [&] {
-        FreeStrings(labels, numLabels > 0 ? static_cast<std::size_t>(numLabels) : 0);
-        std::free(values);
-        return MURV_RC_OK;
-    });
+    FreeStrings(labels, numLabels);
+    std::free(values);
+    return MURV_RC_OK;
 }
 
 MURV_API int MURV_CALL murvFreeVarCValueLabels(char** values, char** labels, int numLabels) {
-    return Guarded(MURV_RC_CANNOT_FREE, [&] {
-        const std::size_t n = numLabels > 0 ? static_cast<std::size_t>(numLabels) : 0;
-        FreeStrings(labels, n);
-        FreeStrings(values, n);
-        return MURV_RC_OK;
-    });
+    FreeStrings(labels, numLabels);
+    FreeStrings(values, numLabels);
+    return MURV_RC_OK;
 }
 
 }  // extern "C"

@@ -31,22 +31,12 @@ constexpr int kShortLabelBuffer = 121;
 constexpr std::size_t kNameBuffer = MURV_Variable::eMaxNameLength + 1;
 // String missing values: 8 bytes each, and only for strings this narrow.
 constexpr std::size_t kMissingBytes = MURV_Variable::eMissingSlotSize;
-constexpr int kMaxMissingStringWidth = 8;
 
 // Defaults reported when a format cannot be read: code 5, width 8, 2 decimals.
 constexpr int kDefaultFormatType = MURV_Variable::eDefaultNumericFormat;
 constexpr int kDefaultFormatWidth = 8;
 constexpr int kDefaultFormatDecimals = 2;
 constexpr int kDefaultAlignment = 1;
-
-// Thrown for a null text where a call needs one; the call's guard turns it
-// into the call's exception code, as it does any other failure.
-struct NullArgument {};
-
-const char* Required(const char* text) {
-    if (!text) throw NullArgument{};
-    return text;
-}
 
 // A handle's dataset and one of its variables.
 struct Target {
@@ -57,8 +47,9 @@ struct Target {
 // The named variable of the dataset; null when there is none. A null name
 // is a caller error, not an unknown name.
 MURV_Variable* FindNamed(dioDataSource& ds, const char* name) {
-    const int index = FindVariable(ds, Required(name));
-    return index < 0 ? nullptr : &ds.GetVariable(index);
+    int index = -1;
+    return FindVariableOfKind(ds, Required(name), VarKind::any, &index) == MURV_RC_OK ? &ds.GetVariable(index)
+                                                                                       : nullptr;
 }
 
 // Looks up the handle at the level and then the variable: the handle's code,
@@ -68,17 +59,6 @@ int Resolve(int handle, int level, const char* name, Target& target) {
     if (rc != MURV_RC_OK) return rc;
     target.var = FindNamed(*target.ds, name);
     return target.var ? MURV_RC_OK : MURV_RC_VAR_NOT_FOUND;
-}
-
-// The name as it is stored: the caller's first 64 bytes without leading and
-// trailing blanks (the same cut the name index key makes, before
-// upper-casing).
-std::string_view TrimmedName(const char* name) {
-    const std::size_t n = strnlen(name, names::kMaxNameBytes);
-    std::size_t begin = 0, end = n;
-    while (begin < end && name[begin] == ' ') ++begin;
-    while (end > begin && name[end - 1] == ' ') --end;
-    return std::string_view(name + begin, end - begin);
 }
 
 // The format type codes the interface knows; anything else is refused before
@@ -135,7 +115,7 @@ extern "C" {
 MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varType) {
     return WithHandle(handle, dictionaryOpen, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
         auto& index = ds->State().nameIndex;
-        const std::string key = NameKey(Required(varName));
+        const std::string key = names::NameKey(names::NamePart(Required(varName)));
         // (The checks below take about as long as fetching the key's slot of
         // a large index from memory: they overlap.)
         index.Prefetch(key);
@@ -146,7 +126,7 @@ MURV_API int MURV_CALL murvSetVarName(int handle, const char* varName, int varTy
         if (index.Find(key) >= 0) return MURV_RC_DUP_VAR;
 
         MURV_Variable var(varType);
-        var.SetName(TrimmedName(varName));
+        var.SetName(names::NamePart(varName));
         // The index entry goes in first and comes out again if the
         // dictionary cannot take the variable, so the two never disagree.
         index.Append(key);
@@ -224,18 +204,13 @@ MURV_API int MURV_CALL murvGetVarNames(int handle, int* numVars, char*** varName
         code = murvGetNumberofVariables(handle, &n);
         if (code != MURV_RC_OK) return code;
         if (n == 0) return MURV_RC_BAD_FILE;
-        names = AllocArray<char*>(static_cast<std::size_t>(n));
+        names = DupStrings(static_cast<std::size_t>(n), [&](std::size_t i) {
+            return ds->GetVariable(static_cast<int>(i)).GetName();
+        });
         types = AllocArray<int>(static_cast<std::size_t>(n));
         count = n;
         if (!names || !types) return MURV_RC_NO_MEMORY;
-        // A name that cannot be copied is reported, and the walk goes on so
-        // that everything allocated is in the arrays when they are released.
-        for (int i = 0; i < n; ++i) {
-            const MURV_Variable& var = ds->GetVariable(i);
-            names[i] = DupString(var.GetName());
-            if (!names[i]) code = MURV_RC_NO_MEMORY;
-            types[i] = var.GetType();
-        }
+        for (int i = 0; i < n; ++i) types[i] = ds->GetVariable(i).GetType();
         return code;
     });
     if (rc != MURV_RC_OK) {
@@ -249,18 +224,9 @@ MURV_API int MURV_CALL murvGetVarNames(int handle, int* numVars, char*** varName
 }
 
 MURV_API int MURV_CALL murvFreeVarNames(char** varNames, int* varTypes, int numVars) {
-    return Guarded(MURV_RC_CANNOT_FREE, [&] {
-        if (numVars < 1) return MURV_RC_OK;
-        if (varNames) {
-            for (int i = 0; i < numVars; ++i) {
-                std::free(varNames[i]);
-                varNames[i] = nullptr;
-            }
-            std::free(varNames);
-        }
-        std::free(varTypes);
-        return MURV_RC_OK;
-    });
+    FreeStrings(varNames, numVars);
+    std::free(varTypes);
+    return MURV_RC_OK;
 }
 
 // ---- labels ----
@@ -338,7 +304,7 @@ MURV_API int MURV_CALL murvSetVarNMissingValues(int handle, const char* varName,
         if (!IsNumericMissingKind(missingFormat)) return MURV_RC_BAD_MISSING;
         const bool isRange = missingFormat < 0;
         if (isRange && missingVal1 > missingVal2) return MURV_RC_BAD_MISSING;
-        if (t.var->GetType() != MURV_Variable::NUMERIC_TYPE) return MURV_RC_NUMERIC_EXPECTED;
+        if (const int kind = CheckKind(t.var->GetType(), VarKind::numeric)) return kind;
         // The slots the kind does not use are cleared.
         double values[3] = {missingVal1, missingVal2, missingVal3};
         const int used = isRange ? -missingFormat : missingFormat;
@@ -359,7 +325,7 @@ MURV_API int MURV_CALL murvGetVarNMissingValues(int handle, const char* varName,
         Target t;
         const int rc = Resolve(handle, anyMode, varName, t);
         if (rc != MURV_RC_OK) return rc;
-        if (t.var->GetType() != MURV_Variable::NUMERIC_TYPE) return MURV_RC_NUMERIC_EXPECTED;
+        if (const int kind = CheckKind(t.var->GetType(), VarKind::numeric)) return kind;
         const char* slots[3] = {};
         *missingFormat = t.var->GetMissingValues(&slots[0], &slots[1], &slots[2]);
         for (int i = 0; i < 3; ++i)
@@ -377,9 +343,7 @@ MURV_API int MURV_CALL murvSetVarCMissingValues(int handle, const char* varName,
         if (rc != MURV_RC_OK) return rc;
         // Strings have discrete missing values only, no ranges.
         if (missingFormat < 0 || missingFormat > 3) return MURV_RC_BAD_MISSING;
-        const int type = t.var->GetType();
-        if (type == MURV_Variable::NUMERIC_TYPE) return MURV_RC_STRING_EXPECTED;
-        if (type > kMaxMissingStringWidth) return MURV_RC_SHORT_STRING_EXPECTED;
+        if (const int kind = CheckKind(t.var->GetType(), VarKind::shortString)) return kind;
         // Each value used: up to 8 bytes, to its NUL, blank-padded to 8.
         // Values the kind does not use may be null and are not read.
         const char* in[3] = {missingVal1, missingVal2, missingVal3};
@@ -406,8 +370,7 @@ MURV_API int MURV_CALL murvGetVarCMissingValues(int handle, const char* varName,
         const int rc = Resolve(handle, anyMode, varName, t);
         if (rc != MURV_RC_OK) return rc;
         const int type = t.var->GetType();
-        if (type == MURV_Variable::NUMERIC_TYPE) return MURV_RC_STRING_EXPECTED;
-        if (type > kMaxMissingStringWidth) return MURV_RC_SHORT_STRING_EXPECTED;
+        if (const int kind = CheckKind(type, VarKind::shortString)) return kind;
         const char* slots[3] = {};
         *missingFormat = t.var->GetMissingValues(&slots[0], &slots[1], &slots[2]);
         // Each value comes back as wide as the variable, blanks included.

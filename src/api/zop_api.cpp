@@ -29,9 +29,8 @@ bool HasUsableBlock(dioDataSource& ds) {
 // Checks shared by the block readers: the lookup's code, 9 for a write
 // handle, -14 when there is no usable block; else 0 with *out set.
 int LookupBlockReader(int handle, dioDataSource** out) {
-    const int rc = lookupHandle(handle, anyMode, out);
+    const int rc = lookupFileHandle(handle, out);
     if (rc != MURV_RC_OK) return rc;
-    if ((*out)->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
     if (!HasUsableBlock(**out)) return MURV_RC_NO_ZOP;
     return MURV_RC_OK;
 }
@@ -50,17 +49,13 @@ int ReadBlockPiece(dioDataSource& ds, void* buffer, int bufferSize, int* nDelive
 extern "C" {
 
 MURV_API int MURV_CALL murvSetZOPGUID(int handle, const char* zopGUID) {
-    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE, [&](dioDataSource* ds) {
-        const std::size_t len = zopGUID ? std::strlen(zopGUID) : 0;
-        if (len > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return MURV_RC_BAD_EXTENSION;
-        return StoreExtensionData(*ds, kIdentifierSubtype, 1, static_cast<int>(len), zopGUID);
-    });
+    return WithHandle(handle, anyMode, MURV_RC_BAD_HANDLE,
+                      [&](dioDataSource* ds) { return StoreTextRecord(*ds, kIdentifierSubtype, zopGUID); });
 }
 
 MURV_API int MURV_CALL murvGetZOPGUID(int handle, char* zopGUID) {
     if (zopGUID) *zopGUID = '\0';
-    return WithHandle(handle, anyMode, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
-        if (ds->State().openMode == dioWriteMode) return MURV_RC_WRITE_MODE;
+    return WithFileHandle(handle, MURV_RC_FILE_READ, [&](dioDataSource* ds) {
         if (!zopGUID) return MURV_RC_FILE_READ;
         // Every call returns the start of the identifier, whatever a chunked
         // read of subtype 12 through murvGetExtensionData left behind.

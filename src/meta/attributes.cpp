@@ -100,21 +100,6 @@ std::string PositionedName(const std::string& name, std::size_t position, std::s
 
 }  // namespace
 
-std::string Attributes::Name(std::size_t k) const {
-    MURV_ASSERT(k < Size());
-    return entries_[k].name;
-}
-
-Attributes::ValueList Attributes::Values(std::size_t k) const {
-    MURV_ASSERT(k < Size());
-    return entries_[k].values;
-}
-
-Attributes::ValueList Attributes::Values(std::string_view name) const {
-    const long k = Index(name);
-    return k < 0 ? ValueList() : entries_[static_cast<std::size_t>(k)].values;
-}
-
 long Attributes::Index(std::string_view name) const {
     if (entries_.empty()) return -1;
     if (!SameCtypeLocale(indexLocale_)) {
@@ -144,13 +129,6 @@ void Attributes::Set(std::string_view name, ValueList values) {
     index_.emplace(std::move(key), entries_.size() - 1);
 }
 
-void Attributes::Clear() {
-    // Swapping with empty containers gives their memory back, as assigning an
-    // empty set does.
-    std::vector<Entry>().swap(entries_);
-    std::unordered_map<std::string, std::size_t>().swap(index_);
-}
-
 void Attributes::Reindex() {
     index_.clear();
     index_.reserve(entries_.size());
@@ -160,15 +138,6 @@ void Attributes::Reindex() {
     for (std::size_t k = 0; k < entries_.size(); ++k) {
         index_.emplace(text::CaseFoldKey(entries_[k].name), k);
     }
-}
-
-bool Attributes::operator==(const Attributes& other) const {
-    if (entries_.size() != other.entries_.size()) return false;
-    for (std::size_t k = 0; k < entries_.size(); ++k) {
-        if (entries_[k].name != other.entries_[k].name) return false;
-        if (entries_[k].values != other.entries_[k].values) return false;
-    }
-    return true;
 }
 
 std::string Attributes::Encode() const {

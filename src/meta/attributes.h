@@ -34,20 +34,11 @@ public:
     bool Empty() const { return entries_.empty(); }
     const std::vector<Entry>& Entries() const { return entries_; }
 
-    std::string Name(std::size_t k) const;
-    ValueList Values(std::size_t k) const;
-    // The values of the entry whose name matches without regard to case;
-    // empty when there is none.
-    ValueList Values(std::string_view name) const;
     // Position of the entry whose name matches without regard to case, or -1.
     long Index(std::string_view name) const;
     // Replaces the matching entry in place (taking the given spelling) or
     // appends a new one.
     void Set(std::string_view name, ValueList values);
-    void Clear();
-
-    // Equal when both hold the same entries, names byte for byte, in order.
-    bool operator==(const Attributes& other) const;
 
     // The text form of the attribute records: name('value'LF'value'LF)...
     std::string Encode() const;

@@ -180,14 +180,6 @@ std::string MURV_VariableSet::GetUpperName() const
     return text::UpperCopy(fName);
 }
 
-std::string MURV_VariableSet::GetLowerName() const
-{
-    MURV_ASSERT(!fName.empty());
-    std::string lower = fName;
-    text::ToLower(lower.data());
-    return lower;
-}
-
 // Members are meant to be unique under the locale's case-insensitive
 // collation. Two names that collate equal without regard to case are, for
 // the names a dictionary can hold, exactly the names whose upper-cased forms
@@ -205,11 +197,6 @@ bool MURV_VariableSet::AddVariable(std::string_view name)
     if (!fMemberKeys.insert(MemberKey(name)).second) return false;
     fVariables.emplace_back(name);
     return true;
-}
-
-bool MURV_VariableSet::HasVariable(std::string_view name) const
-{
-    return !name.empty() && fMemberKeys.count(MemberKey(name)) != 0;
 }
 
 void MURV_VariableSet::SetVariables(const std::vector<std::string>& names)

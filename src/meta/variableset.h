@@ -65,10 +65,9 @@ public:
     // The name as stored; a multiple-response set's name starts with "$".
     const std::string& GetName() const { return fName; }
     void SetName(std::string_view name) { fName.assign(name); }
-    // The name upper- or lower-cased under the current locale. The name must
-    // not be empty (parsed sets never have an empty name).
+    // The name upper-cased under the current locale. The name must not be
+    // empty (parsed sets never have an empty name).
     std::string GetUpperName() const;
-    std::string GetLowerName() const;
 
     // Multiple-response sets only.
     const std::string& GetLabel() const { return fLabel; }
@@ -84,7 +83,6 @@ public:
     // Appends a member. A name that is empty or already listed (without
     // regard to case) is not added; the answer tells whether it was.
     bool AddVariable(std::string_view name);
-    bool HasVariable(std::string_view name) const;
     // Replaces the members by the names given, in order, with the rules of
     // AddVariable (used when members are renamed).
     void SetVariables(const std::vector<std::string>& names);

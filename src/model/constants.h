@@ -11,9 +11,8 @@ inline constexpr std::uint64_t kSysmisBits = 0xFFEFFFFFFFFFFFFFull;
 // The largest finite double, the upper end of open ranges.
 inline constexpr std::uint64_t kHighestBits = 0x7FEFFFFFFFFFFFFFull;
 
-// Raw conversions between a double and its IEEE 754 bit pattern.
+// The double of an IEEE 754 bit pattern.
 constexpr double DoubleFromBits(std::uint64_t bits) { return std::bit_cast<double>(bits); }
-constexpr std::uint64_t BitsFromDouble(double value) { return std::bit_cast<std::uint64_t>(value); }
 
 constexpr double SysmisValue() { return DoubleFromBits(kSysmisBits); }
 constexpr double HighestValue() { return DoubleFromBits(kHighestBits); }

@@ -11,6 +11,7 @@
 #include "port/assert.h"
 #include "port/clock.h"
 #include "text/mbtext.h"
+#include "text/names.h"
 
 namespace murv {
 
@@ -61,14 +62,6 @@ void MURV_ExtensionImpl::Append(std::size_t nElements, const void* bytes)
     fContents.append(static_cast<const char*>(bytes), ByteCount(fUnitSize, nElements));
 }
 
-int MURV_ExtensionImpl::LastInteger() const
-{
-    int value = 0;
-    if (fContents.size() >= sizeof value)
-        std::memcpy(&value, fContents.data() + fContents.size() - sizeof value, sizeof value);
-    return value;
-}
-
 MURV_Extension::MURV_Extension(int type, int unitSize, std::size_t nElements, const void* bytes)
     : fpImpl(std::make_shared<MURV_ExtensionImpl>(type, unitSize, nElements, bytes))
 {
@@ -93,39 +86,12 @@ std::size_t MURV_Extension::ReadElements(void* buffer, std::size_t nBytes)
     return n;
 }
 
-void MURV_Extension::Append(std::size_t nElements, const void* bytes)
-{
-    MURV_ASSERT(fpImpl != nullptr);
-    MakePrivate(fpImpl).Append(nElements, bytes);
-}
-
 // ---- the dataset ----
-
-MURV_DataSource::Observer::~Observer() = default;
-
-void MURV_DataSource::Observer::IteratorCreated(MURV_InputCaseIterator&) {}
-
-MURV_DataSource::Data::Data()
-{
-    fSplitIDs.fill(MURV_VariableID());
-}
 
 MURV_DataSource::MURV_DataSource()
 {
     fData.fTimeStamp = CurrentLocalTimeStamp();
     fData.fTrendsInfo.SetDataSource(this);
-}
-
-MURV_DataSource::MURV_DataSource(MURV_DataSource* parent)
-{
-    MURV_ASSERT(parent != this);
-    if (parent) {
-        AdoptData(parent->fData);
-    } else {
-        fData.fTimeStamp = CurrentLocalTimeStamp();
-        fData.fTrendsInfo.SetDataSource(this);
-    }
-    fData.fpParent = parent;
 }
 
 MURV_DataSource::MURV_DataSource(const MURV_DataSource& other)
@@ -137,53 +103,14 @@ MURV_DataSource::~MURV_DataSource() = default;
 
 void MURV_DataSource::AdoptData(const Data& data)
 {
-    // Observers watch one dataset object: a copy starts with this dataset's
-    // own list, not the other's.
-    std::vector<Observer*> observers = std::move(fData.fObservers);
     fData = data;
-    fData.fObservers = std::move(observers);
     fData.fTrendsInfo.SetDataSource(this);
     DictionaryChanged();
 }
 
-void MURV_DataSource::SetParent(MURV_DataSource* parent)
-{
-    MURV_ASSERT(parent != this);
-    fData.fpParent = parent;
-}
-
 void MURV_DataSource::CopyDictionary(const MURV_DataSource& other)
 {
-    if (&other == this) {
-        fData.fSystemString.clear();
-        return;
-    }
-    MURV_DataSource* parent = fData.fpParent;
-    AdoptData(other.fData);
-    fData.fpParent = parent;
-    fData.fSystemString.clear();
-}
-
-std::uint32_t MURV_DataSource::GetNSplitVars() const
-{
-    return fData.fnSplitVars;
-}
-
-int MURV_DataSource::GetSplitVarIndex(std::uint32_t index) const
-{
-    MURV_ASSERT(index < fData.fnSplitVars);
-    return GetIndexOfID(fData.fSplitIDs[index]);
-}
-
-MURV_VariableID MURV_DataSource::GetSplitVarID(std::uint32_t index) const
-{
-    MURV_ASSERT(index < fData.fnSplitVars);
-    return fData.fSplitIDs[index];
-}
-
-std::uint8_t MURV_DataSource::GetSplitFlag() const
-{
-    return fData.fSplitFlag;
+    if (&other != this) AdoptData(other.fData);
 }
 
 std::uint32_t MURV_DataSource::CaseSize() const
@@ -194,11 +121,6 @@ std::uint32_t MURV_DataSource::CaseSize() const
 std::int64_t MURV_DataSource::NumberOfCases() const
 {
     return -1;
-}
-
-bool MURV_DataSource::IsUsable() const
-{
-    return true;
 }
 
 // ---- variables ----
@@ -228,7 +150,7 @@ const MURV_DataSource::Lookup& MURV_DataSource::CurrentLookup() const
     for (std::size_t i = 0; i < fData.fDictionary.size(); ++i) {
         const MURV_Variable& var = fData.fDictionary[i];
         // emplace keeps the first (lowest) index of equal keys
-        fLookup.byName.emplace(var.GetUpperName(), static_cast<int>(i));
+        fLookup.byName.emplace(text::TrimBlanks(var.GetUpperName()), static_cast<int>(i));
         fLookup.byID.emplace(var.GetID().Value(), static_cast<int>(i));
     }
     fLookup.valid = true;
@@ -238,19 +160,10 @@ const MURV_DataSource::Lookup& MURV_DataSource::CurrentLookup() const
 
 int MURV_DataSource::GetVarIndex(std::string_view name) const
 {
-    const std::size_t cut = std::min(name.size(), std::size_t{MURV_Variable::eMaxNameLength});
-    std::string_view key = name.substr(0, std::min(cut, name.substr(0, cut).find('\0')));
-    while (!key.empty() && key.back() == ' ') key.remove_suffix(1);
-    const std::string upper = text::UpperCopy(key);
+    const std::string upper = names::NameKey(name);
     const Lookup& lookup = CurrentLookup();
     const auto found = lookup.byName.find(upper);
     return found == lookup.byName.end() ? -1 : found->second;
-}
-
-int MURV_DataSource::GetVarIndex(const char* name) const
-{
-    if (name == nullptr) return -1;
-    return GetVarIndex(std::string_view(name, strnlen(name, MURV_Variable::eMaxNameLength)));
 }
 
 int MURV_DataSource::GetIndexOfID(MURV_VariableID id) const
@@ -296,17 +209,6 @@ MURV_Variable& MURV_DataSource::InsertVariable(int varAfter, const MURV_Variable
     return fData.fDictionary[position];
 }
 
-MURV_Variable& MURV_DataSource::ReplaceVariable(int index, const MURV_Variable& var)
-{
-    MURV_Variable& stored = GetVariable(index);
-    MURV_ASSERT(var.IsValid());
-    MURV_ASSERT(fData.fDictionary[index].GetID() == var.GetID());
-    fData.fLayout.ChangeColumnWidth(static_cast<std::size_t>(index), stored.GetType(), var.GetType());
-    stored = var;
-    DictionaryChanged();
-    return stored;
-}
-
 void MURV_DataSource::RemoveVariables(int start, int finish)
 {
     MURV_ASSERT(finish < (int) ColumnCount());
@@ -315,12 +217,6 @@ void MURV_DataSource::RemoveVariables(int start, int finish)
         fData.fDictionary.erase(fData.fDictionary.begin() + start, fData.fDictionary.begin() + finish + 1);
         fData.fLayout.RemoveColumns(start, finish);
         DictionaryChanged();
-    }
-    for (std::uint32_t i = 0; i < fData.fnSplitVars; ++i) {
-        if (GetSplitVarIndex(i) == -1) {
-            SetSplitVars(0, nullptr, 0);
-            break;
-        }
     }
 }
 
@@ -333,8 +229,7 @@ void MURV_DataSource::FillWithMissing(void* buffer, int firstVar, int nVars) con
     char* cell = static_cast<char*>(buffer) + fData.fLayout.StartCell(firstVar) * kCellSize;
     for (int i = firstVar; i < firstVar + nVars; ++i) {
         // The run is the layout's: a type changed through a reference into
-        // the dictionary (rather than by ReplaceVariable) must not make this
-        // write beyond the case.
+        // the dictionary must not make this write beyond the case.
         const std::uint32_t cells = fData.fLayout.ColumnCells(static_cast<std::size_t>(i));
         if (fData.fDictionary[static_cast<std::size_t>(i)].GetType() == 0)
             std::memcpy(cell, &sysmis, sizeof sysmis);
@@ -344,24 +239,7 @@ void MURV_DataSource::FillWithMissing(void* buffer, int firstVar, int nVars) con
     }
 }
 
-// ---- split variables and weight ----
-
-std::uint8_t MURV_DataSource::SetSplitVars(std::uint32_t nVars, const int* varIndexes, std::uint8_t flag)
-{
-    MURV_ASSERT(nVars <= eMaxSplitVars);
-    std::uint32_t totalSize = 0;
-    for (std::uint32_t i = 0; i < nVars; ++i) {
-        MURV_ASSERT(varIndexes[i] >= 0);
-        const MURV_Variable& var = GetVariable(varIndexes[i]);
-        totalSize += static_cast<std::uint32_t>(kCellSize) * CellsForType(var.GetType());
-        MURV_ASSERT(totalSize <= 64);
-        fData.fSplitIDs[i] = var.GetID();
-    }
-    for (std::uint32_t i = nVars; i < eMaxSplitVars; ++i) fData.fSplitIDs[i] = MURV_VariableID();
-    fData.fnSplitVars = nVars;
-    fData.fSplitFlag = flag;
-    return flag;
-}
+// ---- weight ----
 
 void MURV_DataSource::SetWeightVar(int index)
 {
@@ -397,30 +275,6 @@ const std::string* MURV_DataSource::GetIdString() const
     return fData.fHasIdString ? &fData.fIdString : nullptr;
 }
 
-void MURV_DataSource::SetSystemString(const char* text)
-{
-    fData.fSystemString = text ? text : "";
-}
-
-// ---- observers ----
-
-void MURV_DataSource::AddObserver(Observer* observer)
-{
-    fData.fObservers.push_back(observer);
-}
-
-void MURV_DataSource::RemoveObserver(Observer* observer)
-{
-    std::erase(fData.fObservers, observer);
-}
-
-void MURV_DataSource::NotifyIteratorCreated(MURV_InputCaseIterator& iterator)
-{
-    // A copy: an observer may add or remove observers while it is told.
-    const std::vector<Observer*> observers = fData.fObservers;
-    for (Observer* observer : observers)
-        if (observer) observer->IteratorCreated(iterator);
-}
 
 // ---- extensions ----
 
@@ -447,7 +301,6 @@ void MURV_DataSource::SetExtension(int type, int unitSize, int nElements, const 
     }
     fData.fExtensions[type] =
         std::make_shared<MURV_ExtensionImpl>(type, unitSize, static_cast<std::size_t>(nElements), content);
-    fData.fExtensionSlots = std::max(fData.fExtensionSlots, std::int64_t{type} + 1);
 }
 
 void MURV_DataSource::StoreExtension(const MURV_Extension& extension)
@@ -459,7 +312,6 @@ void MURV_DataSource::StoreExtension(const MURV_Extension& extension)
         return;
     }
     fData.fExtensions[type] = extension.Body();
-    fData.fExtensionSlots = std::max(fData.fExtensionSlots, std::int64_t{type} + 1);
 }
 
 void MURV_DataSource::AppendExtension(int type, int nElements, const void* content)
@@ -469,11 +321,6 @@ void MURV_DataSource::AppendExtension(int type, int nElements, const void* conte
     MakePrivate(fData.fExtensions.at(type)).Append(static_cast<std::size_t>(nElements), content);
 }
 
-int MURV_DataSource::HighestExtensionType() const
-{
-    return static_cast<int>(std::max<std::int64_t>(fData.fExtensionSlots, eMinExtensionSlots) - 1);
-}
-
 std::vector<int> MURV_DataSource::ExtensionTypes() const
 {
     std::vector<int> types;
@@ -481,11 +328,5 @@ std::vector<int> MURV_DataSource::ExtensionTypes() const
         if (body && !body->Contents().empty()) types.push_back(type);
     return types;
 }
-
-// ---- the file-bound base ----
-
-void IndependentDataStore::SetCompression(bool) {}
-
-void IndependentDataStore::CommitDictionary() {}
 
 }  // namespace murv

@@ -1,14 +1,10 @@
 // The in-memory dataset: an ordered dictionary of variables, the layout of a
 // case in 8-byte cells, and the file-level items that travel with a
-// dictionary (split and weight variables, identification and system strings,
-// creation time stamp, extension records with the documents at type 0, date
+// dictionary (weight variable, identification string, creation time stamp,
+// extension records with the documents at type 0, date
 // variables, file attributes).
-//
-// MURV_DataSource is a base class: each concrete dataset supplies its own
-// input case iterator.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -25,8 +21,6 @@
 
 namespace murv {
 
-class MURV_InputCaseIterator;
-
 // An extension record kept by the dataset (and the documents, type 0):
 // `unit size` x `element count` bytes, stored as they were given.
 class MURV_ExtensionImpl {
@@ -38,8 +32,6 @@ public:
     std::size_t NElements() const { return fContents.size() / static_cast<std::size_t>(fUnitSize); }
     const std::string& Contents() const { return fContents; }
     void Append(std::size_t nElements, const void* bytes);
-    // The last 4 bytes as a native int, 0 when there are fewer than 4.
-    int LastInteger() const;
 
 private:
     int fType;
@@ -48,7 +40,7 @@ private:
 };
 
 // A handle on an extension body with a read position counted in elements.
-// Copies share the body; Append on a shared body copies it first.
+// Copies share the body.
 class MURV_Extension {
 public:
     // An empty handle: type -1, unit size 0, no elements.
@@ -62,14 +54,10 @@ public:
     std::size_t NElements() const { return fpImpl ? fpImpl->NElements() : 0; }
     // The bytes of the record (empty for an empty handle).
     const std::string& Contents() const;
-    int LastInteger() const { return fpImpl ? fpImpl->LastInteger() : 0; }
 
     // Copies as many whole elements as fit in nBytes from the read position,
     // advances the position by them and answers their number.
     std::size_t ReadElements(void* buffer, std::size_t nBytes);
-    std::size_t ReadPosition() const { return fPosition; }
-
-    void Append(std::size_t nElements, const void* bytes);
 
     const std::shared_ptr<MURV_ExtensionImpl>& Body() const { return fpImpl; }
 
@@ -80,66 +68,30 @@ private:
 
 class MURV_DataSource {
 public:
-    enum : std::uint32_t { eMaxSplitVars = 8, eMaxSplitBytes = 64 };
-    // The writer visits extension types from HighestExtensionType() down to 1,
-    // and at least the types below this.
-    enum : int { eMinExtensionSlots = 20 };
-
-    // Told of every input case iterator created over the dataset.
-    class Observer {
-    public:
-        virtual ~Observer();
-        virtual void IteratorCreated(MURV_InputCaseIterator& iterator);
-    };
-
     // An empty dataset whose creation time stamp is the current local time.
     MURV_DataSource();
-    // A snapshot of the parent's dictionary and file-level items; the
-    // variables are shared copy-on-write, so later changes to either side do
-    // not reach the other.
-    explicit MURV_DataSource(MURV_DataSource* parent);
     MURV_DataSource(const MURV_DataSource& other);
     MURV_DataSource& operator=(const MURV_DataSource&) = delete;
     virtual ~MURV_DataSource();
 
-    // ---- virtual operations ----
-    virtual std::uint32_t GetNSplitVars() const;
-    // Dictionary index of split variable i, -1 when it is no longer there.
-    virtual int GetSplitVarIndex(std::uint32_t i) const;
-    virtual MURV_VariableID GetSplitVarID(std::uint32_t i) const;
-    virtual std::uint8_t GetSplitFlag() const;
-    // An iterator that reads this dataset's cases into caseBuffer (null: the
-    // iterator's case allocates its own). Null when the dataset cannot be
-    // read.
-    virtual std::unique_ptr<MURV_InputCaseIterator> NewInputCaseIterator(void* caseBuffer) = 0;
     // Cells of one case.
-    virtual std::uint32_t CaseSize() const;
+    std::uint32_t CaseSize() const;
     // Number of cases, -1 when unknown.
     virtual std::int64_t NumberOfCases() const;
-    // A yes/no property that every dataset of this library answers with
-    // true; it is stored nowhere and means nothing to the library itself.
-    virtual bool IsUsable() const;
 
-    // ---- parent ----
-    void SetParent(MURV_DataSource* parent);
-    MURV_DataSource* GetParent() const { return fData.fpParent; }
-    // Takes over every dictionary and file-level item of other, keeping this
-    // dataset's parent and observers and clearing the system string.
+    // Takes over every dictionary and file-level item of other.
     void CopyDictionary(const MURV_DataSource& other);
 
     // ---- variables ----
     std::size_t ColumnCount() const { return fData.fDictionary.size(); }
-    // The stored variable: changes through the reference change the dataset.
-    // A change of type goes through ReplaceVariable, which moves the layout
-    // with it.
+    // The stored variable: changes through the reference change the dataset
+    // (but not its layout: a variable's type is set before it is added).
     MURV_Variable& GetVariable(int index);
     const MURV_Variable& GetVariable(int index) const;
-    // Index of the first variable whose upper-cased name equals the name
-    // given (at most 64 bytes, cut at a NUL, trailing blanks dropped,
-    // upper-cased under the current locale); -1 when there is none.
+    // Index of the first variable whose name has the name's key
+    // (names::NameKey: the first 64 bytes up to a NUL, without leading and
+    // trailing blanks, upper-cased); -1 when there is none.
     int GetVarIndex(std::string_view name) const;
-    // The same for a NUL-terminated name; a null name finds nothing.
-    int GetVarIndex(const char* name) const;
     // Index of the first variable with the ID, -1 when there is none.
     int GetIndexOfID(MURV_VariableID id) const;
 
@@ -150,10 +102,8 @@ public:
     MURV_Variable& AppendVariable(const MURV_Variable& variable, int* index = nullptr);
     // Stores the variable at position varAfter (0 to ColumnCount()).
     MURV_Variable& InsertVariable(int varAfter, const MURV_Variable& variable);
-    // Replaces the variable at index by a version of itself (same ID).
-    MURV_Variable& ReplaceVariable(int index, const MURV_Variable& variable);
     // Removes the variables start..finish (both included; none when start >
-    // finish). Removing a split variable clears all split variables.
+    // finish).
     void RemoveVariables(int start, int finish);
     // Writes the system-missing value into each numeric variable and blanks
     // into each string of nVars variables from firstVar on, in a case buffer
@@ -162,34 +112,22 @@ public:
 
     const ObsLayout& GetObsLayout() const { return fData.fLayout; }
 
-    // ---- split variables and weight ----
-    // Up to eMaxSplitVars variables of at most eMaxSplitBytes in all.
-    std::uint8_t SetSplitVars(std::uint32_t nVars, const int* varIndexes, std::uint8_t flag);
+    // ---- weight ----
     // Any index outside the dictionary clears the weight.
     void SetWeightVar(int index);
     int GetWeightVarIndex() const;
-    MURV_VariableID GetWeightVarID() const { return fData.fWeightID; }
 
     // ---- strings, time stamp, date variables, attributes ----
     // A null text removes the identification string; an empty one is one.
     void SetIdString(const char* text);
     void SetIdString(std::string_view text);
     const std::string* GetIdString() const;
-    // A null text stores an empty string.
-    void SetSystemString(const char* text);
-    const std::string& GetSystemString() const { return fData.fSystemString; }
     double GetTimeStamp() const { return fData.fTimeStamp; }
     void SetTimeStamp(double value) { fData.fTimeStamp = value; }
     MURV_TrendsInfo& GetTrendsInfo() { return fData.fTrendsInfo; }
     const MURV_TrendsInfo& GetTrendsInfo() const { return fData.fTrendsInfo; }
     const Attributes& GetFileAttributes() const { return fData.fFileAttributes; }
     void SetFileAttributes(const Attributes& attributes) { fData.fFileAttributes = attributes; }
-
-    // ---- observers (not owned) ----
-    void AddObserver(Observer* observer);
-    // Removes every occurrence of the observer.
-    void RemoveObserver(Observer* observer);
-    void NotifyIteratorCreated(MURV_InputCaseIterator& iterator);
 
     // ---- extension records, by type; type 0 holds the documents ----
     // True when a non-empty record of the type is stored.
@@ -203,8 +141,6 @@ public:
     void StoreExtension(const MURV_Extension& extension);
     // Appends to the stored record of the type.
     void AppendExtension(int type, int nElements, const void* content);
-    // max(table size, eMinExtensionSlots) - 1.
-    int HighestExtensionType() const;
     // The types that hold a record, in ascending order.
     std::vector<int> ExtensionTypes() const;
 
@@ -212,24 +148,13 @@ private:
     // Private, so that the dictionary, its layout and the lookups below
     // change only together.
     struct Data {
-        Data();
-        std::array<MURV_VariableID, eMaxSplitVars> fSplitIDs;
         std::vector<MURV_Variable> fDictionary;
         ObsLayout fLayout;
         std::string fIdString;
         bool fHasIdString = false;
         MURV_VariableID fWeightID;
-        std::uint32_t fnSplitVars = 0;
-        std::uint8_t fSplitFlag = 0;
-        MURV_DataSource* fpParent = nullptr;
-        std::vector<Observer*> fObservers;
-        // Records by type. The table's size only grows: it is one more than
-        // the highest type ever stored, emptied slots included. Types come
-        // from files, so the table is sparse rather than an array of that
-        // size.
+        // Records by type. Types come from files, so the table is sparse.
         std::map<int, std::shared_ptr<MURV_ExtensionImpl>> fExtensions;
-        std::int64_t fExtensionSlots = 0;
-        std::string fSystemString;
         double fTimeStamp = 0.0;
         MURV_TrendsInfo fTrendsInfo;
         Attributes fFileAttributes;
@@ -254,19 +179,6 @@ private:
     void AdoptData(const Data& data);
 
     mutable Lookup fLookup;
-};
-
-// A dataset that a file is bound to. The file-bound dataset defines writing
-// a case and finishing the file; setting compression and committing the
-// dictionary do nothing here.
-class IndependentDataStore : public MURV_DataSource {
-public:
-    using MURV_DataSource::MURV_DataSource;
-
-    virtual void WriteCase(const void* cells) = 0;
-    virtual void FinishWriting() = 0;
-    virtual void SetCompression(bool compressed);
-    virtual void CommitDictionary();
 };
 
 }  // namespace murv

@@ -40,17 +40,6 @@ void ObsLayout::InsertColumn(std::size_t position, int type)
     fTotal += cells;
 }
 
-void ObsLayout::ChangeColumnWidth(std::size_t index, int oldType, int newType)
-{
-    MURV_ASSERT(index < fStart.size());
-    const std::int64_t d = std::int64_t{CellsForType(newType)} - std::int64_t{CellsForType(oldType)};
-    if (d == 0) return;
-    const auto delta = static_cast<std::uint32_t>(d);  // modular: moves back when negative
-    for (std::size_t j = index + 1; j < fStart.size(); ++j) fStart[j] += delta;
-    if (index + 1 == fStart.size()) fLastWidth += delta;
-    fTotal += delta;
-}
-
 void ObsLayout::RemoveColumns(long start, long finish)
 {
     const long columnCount = static_cast<long>(fStart.size());
@@ -64,13 +53,6 @@ void ObsLayout::RemoveColumns(long start, long finish)
     for (std::size_t j = last + 1; j < fStart.size(); ++j) fStart[j] -= removed;
     fStart.erase(fStart.begin() + start, fStart.begin() + finish + 1);
     fTotal -= removed;
-}
-
-void ObsLayout::Clear()
-{
-    fStart.clear();
-    fTotal = 0;
-    fLastWidth = 0;
 }
 
 // ---- DictionaryIndex ----
@@ -95,13 +77,6 @@ int DictionaryIndex::IndexAt(long position) const
 {
     if (position < 1 || static_cast<std::size_t>(position) > fEntries.size()) return -1;
     return fEntries[static_cast<std::size_t>(position - 1)];
-}
-
-const MURV_Variable& DictionaryIndex::VariableAt(long position) const
-{
-    const int index = IndexAt(position);
-    MURV_ASSERT(0 <= index);
-    return fDataSource.GetVariable(index);
 }
 
 }  // namespace murv

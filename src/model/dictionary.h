@@ -41,12 +41,8 @@ public:
     void Reserve(std::size_t columns) { fStart.reserve(columns); }
     void AddColumn(int type);
     void InsertColumn(std::size_t position, int type);
-    // The variable at index changes type; later variables move when its
-    // number of cells changes.
-    void ChangeColumnWidth(std::size_t index, int oldType, int newType);
     // Removes the columns start..finish, both included.
     void RemoveColumns(long start, long finish);
-    void Clear();
 
     bool operator==(const ObsLayout&) const = default;
 
@@ -68,8 +64,6 @@ public:
     // The variable index at a position, or -1 when the position is outside
     // the dictionary or continues a long string.
     int IndexAt(long position) const;
-    // The variable at a position that starts one.
-    const MURV_Variable& VariableAt(long position) const;
 
 private:
     const MURV_DataSource& fDataSource;

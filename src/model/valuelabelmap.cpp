@@ -42,11 +42,6 @@ ValueLabelKey StringKey(std::string_view value)
     return key;
 }
 
-double KeyAsLittleEndianDouble(const ValueLabelKey& key)
-{
-    return std::bit_cast<double>(LittleEndianBits(key));
-}
-
 bool ValueLabelKeyLess::operator()(const ValueLabelKey& a, const ValueLabelKey& b) const
 {
     const std::uint64_t bitsA = LittleEndianBits(a);
@@ -68,28 +63,8 @@ MURV_ValueLabelMap::MURV_ValueLabelMap() : fpImpl(std::make_shared<MURV_VLMapImp
 
 MURV_ValueLabelMap::MURV_ValueLabelMap(std::nullptr_t) {}
 
-MURV_ValueLabelMap::MURV_ValueLabelMap(const MURV_ValueLabelMap& other) : fpImpl(other.fpImpl)
-{
-    if (other.fpCursor) fpCursor = std::make_unique<Cursor>(*other.fpCursor);
-}
-
-MURV_ValueLabelMap& MURV_ValueLabelMap::operator=(const MURV_ValueLabelMap& other)
-{
-    if (this != &other) {
-        fpCursor.reset();
-        fpImpl = other.fpImpl;
-        if (other.fpCursor) fpCursor = std::make_unique<Cursor>(*other.fpCursor);
-    }
-    return *this;
-}
-
-MURV_ValueLabelMap::~MURV_ValueLabelMap() = default;
-
 void MURV_ValueLabelMap::SetLabel(const Key& key, std::string_view label)
 {
-    // The walk ends here; dropping the cursor first also releases its hold on
-    // the body, so that an unshared body is changed in place.
-    fpCursor.reset();
     if (!fpImpl) fpImpl = std::make_shared<MURV_VLMapImpl>();
     auto& pairs = MakePrivate(fpImpl).fPairs;
     auto found = pairs.lower_bound(key);
@@ -97,16 +72,6 @@ void MURV_ValueLabelMap::SetLabel(const Key& key, std::string_view label)
         found->second.assign(label);
     else
         pairs.emplace_hint(found, key, std::string(label));
-}
-
-void MURV_ValueLabelMap::SetNumericLabel(double value, std::string_view label)
-{
-    SetLabel(NumericKey(value), label);
-}
-
-void MURV_ValueLabelMap::SetStringLabel(std::string_view value, std::string_view label)
-{
-    SetLabel(StringKey(value), label);
 }
 
 const std::string* MURV_ValueLabelMap::GetLabel(const Key& key) const
@@ -118,53 +83,9 @@ const std::string* MURV_ValueLabelMap::GetLabel(const Key& key) const
     return found == fpImpl->fPairs.end() ? nullptr : &found->second;
 }
 
-const std::string* MURV_ValueLabelMap::GetNumericLabel(double value) const
-{
-    return GetLabel(NumericKey(value));
-}
-
-const std::string* MURV_ValueLabelMap::GetStringLabel(std::string_view value) const
-{
-    return GetLabel(StringKey(value));
-}
-
-void MURV_ValueLabelMap::Start()
-{
-    if (!fpImpl) return;
-    if (!fpCursor) fpCursor = std::make_unique<Cursor>();
-    fpCursor->body = fpImpl;
-    fpCursor->position = fpCursor->body->fPairs.begin();
-}
-
-bool MURV_ValueLabelMap::Next(const Key*& key, const std::string*& label)
-{
-    if (!fpCursor || fpCursor->position == fpCursor->body->fPairs.end()) return false;
-    key = &fpCursor->position->first;
-    label = &fpCursor->position->second;
-    ++fpCursor->position;
-    return true;
-}
-
-bool MURV_ValueLabelMap::Next(Key& key, std::string& label)
-{
-    const Key* k = nullptr;
-    const std::string* l = nullptr;
-    if (!Next(k, l)) return false;
-    key = *k;
-    label = *l;
-    return true;
-}
-
 const MURV_ValueLabelMap::Pairs& MURV_ValueLabelMap::Entries() const
 {
     return fpImpl ? fpImpl->fPairs : NoPairs();
-}
-
-bool MURV_ValueLabelMap::operator==(const MURV_ValueLabelMap& other) const
-{
-    if (fpImpl == other.fpImpl) return true;
-    if (!fpImpl || !other.fpImpl) return false;
-    return fpImpl->fPairs == other.fpImpl->fPairs;
 }
 
 }  // namespace murv

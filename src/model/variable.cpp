@@ -81,26 +81,6 @@ constexpr FormatRule kFormatRules[] = {
     {39, false, 8, false, 40, 0, false, false, 0},
 };
 
-bool CompareMissingSlot(const char* slot, const void* cell)
-{
-    return std::memcmp(slot, cell, MURV_Variable_Enumerations::eMissingSlotSize) == 0;
-}
-
-constexpr double kSysmis = std::bit_cast<double>(kSysmisBits);
-constexpr double kHighest = std::bit_cast<double>(kHighestBits);
-
-double SlotAsDouble(const char* slot)
-{
-    double value;
-    std::memcpy(&value, slot, sizeof value);
-    return value;
-}
-
-void StoreDouble(char* slot, double value)
-{
-    std::memcpy(slot, &value, sizeof value);
-}
-
 }  // namespace
 
 // ---- IDs and formats ----
@@ -253,11 +233,6 @@ void MURV_Variable::SetName(std::string_view text)
     SetName(text.data(), text.size());
 }
 
-void MURV_Variable::SetName(const char* text)
-{
-    SetName(text ? text : "", eMaxNameLength);
-}
-
 std::int16_t MURV_Variable::GetType() const
 {
     return Read().fType;
@@ -344,11 +319,6 @@ const std::string* MURV_Variable::GetLabel() const
     return Read().fLabel.get();
 }
 
-void MURV_Variable::SetLabel(const char* text)
-{
-    SetLabel(text, text ? std::strlen(text) : 0);
-}
-
 void MURV_Variable::SetLabel(const char* text, std::size_t length)
 {
     MURV_VariableImpl& body = Write();
@@ -377,91 +347,6 @@ void MURV_Variable::SetMissingValues(int code, const void* v1, const void* v2, c
     const void* in[3] = {v1, v2, v3};
     for (int n = 0; n < 3; ++n)
         if (in[n]) std::memcpy(body.fMissing[n], in[n], eMissingSlotSize);
-}
-
-void MURV_Variable::SetNumericMissingValues(const double* v1, const double* v2, const double* v3)
-{
-    MURV_ASSERT(v1 == nullptr || GetType() == 0);
-    MURV_ASSERT(int(v2 != nullptr) >= int(v3 != nullptr));
-    MURV_ASSERT(int(v1 != nullptr) >= int(v2 != nullptr));
-    MURV_VariableImpl& body = Write();
-    const double* in[3] = {v1, v2, v3};
-    int code = 0;
-    for (; code < 3 && in[code]; ++code) StoreDouble(body.fMissing[code], *in[code]);
-    body.fMissingCode = static_cast<std::int8_t>(code);
-}
-
-void MURV_Variable::SetStringMissingValues(const char* v1, const char* v2, const char* v3)
-{
-    MURV_ASSERT(v1 == nullptr || GetType() != 0);
-    MURV_ASSERT(int(v2 != nullptr) >= int(v3 != nullptr));
-    MURV_ASSERT(int(v1 != nullptr) >= int(v2 != nullptr));
-    MURV_VariableImpl& body = Write();
-    const char* in[3] = {v1, v2, v3};
-    int code = 0;
-    for (; code < 3 && in[code]; ++code) {
-        char* slot = body.fMissing[code];
-        std::memset(slot, ' ', eMissingSlotSize);
-        std::memcpy(slot, in[code], strnlen(in[code], eMissingSlotSize));
-    }
-    body.fMissingCode = static_cast<std::int8_t>(code);
-}
-
-void MURV_Variable::SetMissingRange(const double* low, const double* high, const double* discrete)
-{
-    MURV_ASSERT(GetType() == 0);
-    MURV_VariableImpl& body = Write();
-    body.fMissingCode = static_cast<std::int8_t>(discrete ? eMissingRangeAndOne : eMissingRange);
-    // An open end stands at the extreme finite doubles; the low one has the
-    // bits of the system-missing value.
-    StoreDouble(body.fMissing[0], low ? *low : kSysmis);
-    StoreDouble(body.fMissing[1], high ? *high : kHighest);
-    if (discrete) StoreDouble(body.fMissing[2], *discrete);
-}
-
-bool MURV_Variable::IsMissing(const void* cell) const
-{
-    const MURV_VariableImpl& body = Read();
-    if (body.fType == 0) {
-        double value;
-        std::memcpy(&value, cell, sizeof value);
-        return IsMissing(value);
-    }
-    switch (body.fMissingCode) {
-    case eThreeMissing:
-        if (CompareMissingSlot(body.fMissing[2], cell)) return true;
-        [[fallthrough]];
-    case eTwoMissing:
-        if (CompareMissingSlot(body.fMissing[1], cell)) return true;
-        [[fallthrough]];
-    case eOneMissing:
-        return CompareMissingSlot(body.fMissing[0], cell);
-    default:
-        return false;
-    }
-}
-
-bool MURV_Variable::IsMissing(double x) const
-{
-    const MURV_VariableImpl& body = Read();
-    if (x == kSysmis) return true;
-    const double s1 = SlotAsDouble(body.fMissing[0]);
-    const double s2 = SlotAsDouble(body.fMissing[1]);
-    const double s3 = SlotAsDouble(body.fMissing[2]);
-    switch (body.fMissingCode) {
-    case eOneMissing:
-        return x == s1;
-    case eTwoMissing:
-        return x == s2 || x == s1;
-    case eThreeMissing:
-        return x == s3 || x == s2 || x == s1;
-    case eMissingRange:
-        return s1 <= x && x <= s2;
-    case eMissingRangeAndOne:
-        return x == s3 || (s1 <= x && x <= s2);
-    default:
-        return false;
-    }
 }
 
 int MURV_Variable::GetMeasureLevel() const
@@ -505,10 +390,7 @@ MURV_ValueLabelMap MURV_Variable::GetValueLabels() const
 
 void MURV_Variable::SetValueLabels(const MURV_ValueLabelMap& labels)
 {
-    MURV_ValueLabelMap& stored = Write().fValueLabels;
-    stored = labels;
-    // A walk in progress belongs to the caller's handle, not to the variable.
-    stored.EndWalk();
+    Write().fValueLabels = labels;
 }
 
 namespace {
@@ -534,27 +416,6 @@ void MURV_Variable::SetAttributes(const Attributes& attributes)
 MURV_VariableID MURV_Variable::GetID() const
 {
     return Read().fID;
-}
-
-bool MURV_Variable::operator==(const MURV_Variable& other) const
-{
-    MURV_ASSERT(other.fpImpl != nullptr);
-    const MURV_VariableImpl& a = Read();
-    const MURV_VariableImpl& b = *other.fpImpl;
-    if (&a == &b) return true;
-    if (a.fName != b.fName || a.fType != b.fType) return false;
-    if ((a.fLabel == nullptr) != (b.fLabel == nullptr)) return false;
-    if (a.fLabel && *a.fLabel != *b.fLabel) return false;
-    if (a.fMissingCode != b.fMissingCode) return false;
-    const int used = std::min(a.fMissingCode < 0 ? -a.fMissingCode : int{a.fMissingCode}, 3);
-    for (int n = 0; n < used; ++n)
-        if (std::memcmp(a.fMissing[n], b.fMissing[n], eMissingSlotSize) != 0) return false;
-    if (a.fPrintFormat != b.fPrintFormat || a.fWriteFormat != b.fWriteFormat) return false;
-    if (a.fColumnWidth != b.fColumnWidth) return false;
-    if (((a.fFlags ^ b.fFlags) >> kMeasureShift & kTwoBits) != 0) return false;
-    if (((a.fFlags ^ b.fFlags) >> kAlignmentShift & kTwoBits) != 0) return false;
-    if (!(a.fValueLabels == b.fValueLabels)) return false;
-    return AttributesOf(a) == AttributesOf(b);
 }
 
 }  // namespace murv

@@ -166,8 +166,6 @@ public:
     // checked here: the interface validates them and keeps them unique.
     void SetName(std::string_view text);
     void SetName(const char* text, std::size_t length);
-    // A null text names the variable with the empty name.
-    void SetName(const char* text);
 
     std::int16_t GetType() const;
     // A new type keeps a doubled-string format that still fits (twice the
@@ -188,9 +186,8 @@ public:
     // The label, or null when the variable has none. An empty label is a
     // label.
     const std::string* GetLabel() const;
-    // A null text removes the label; otherwise the label becomes the text
-    // (the first `length` bytes in the two-argument form).
-    void SetLabel(const char* text);
+    // A null text removes the label; otherwise the label becomes the first
+    // `length` bytes of the text.
     void SetLabel(const char* text, std::size_t length);
 
     // The code, and in *vn slot n when abs(code) >= n (else null). The slots
@@ -199,20 +196,6 @@ public:
     // Stores the code and 8 bytes from each non-null pointer; a null pointer
     // leaves its slot as it is.
     void SetMissingValues(int code, const void* v1, const void* v2, const void* v3);
-    // Discrete values of a numeric variable; the code is the number given
-    // (v2 only with v1, v3 only with v2).
-    void SetNumericMissingValues(const double* v1, const double* v2, const double* v3);
-    // Discrete values of a string variable: each text's first 8 bytes,
-    // blank-padded.
-    void SetStringMissingValues(const char* v1, const char* v2, const char* v3);
-    // A range of a numeric variable, open at an end given as null, with an
-    // optional discrete value.
-    void SetMissingRange(const double* low, const double* high, const double* discrete);
-    // Whether the value in a cell is missing: the system-missing value always
-    // (numeric), otherwise by the missing values. A string compares its first
-    // 8 bytes only.
-    bool IsMissing(const void* cell) const;
-    bool IsMissing(double value) const;
 
     int GetMeasureLevel() const;
     void SetMeasureLevel(int level);
@@ -230,10 +213,6 @@ public:
     void SetAttributes(const Attributes& attributes);
 
     MURV_VariableID GetID() const;
-
-    // Whether two variables describe the same column: everything but the ID
-    // and the upper-cased name. Both handles must be valid.
-    bool operator==(const MURV_Variable& other) const;
 
     // The body, for telling whether two handles share one.
     const MURV_VariableImpl* Body() const { return fpImpl.get(); }

@@ -15,15 +15,15 @@ void AssertionFailed(const char* condition, const char* file, int line) {
 
 ErrorText::ErrorText(long number, std::string text) : std::runtime_error(std::move(text)), number_(number) {}
 
-void ErrorText::Throw(const char*, long number) {
+void ErrorText::Throw(long number) {
     throw ErrorText(number, "Datasource error # " + std::to_string(number));
 }
 
-void ErrorText::Throw(const char*, long number, const std::string& name) {
+void ErrorText::Throw(long number, const std::string& name) {
     throw ErrorText(number, "Datasource error # " + std::to_string(number) + " involving " + name);
 }
 
-void ErrorText::Throw(const char*, long number, const std::string& name1, const std::string& name2) {
+void ErrorText::Throw(long number, const std::string& name1, const std::string& name2) {
     throw ErrorText(number, "Datasource error # " + std::to_string(number) + " involving " + name1 +
                                 " and " + name2);
 }

@@ -27,17 +27,13 @@ public:
     ErrorText(long number, std::string text);
     long Number() const noexcept { return number_; }
 
-    [[noreturn]] static void Throw(const char* messageSet, long number);
-    [[noreturn]] static void Throw(const char* messageSet, long number, const std::string& name);
-    [[noreturn]] static void Throw(const char* messageSet, long number, const std::string& name1,
-                                   const std::string& name2);
+    [[noreturn]] static void Throw(long number);
+    [[noreturn]] static void Throw(long number, const std::string& name);
+    [[noreturn]] static void Throw(long number, const std::string& name1, const std::string& name2);
 
 private:
     long number_;
 };
-
-// The message set that the dataset layer names when it throws.
-inline constexpr const char* kDataSourceMessages = "datasrc.err";
 
 // A malformed system file: where in the code the check failed, what it was
 // and the error number to report.

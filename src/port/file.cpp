@@ -57,8 +57,6 @@ std::int64_t SeekFile(int fd, std::int64_t offset, int whence) {
     return os::Seek(fd, offset, whence);
 }
 
-std::int64_t FileSize(int fd) { return os::Size(fd); }
-
 bool SyncFile(int fd) { return !faults::ShouldFail(Op::Sync) && os::Sync(fd); }
 
 bool TruncateFile(int fd, std::int64_t size) { return !faults::ShouldFail(Op::Truncate) && os::Truncate(fd, size); }

@@ -16,9 +16,6 @@ struct OpenFlags {
     bool create = false;
     bool exclusive = false;  // with create: fail when the file exists
     bool truncate = false;
-    bool append = false;
-    bool randomAccess = false;  // access-pattern hint; sequential otherwise
-    bool shortLived = false;    // hint only (the file will not live long)
 };
 
 // Opens a file with owner read/write permission for files it creates.
@@ -31,8 +28,6 @@ std::int64_t ReadFile(int fd, void* dst, std::size_t len);
 std::size_t WriteFile(int fd, const void* src, std::size_t len);
 // Moves the file pointer; returns the new offset or -1.
 std::int64_t SeekFile(int fd, std::int64_t offset, int whence);
-// The size of an open file, or -1.
-std::int64_t FileSize(int fd);
 // Makes the file's data durable; false on failure.
 bool SyncFile(int fd);
 // Cuts or extends the file to size bytes; false on failure.

@@ -19,7 +19,6 @@ std::int64_t Read(int fd, void* dst, std::size_t len);
 // One write of up to len bytes: the count written, or -1.
 std::int64_t WriteSome(int fd, const void* src, std::size_t len);
 std::int64_t Seek(int fd, std::int64_t offset, int whence);
-std::int64_t Size(int fd);
 bool Sync(int fd);
 bool Truncate(int fd, std::int64_t size);
 bool Close(int fd);

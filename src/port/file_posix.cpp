@@ -58,11 +58,10 @@ int Open(const char* name, const OpenFlags& flags) {
     if (flags.create) oflags |= O_CREAT;
     if (flags.create && flags.exclusive) oflags |= O_EXCL;
     if (flags.truncate) oflags |= O_TRUNC;
-    if (flags.append) oflags |= O_APPEND;
     // A new file gets the permissions the user's umask leaves, as any
     // program's output file does.
     const int fd = OpenRegular(name, oflags, 0666);
-    if (fd >= 0) ::posix_fadvise(fd, 0, 0, flags.randomAccess ? POSIX_FADV_RANDOM : POSIX_FADV_SEQUENTIAL);
+    if (fd >= 0) ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     return fd;
 }
 
@@ -90,12 +89,6 @@ std::int64_t WriteSome(int fd, const void* src, std::size_t len) {
 std::int64_t Seek(int fd, std::int64_t offset, int whence) {
     const off_t r = ::lseek(fd, static_cast<off_t>(offset), whence);
     return r < 0 ? -1 : static_cast<std::int64_t>(r);
-}
-
-std::int64_t Size(int fd) {
-    struct stat st;
-    if (::fstat(fd, &st) != 0) return -1;
-    return static_cast<std::int64_t>(st.st_size);
 }
 
 bool Sync(int fd) {

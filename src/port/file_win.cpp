@@ -72,9 +72,7 @@ int Open(const char* name, const OpenFlags& flags) {
     if (flags.create) oflags |= _O_CREAT;
     if (flags.create && flags.exclusive) oflags |= _O_EXCL;
     if (flags.truncate) oflags |= _O_TRUNC;
-    if (flags.append) oflags |= _O_APPEND;
-    oflags |= flags.randomAccess ? _O_RANDOM : _O_SEQUENTIAL;
-    if (flags.shortLived) oflags |= _O_SHORT_LIVED;
+    oflags |= _O_SEQUENTIAL;
     return OpenShared(name, oflags);
 }
 
@@ -92,11 +90,6 @@ std::int64_t WriteSome(int fd, const void* src, std::size_t len) { return ::_wri
 std::int64_t Seek(int fd, std::int64_t offset, int whence) {
     const __int64 r = ::_lseeki64(fd, offset, whence);
     return r < 0 ? -1 : static_cast<std::int64_t>(r);
-}
-
-std::int64_t Size(int fd) {
-    const __int64 n = ::_filelengthi64(fd);
-    return n < 0 ? -1 : static_cast<std::int64_t>(n);
 }
 
 bool Sync(int fd) { return ::_commit(fd) == 0; }

@@ -9,7 +9,6 @@
 
 namespace murv {
 
-inline constexpr std::uint16_t Swap16(std::uint16_t v) { return static_cast<std::uint16_t>((v << 8) | (v >> 8)); }
 inline constexpr std::uint32_t Swap32(std::uint32_t v) { return __builtin_bswap32(v); }
 inline constexpr std::uint64_t Swap64(std::uint64_t v) { return __builtin_bswap64(v); }
 

@@ -10,43 +10,20 @@ namespace murv {
 
 namespace {
 
-struct ParsedMode {
-    port::OpenFlags flags;
-    bool deleteOnClose = false;
-    bool append = false;
-};
-
 bool Has(const char* mode, char c) { return mode && std::strchr(mode, c) != nullptr; }
 
 // Only the presence of each letter matters.
-ParsedMode ParseMode(const char* mode) {
-    ParsedMode m;
-    port::OpenFlags& f = m.flags;
+port::OpenFlags ParseMode(const char* mode) {
+    port::OpenFlags f;
     if (Has(mode, '+')) {
         f.read = f.write = true;
-        if (Has(mode, 'w')) {
-            f.create = f.truncate = true;
-        } else if (Has(mode, 'a')) {
-            f.create = f.append = true;
-        }
-    } else if (Has(mode, 'r')) {
-        f.read = true;
+        f.create = f.truncate = Has(mode, 'w');
     } else if (Has(mode, 'w')) {
         f.read = false;
         f.write = f.create = f.truncate = true;
-    } else if (Has(mode, 'a')) {
-        f.read = false;
-        f.write = f.create = f.append = true;
     }
-    // "t" (text translation) has no meaning on this platform: bytes pass as they are.
     f.exclusive = Has(mode, 'x');  // with creation: the file must not exist yet
-    f.randomAccess = Has(mode, 'R');
-    f.shortLived = Has(mode, 'T');
-    m.deleteOnClose = Has(mode, 'D');
-    m.append = Has(mode, 'a');
-    // Sharing (others may read, and write only to files deleted on close) is
-    // not enforced by this platform's descriptors; nothing else is needed.
-    return m;
+    return f;
 }
 
 }  // namespace
@@ -54,21 +31,17 @@ ParsedMode ParseMode(const char* mode) {
 MURV_FileStream::MURV_FileStream() : buffer_(new unsigned char[kBufferSize]) {}
 
 MURV_FileStream::MURV_FileStream(const char* name, const char* mode) : MURV_FileStream() {
-    if (!Open(name, mode)) {
-        good_ = false;
-        ErrorText::Throw(kDataSourceMessages, kErrStreamOpen, name ? name : "", port::LastErrorText());
-    }
+    if (!Open(name, mode))
+        ErrorText::Throw(kErrStreamOpen, name ? name : "", port::LastErrorText());
 }
 
 MURV_FileStream::MURV_FileStream(MURV_FileStream& other) : MURV_FileStream() {
     other.Flush();
     name_ = other.name_;
-    deleteOnClose_ = other.deleteOnClose_;
     port::OpenFlags flags;  // read-only
     fd_ = name_ ? port::OpenFile(name_->c_str(), flags) : -1;
     if (fd_ < 0) {
-        good_ = false;
-        ErrorText::Throw(kDataSourceMessages, kErrStreamOpen, Name(), port::LastErrorText());
+        ErrorText::Throw(kErrStreamOpen, Name(), port::LastErrorText());
     }
     if (port::SeekFile(fd_, 0, SEEK_SET) != 0) {
         port::CloseFile(fd_);
@@ -87,34 +60,22 @@ MURV_FileStream::~MURV_FileStream() {
         port::CloseFile(fd_);
         fd_ = -1;
     }
-    if (deleteOnClose_ && name_ && !name_->empty()) port::RemoveFile(name_->c_str());
 }
 
 void MURV_FileStream::Fail(long number) {
-    good_ = false;
-    ErrorText::Throw(kDataSourceMessages, number, Name(), port::LastErrorText());
+    ErrorText::Throw(number, Name(), port::LastErrorText());
 }
 
 bool MURV_FileStream::Open(const char* name, const char* mode) {
     Discard();
     name_ = std::make_shared<const std::string>(name ? name : "");
-    const ParsedMode m = ParseMode(mode);
-    deleteOnClose_ = m.deleteOnClose;
-    fd_ = name ? port::OpenFile(name, m.flags) : -1;
-    const bool ok = fd_ >= 0;
+    fd_ = name ? port::OpenFile(name, ParseMode(mode)) : -1;
     position_ = 0;
-    if (ok && m.append) {
-        const std::int64_t size = port::FileSize(fd_);
-        position_ = size > 0 ? size : 0;
-        port::SeekFile(fd_, position_, SEEK_SET);
-    }
-    device_ = position_;
+    device_ = 0;
     fill_ = 0;
     origin_ = -1;
     writeBuffer_ = false;
-    good_ = ok;
-    eof_ = false;
-    return ok;
+    return fd_ >= 0;
 }
 
 void MURV_FileStream::SeekDevice(std::int64_t to) {
@@ -204,7 +165,6 @@ unsigned MURV_FileStream::Read(void* dst, unsigned len) {
             SeekDevice(position_);
             const std::int64_t n = port::ReadFile(fd_, out + delivered, static_cast<std::size_t>(direct));
             if (n < 0) Fail(kErrStreamRead);
-            eof_ = n == 0;
             device_ += n;
             position_ += n;
             delivered += static_cast<unsigned>(n);
@@ -218,19 +178,12 @@ unsigned MURV_FileStream::Read(void* dst, unsigned len) {
         device_ = aligned + n;
         origin_ = aligned;
         fill_ = static_cast<unsigned>(n);
-        eof_ = n == 0;
         if (n == 0) break;
         const unsigned before = delivered;
         fromBuffer();
-        if (delivered == before) {
-            // The position lies beyond the bytes the file holds.
-            eof_ = true;
-            break;
-        }
-        if (n < static_cast<std::int64_t>(kBufferSize)) {
-            if (delivered < len) eof_ = true;
-            break;
-        }
+        // Nothing delivered: the position lies beyond the bytes the file
+        // holds. A short fill: the file ends here.
+        if (delivered == before || n < static_cast<std::int64_t>(kBufferSize)) break;
     }
     return delivered;
 }
@@ -279,7 +232,6 @@ unsigned MURV_FileStream::Write(const void* src, unsigned len) {
 
 int MURV_FileStream::Seek(std::int64_t offset, int whence) {
     if (fd_ < 0) return -1;
-    eof_ = false;
     switch (whence) {
         case 1:
             position_ += offset;
@@ -296,56 +248,6 @@ int MURV_FileStream::Seek(std::int64_t offset, int whence) {
             position_ = offset;
             break;
     }
-    return 0;
-}
-
-// ---- MURV_InMemoryFile ----
-
-MURV_InMemoryFile::MURV_InMemoryFile()
-    : block_(new unsigned char[kInitialCapacity]), capacity_(kInitialCapacity) {}
-
-unsigned MURV_InMemoryFile::Write(const void* src, unsigned len) {
-    if (len == 0) return 0;
-    if (current_ + len > capacity_) {
-        // Grow by half steps until the last step alone covers the request.
-        std::size_t c = capacity_;
-        std::size_t step;
-        do {
-            step = c / 2;
-            c += step;
-        } while (step < len);
-        std::unique_ptr<unsigned char[]> grown(new unsigned char[c]);
-        std::memcpy(grown.get(), block_.get(), current_);
-        block_ = std::move(grown);
-        capacity_ = c;
-        size_ = std::min(size_, current_);
-    }
-    std::memcpy(block_.get() + current_, src, len);
-    current_ += len;
-    size_ = std::max(size_, current_);
-    return len;
-}
-
-unsigned MURV_InMemoryFile::Read(void* dst, unsigned len) {
-    const std::size_t n = std::min<std::size_t>(len, size_ - current_);
-    std::memcpy(dst, block_.get() + current_, n);
-    current_ += n;
-    return static_cast<unsigned>(n);
-}
-
-// Seeking from the end counts from the end of the data written (not from the
-// end of the block), like a file: Seek(-n, 2) lands n bytes before the end.
-int MURV_InMemoryFile::Seek(std::int64_t offset, int whence) {
-    std::int64_t base;
-    switch (whence) {
-        case 0: base = 0; break;
-        case 1: base = static_cast<std::int64_t>(current_); break;
-        case 2: base = static_cast<std::int64_t>(size_); break;
-        default: return -2;
-    }
-    const std::int64_t target = base + offset;
-    if (target < 0 || target > static_cast<std::int64_t>(size_)) return -1;
-    current_ = static_cast<std::size_t>(target);
     return 0;
 }
 

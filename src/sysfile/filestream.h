@@ -13,20 +13,7 @@
 
 namespace murv {
 
-class MURV_StrBaseIO {
-public:
-    virtual ~MURV_StrBaseIO() = default;
-    virtual void ClearError() = 0;
-    virtual bool Good() const = 0;
-    virtual unsigned Read(void* dst, unsigned len) = 0;
-    virtual unsigned Write(const void* src, unsigned len) = 0;
-    // whence 0 from the start, 1 from the current position, 2 from the end.
-    virtual int Seek(std::int64_t offset, int whence) = 0;
-    virtual std::int64_t Tell() const = 0;
-    virtual bool AtEof() const = 0;
-};
-
-class MURV_FileStream : public MURV_StrBaseIO {
+class MURV_FileStream {
 public:
     static constexpr unsigned kBufferSize = 4096;
     static constexpr unsigned kAlignment = 512;
@@ -39,24 +26,19 @@ public:
     explicit MURV_FileStream(MURV_FileStream& other);
     MURV_FileStream(const MURV_FileStream&) = delete;
     MURV_FileStream& operator=(const MURV_FileStream&) = delete;
-    // Writes back a dirty buffer, closes the file, and removes it when it was
-    // opened for deletion on close. Never throws.
-    ~MURV_FileStream() override;
+    // Writes back a dirty buffer and closes the file. Never throws.
+    ~MURV_FileStream();
 
-    void ClearError() override { good_ = true; }
-    bool Good() const override { return good_; }
-    unsigned Read(void* dst, unsigned len) override;
-    unsigned Write(const void* src, unsigned len) override;
-    int Seek(std::int64_t offset, int whence) override;
-    std::int64_t Tell() const override { return position_; }
-    bool AtEof() const override { return eof_; }
+    unsigned Read(void* dst, unsigned len);
+    unsigned Write(const void* src, unsigned len);
+    // whence 0 from the start, 1 from the current position, 2 from the end.
+    int Seek(std::int64_t offset, int whence);
+    std::int64_t Tell() const { return position_; }
 
-    // Mode letters: r w a + (access), x (with w: the file must not exist
-    // yet), t (text; no effect here), R (random access hint), T (short-lived
-    // hint), D (delete on close). Closes an open file first, without flushing
-    // it.
-    virtual bool Open(const char* name, const char* mode);
-    virtual bool Flush();
+    // Mode letters: r w + (access), x (with w: the file must not exist yet).
+    // Closes an open file first, without flushing it.
+    bool Open(const char* name, const char* mode);
+    bool Flush();
     // Writes the buffer out and makes the file's data durable; throws 1002.
     void Sync();
     // Writes the buffer out and cuts the file to size bytes; throws 1002.
@@ -70,13 +52,11 @@ public:
 
     const char* Name() const { return name_ ? name_->c_str() : ""; }
     bool IsOpen() const { return fd_ >= 0; }
-    bool DeleteOnClose() const { return deleteOnClose_; }
 
 private:
     void FlushBuffer();  // throws 1002
     void SeekDevice(std::int64_t to);  // throws 1003
     [[noreturn]] void Fail(long number);
-    unsigned Fill() const { return fill_; }
 
     std::unique_ptr<unsigned char[]> buffer_;
     unsigned fill_ = 0;                 // valid bytes in the buffer
@@ -85,35 +65,7 @@ private:
     std::int64_t position_ = 0;         // where the next read or write happens
     int fd_ = -1;
     std::shared_ptr<const std::string> name_;  // shared by streams copied from one another
-    bool deleteOnClose_ = false;
     bool writeBuffer_ = false;          // the buffer is written back at the next flush
-    bool good_ = true;
-    bool eof_ = false;
-};
-
-// A stream over a growable memory block.
-class MURV_InMemoryFile : public MURV_StrBaseIO {
-public:
-    static constexpr std::size_t kInitialCapacity = 4096;
-
-    MURV_InMemoryFile();
-    void ClearError() override {}
-    bool Good() const override { return true; }
-    unsigned Read(void* dst, unsigned len) override;
-    unsigned Write(const void* src, unsigned len) override;
-    int Seek(std::int64_t offset, int whence) override;
-    std::int64_t Tell() const override { return static_cast<std::int64_t>(current_); }
-    bool AtEof() const override { return current_ >= size_; }
-
-    std::size_t Capacity() const { return capacity_; }
-    std::size_t Size() const { return size_; }
-    const unsigned char* Data() const { return block_.get(); }
-
-private:
-    std::unique_ptr<unsigned char[]> block_;
-    std::size_t current_ = 0;
-    std::size_t size_ = 0;      // end of the data written
-    std::size_t capacity_ = 0;
 };
 
 }  // namespace murv

@@ -76,7 +76,7 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
         for (std::size_t i = 0; i < ColumnCount(); ++i) {
             if (i + seen.kPrefetchDistance < ColumnCount()) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
             if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone)
-                ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, GetVariable(static_cast<int>(i)).GetUpperName());
+                ErrorText::Throw(kErrDuplicateName, GetVariable(static_cast<int>(i)).GetUpperName());
         }
     }
 
@@ -95,7 +95,7 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
         for (std::size_t i = 0; i < ColumnCount(); ++i) {
             if (i + seen.kPrefetchDistance < ColumnCount()) seen.Prefetch(uppers[i + seen.kPrefetchDistance]);
             if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone)
-                ErrorText::Throw(kDataSourceMessages, kErrDuplicateName, std::string(uppers[i]));
+                ErrorText::Throw(kErrDuplicateName, std::string(uppers[i]));
         }
     }
 
@@ -354,7 +354,7 @@ std::int64_t SystemFileDataSource::SaveDS::Finish() {
     const std::string name = stream_.Name();
     stream_.Close();  // a failure to close what was written is a failed write
     if (!stream_.Open(name.c_str(), "rb+"))
-        ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, name, port::LastErrorText());
+        ErrorText::Throw(kErrStreamWrite, name, port::LastErrorText());
     unsigned char count32[4];
     StoreI32(count32, (total >= 0 && total <= kMaxHeaderCount) ? static_cast<std::int32_t>(total) : -1);
     stream_.Seek(kOffCaseCount, 0);

@@ -8,7 +8,6 @@
 #include <memory>
 #include <vector>
 
-#include "model/caseiterator.h"
 #include "sysfile/compression.h"
 #include "sysfile/systemfile.h"
 
@@ -18,8 +17,6 @@ class SystemFileDataSource::SaveDS : public MURV_DataSource {
 public:
     SaveDS(const MURV_DataSource& source, SystemFileInfo& info, MURV_FileStream& stream);
     ~SaveDS() override;
-
-    std::unique_ptr<MURV_InputCaseIterator> NewInputCaseIterator(void*) override { return nullptr; }
 
     // Writes the header and all dictionary records; returns the position of
     // the 64-bit case-count payload (0 when none was written).
@@ -36,7 +33,6 @@ public:
     // written to it, not even when the writer is destroyed.
     void Abandon();
 
-    std::uint64_t CasesWritten() const { return casesWritten_; }
     // Where the case data ended when Finish had written the last case.
     std::int64_t DataEnd() const { return dataEnd_; }
 

@@ -30,7 +30,6 @@ public:
 
     std::size_t Count() const { return entries_.size(); }
     std::uint64_t Spacing() const { return spacing_; }
-    std::size_t MemoryBytes() const { return entries_.capacity() * sizeof(Entry); }
     const std::vector<std::pair<std::uint64_t, std::int64_t>>& Entries() const { return entries_; }
 
 private:

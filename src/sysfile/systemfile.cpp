@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "model/setrecords.h"
-#include "model/caseiterator.h"
 #include "model/datetime.h"
 #include "port/assert.h"
 #include "port/errors.h"
@@ -322,11 +321,11 @@ SystemFileDataSource::SystemFileDataSource(std::string fileName, CreateTag) : m_
 SystemFileDataSource::SystemFileDataSource(std::string fileName) : m_data(std::make_unique<Data>()) {
     m_data->fileName = std::move(fileName);
     if (!m_data->stream.Open(m_data->fileName.c_str(), "rb"))
-        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, m_data->fileName, port::LastErrorText());
+        ErrorText::Throw(kErrFileOpen, m_data->fileName, port::LastErrorText());
     try {
         ReadFile();
     } catch (const SystemFileException& e) {
-        ErrorText::Throw(kDataSourceMessages, e.Number(), m_data->fileName);
+        ErrorText::Throw(e.Number(), m_data->fileName);
     }
     m_data->state = kReading;
 }
@@ -423,7 +422,7 @@ bool SystemFileDataSource::GetReleaseInfo(int release[3]) const {
 
 void SystemFileDataSource::CommitDictionary() {
     Data& d = *m_data;
-    if (d.state != kDefining) ErrorText::Throw(kDataSourceMessages, kErrBadState);
+    if (d.state != kDefining) ErrorText::Throw(kErrBadState);
     // A new file appears under its name at once. An existing one is never
     // overwritten: its replacement is written beside it and moved over it
     // when it is complete.
@@ -431,16 +430,16 @@ void SystemFileDataSource::CommitDictionary() {
     d.replacing = false;
     if (!d.stream.Open(d.fileName.c_str(), "wbx")) {
         if (!port::LastErrorWasExists())
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+            ErrorText::Throw(kErrFileOpen, d.fileName, port::LastErrorText());
         d.writeName = port::CreateFileBeside(d.fileName.c_str());
         if (d.writeName.empty())
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+            ErrorText::Throw(kErrFileOpen, d.fileName, port::LastErrorText());
         d.replacing = true;
         d.created = true;
         if (!d.stream.Open(d.writeName.c_str(), "wb")) {
             const std::string reason = port::LastErrorText();
             DiscardWriting();
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, reason);
+            ErrorText::Throw(kErrFileOpen, d.fileName, reason);
         }
     }
     d.created = true;
@@ -499,7 +498,7 @@ void SystemFileDataSource::StartAppend() {
         if (existing < 0 || existing > whole) existing = whole;
         const std::string name = d.fileName;
         if (!d.stream.Open(name.c_str(), "r+b"))
-            ErrorText::Throw(kDataSourceMessages, kErrFileOpen, name, port::LastErrorText());
+            ErrorText::Throw(kErrFileOpen, name, port::LastErrorText());
         d.stream.Seek(d.row0pos + existing * caseBytes, 0);
     }
     // The header's count stays what the file says until the writer finishes
@@ -517,16 +516,16 @@ void SystemFileDataSource::StartAppend() {
 
 void SystemFileDataSource::WriteCase(const void* cells) {
     Data& d = *m_data;
-    if (d.iterators > 0) ErrorText::Throw(kDataSourceMessages, kErrBadState);
+    if (d.iterators > 0) ErrorText::Throw(kErrBadState);
     // After a failed write the file cannot be trusted: nothing more goes in.
-    if (d.state == kFailed) ErrorText::Throw(kDataSourceMessages, kErrCaseWrite, d.fileName);
+    if (d.state == kFailed) ErrorText::Throw(kErrCaseWrite, d.fileName);
     try {
         if (d.state == kReading) StartAppend();
         if (d.state == kDefining) CommitDictionary();
         d.writer->WriteCase(cells);
     } catch (const SystemFileException& e) {
         if (d.state == kWriting || d.appending) d.state = kFailed;
-        ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+        ErrorText::Throw(e.Number(), d.fileName);
     } catch (...) {
         // A failed commit has removed its file already (state 0).
         if (d.state == kWriting || d.appending) d.state = kFailed;
@@ -539,7 +538,7 @@ void SystemFileDataSource::FinishWriting() {
     if (d.state == kFailed) {
         DiscardWriting();
         d.state = kReading;
-        ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, d.fileName, "an earlier write failed");
+        ErrorText::Throw(kErrStreamWrite, d.fileName, "an earlier write failed");
     }
     if (d.state != kWriting) return;
     try {
@@ -548,7 +547,7 @@ void SystemFileDataSource::FinishWriting() {
     } catch (const SystemFileException& e) {
         DiscardWriting();
         d.state = kReading;
-        ErrorText::Throw(kDataSourceMessages, e.Number(), d.fileName);
+        ErrorText::Throw(e.Number(), d.fileName);
     } catch (...) {
         DiscardWriting();
         d.state = kReading;
@@ -568,7 +567,7 @@ void SystemFileDataSource::CompleteFile() {
     d.stream.Close();
     if (d.replacing) {
         if (!port::ReplaceFile(d.writeName.c_str(), d.fileName.c_str()))
-            ErrorText::Throw(kDataSourceMessages, kErrStreamWrite, d.fileName, port::LastErrorText());
+            ErrorText::Throw(kErrStreamWrite, d.fileName, port::LastErrorText());
         d.replacing = false;
     }
     d.created = false;
@@ -620,118 +619,97 @@ void SystemFileDataSource::EndWriting() {
     if (d.state == kWriting || d.state == kFailed) FinishWriting();
     if (d.state != kReading || d.stream.IsOpen()) return;
     if (!d.stream.Open(d.fileName.c_str(), "rb"))
-        ErrorText::Throw(kDataSourceMessages, kErrFileOpen, d.fileName, port::LastErrorText());
+        ErrorText::Throw(kErrFileOpen, d.fileName, port::LastErrorText());
 }
 
 // ---------------------------------------------------------------------------
 // Reading cases
 
-class SystemFileDataSource::Iterator : public MURV_InputCaseIterator {
-public:
-    Iterator(SystemFileDataSource& ds, void* caseBuffer)
-        : MURV_InputCaseIterator(&ds, caseBuffer), data_(*ds.m_data), stream_(data_.stream) {
-        if (data_.m_options.compressed)
-            compressed_ = std::make_unique<CompressedSystemFile>(data_.m_options.nominalCaseSize, &stream_, &data_.index,
-                                                                 data_.row0pos);
-        // Very long strings: the file's case is read whole, then assembled.
-        if (!data_.m_options.segments.Empty())
-            fileCase_.resize(8 * static_cast<std::size_t>(data_.m_options.nominalCaseSize));
-        ++data_.iterators;
+SystemFileDataSource::Iterator::Iterator(SystemFileDataSource& ds, void* caseBuffer)
+    : data_(*ds.m_data), layout_(ds.GetObsLayout()), stream_(data_.stream) {
+    if (caseBuffer) {
+        buffer_ = static_cast<char*>(caseBuffer);
+    } else {
+        owned_ = std::make_unique<char[]>(std::size_t{layout_.Total()} * 8);
+        buffer_ = owned_.get();
     }
-    ~Iterator() override { --data_.iterators; }
+    if (data_.m_options.compressed)
+        compressed_ = std::make_unique<CompressedSystemFile>(data_.m_options.nominalCaseSize, &stream_, &data_.index,
+                                                             data_.row0pos);
+    // Very long strings: the file's case is read whole, then assembled.
+    if (!data_.m_options.segments.Empty())
+        fileCase_.resize(8 * static_cast<std::size_t>(data_.m_options.nominalCaseSize));
+    ++data_.iterators;
+}
 
-    bool CanSeek() override { return true; }
-    bool Seek(std::int64_t caseIndex) override {
-        if (caseIndex < 0) return false;
-        pos_ = static_cast<std::uint64_t>(caseIndex);
-        return true;
+SystemFileDataSource::Iterator::~Iterator() { --data_.iterators; }
+
+bool SystemFileDataSource::Iterator::Seek(std::int64_t caseIndex) {
+    if (caseIndex < 0) return false;
+    pos_ = static_cast<std::uint64_t>(caseIndex);
+    return true;
+}
+
+int SystemFileDataSource::Iterator::ReadInto(unsigned char* const caseCells) {
+    SystemFileInfo& info = data_.m_options;
+    const unsigned cells = static_cast<unsigned>(info.nominalCaseSize);
+    const std::int64_t caseLen = static_cast<std::int64_t>(cells) * 8;
+    if (static_cast<std::int64_t>(pos_) != streamCase_) {
+        if (compressed_) compressed_->SetTarget(pos_);
+        streamCase_ = static_cast<std::int64_t>(pos_);
     }
-    std::int64_t Tell() override { return static_cast<std::int64_t>(pos_); }
-
-    int ReadNext() override { return ReadInto(reinterpret_cast<unsigned char*>(GetCase().GetValuePtr(0))); }
-    int ReadNextInto(void* record) override { return ReadInto(static_cast<unsigned char*>(record)); }
-
-private:
-    // Reads the next case into caseCells, in the dictionary's layout: plain
-    // cases come from the read-ahead block, compressed ones are decoded
-    // there, and only files with very long strings go through a case of the
-    // file's own layout first.
-    int ReadInto(unsigned char* const caseCells) {
-        SystemFileInfo& info = data_.m_options;
-        const unsigned cells = static_cast<unsigned>(info.nominalCaseSize);
-        const std::int64_t caseLen = static_cast<std::int64_t>(cells) * 8;
-        if (static_cast<std::int64_t>(pos_) != streamCase_) {
-            if (compressed_) compressed_->SetTarget(pos_);
-            streamCase_ = static_cast<std::int64_t>(pos_);
-        }
-        unsigned char* dst = fileCase_.empty() ? caseCells : fileCase_.data();
-        const unsigned char* swap = info.swapFlags.empty() ? nullptr : info.swapFlags.data();
-        std::int64_t readLen;
-        if (compressed_) {
-            readLen = static_cast<std::int64_t>(compressed_->ReadCase(dst, swap)) * 8;
-            // Positioning may have stopped early at the end of the data.
-            streamCase_ = static_cast<std::int64_t>(compressed_->CurrentCase()) - (readLen ? 1 : 0);
-        } else {
-            readLen = ReadPlain(dst, caseLen);
-            if (readLen != 0 && readLen != caseLen)
-                throw SystemFileException(__FILE__, "readLen== 0 || readLen == caseLen", kErrFileEnds, __LINE__);
-            if (readLen == 0 && info._nCases > static_cast<std::int64_t>(pos_))
-                throw SystemFileException(__FILE__, "readLen || m_data.m_options._nCases <= m_pos", kErrFileEnds,
-                                          __LINE__);
-            if (readLen && swap)
-                for (unsigned c = 0; c < cells; ++c)
-                    if (swap[c]) StoreU64(dst + 8 * c, Swap64(LoadU64(dst + 8 * c)));
-        }
-        if (readLen != 0) {
-            if (!fileCase_.empty()) info.segments.Assemble(fileCase_.data(), caseCells);
-            ++streamCase_;
-            ++pos_;
-            return 1;
-        }
-        if (info._nCases == -1) info._nCases = streamCase_;
-        return 0;
+    unsigned char* dst = fileCase_.empty() ? caseCells : fileCase_.data();
+    const unsigned char* swap = info.swapFlags.empty() ? nullptr : info.swapFlags.data();
+    std::int64_t readLen;
+    if (compressed_) {
+        readLen = static_cast<std::int64_t>(compressed_->ReadCase(dst, swap)) * 8;
+        // Positioning may have stopped early at the end of the data.
+        streamCase_ = static_cast<std::int64_t>(compressed_->CurrentCase()) - (readLen ? 1 : 0);
+    } else {
+        readLen = ReadPlain(dst, caseLen);
+        if (readLen != 0 && readLen != caseLen)
+            throw SystemFileException(__FILE__, "readLen== 0 || readLen == caseLen", kErrFileEnds, __LINE__);
+        if (readLen == 0 && info._nCases > static_cast<std::int64_t>(pos_))
+            throw SystemFileException(__FILE__, "readLen || m_data.m_options._nCases <= m_pos", kErrFileEnds,
+                                      __LINE__);
+        if (readLen && swap)
+            for (unsigned c = 0; c < cells; ++c)
+                if (swap[c]) StoreU64(dst + 8 * c, Swap64(LoadU64(dst + 8 * c)));
     }
-
-    // Reads the plain case at pos_ into dst; returns the bytes found (fewer
-    // than a case at the end of the file). Sequential reading takes many
-    // cases with one stream call and hands them out one by one.
-    std::int64_t ReadPlain(unsigned char* dst, std::int64_t caseLen) {
-        if (caseLen <= 0) return 0;
-        const auto len = static_cast<std::size_t>(caseLen);
-        const std::uint64_t whole = aheadLen_ / len;
-        if (aheadLen_ > 0 && pos_ >= aheadCase_ && pos_ - aheadCase_ < whole) {
-            std::memcpy(dst, ahead_.data() + (pos_ - aheadCase_) * len, len);
-            return caseLen;
-        }
-        const bool sequential = aheadLen_ > 0 && pos_ == aheadCase_ + whole;
-        std::size_t want = len;
-        if (sequential) want = std::max<std::size_t>(1, kReadAhead / len) * len;
-        if (ahead_.size() < want) ahead_.resize(want);
-        stream_.Seek(data_.row0pos + static_cast<std::int64_t>(pos_) * caseLen, 0);
-        const unsigned n = stream_.Read(ahead_.data(), static_cast<unsigned>(want));
-        aheadCase_ = pos_;
-        aheadLen_ = n;
-        if (n >= len) {
-            std::memcpy(dst, ahead_.data(), len);
-            return caseLen;
-        }
-        return n;
+    if (readLen != 0) {
+        if (!fileCase_.empty()) info.segments.Assemble(fileCase_.data(), caseCells);
+        ++streamCase_;
+        ++pos_;
+        return 1;
     }
+    if (info._nCases == -1) info._nCases = streamCase_;
+    return 0;
+}
 
-    static constexpr std::size_t kReadAhead = 256 * 1024;
+std::int64_t SystemFileDataSource::Iterator::ReadPlain(unsigned char* dst, std::int64_t caseLen) {
+    if (caseLen <= 0) return 0;
+    const auto len = static_cast<std::size_t>(caseLen);
+    const std::uint64_t whole = aheadLen_ / len;
+    if (aheadLen_ > 0 && pos_ >= aheadCase_ && pos_ - aheadCase_ < whole) {
+        std::memcpy(dst, ahead_.data() + (pos_ - aheadCase_) * len, len);
+        return caseLen;
+    }
+    const bool sequential = aheadLen_ > 0 && pos_ == aheadCase_ + whole;
+    std::size_t want = len;
+    if (sequential) want = std::max<std::size_t>(1, kReadAhead / len) * len;
+    if (ahead_.size() < want) ahead_.resize(want);
+    stream_.Seek(data_.row0pos + static_cast<std::int64_t>(pos_) * caseLen, 0);
+    const unsigned n = stream_.Read(ahead_.data(), static_cast<unsigned>(want));
+    aheadCase_ = pos_;
+    aheadLen_ = n;
+    if (n >= len) {
+        std::memcpy(dst, ahead_.data(), len);
+        return caseLen;
+    }
+    return n;
+}
 
-    Data& data_;
-    std::vector<unsigned char> ahead_;
-    std::uint64_t aheadCase_ = 0;
-    std::size_t aheadLen_ = 0;
-    std::uint64_t pos_ = 0;
-    std::int64_t streamCase_ = -1;
-    MURV_FileStream stream_;
-    std::unique_ptr<CompressedSystemFile> compressed_;
-    std::vector<unsigned char> fileCase_;
-};
-
-std::unique_ptr<MURV_InputCaseIterator> SystemFileDataSource::NewInputCaseIterator(void* caseBuffer) {
+std::unique_ptr<SystemFileDataSource::Iterator> SystemFileDataSource::NewInputCaseIterator(void* caseBuffer) {
     if (m_data->state != kReading || !m_data->stream.IsOpen()) EndWriting();
     if (m_data->state != kReading) return nullptr;  // nothing on disk yet
     return std::make_unique<Iterator>(*this, caseBuffer);

@@ -1,6 +1,8 @@
 // The dataset bound to one system file: it reads a file's header and
 // dictionary when opened by name, or writes a new file from a dictionary
-// defined in memory, and gives out case iterators with random access.
+// defined in memory, and gives out case iterators with random access, each
+// reading the file's cases plainly or through the decompressor as the file
+// was written.
 //
 // States: 0 the dictionary is being defined (nothing on disk), 1 cases are
 // being written, 2 reading (an existing file, or one whose writing has
@@ -19,7 +21,9 @@
 
 namespace murv {
 
-class SystemFileDataSource : public IndependentDataStore {
+class CompressedSystemFile;
+
+class SystemFileDataSource : public MURV_DataSource {
 public:
     class SaveDS;
     class Iterator;
@@ -39,15 +43,16 @@ public:
     // FinishWriting to see them).
     ~SystemFileDataSource() override;
 
-    // ---- MURV_DataSource / IndependentDataStore ----
-    std::unique_ptr<MURV_InputCaseIterator> NewInputCaseIterator(void* caseBuffer) override;
+    // An iterator that reads this file's cases into caseBuffer (null: a
+    // buffer of the iterator's own); null while nothing is on disk yet.
+    std::unique_ptr<Iterator> NewInputCaseIterator(void* caseBuffer);
     std::int64_t NumberOfCases() const override { return m_data->m_options._nCases; }
     // Writes one case given in the dictionary's layout: commits first in
     // state 0, appends in state 2.
-    void WriteCase(const void* cells) override;
-    void FinishWriting() override;
-    void SetCompression(bool compressed) override { m_data->m_options.compressed = compressed; }
-    void CommitDictionary() override;
+    void WriteCase(const void* cells);
+    void FinishWriting();
+    void SetCompression(bool compressed) { m_data->m_options.compressed = compressed; }
+    void CommitDictionary();
 
     // ---- file-level queries ----
     bool IsSubtypeSeen(int subtype) const { return m_data->m_options.IsSubtypeSeen(subtype); }
@@ -55,14 +60,11 @@ public:
     // the file has none.
     bool GetReleaseInfo(int release[3]) const;
     bool IsByteSwapped() const { return m_data->m_options.byteSwapped; }
-    double GetFileSysmis() const { return m_data->m_options.sysmis; }
     bool IsCompressed() const { return m_data->m_options.compressed; }
-    int GetState() const { return m_data->state; }
     const std::string& FileName() const { return m_data->fileName; }
     void SetFileName(std::string name) { m_data->fileName = std::move(name); }
     SystemFileInfo& Options() { return m_data->m_options; }
     const SystemFileInfo& Options() const { return m_data->m_options; }
-    int LiveIterators() const { return m_data->iterators; }
 
     // Product text of the header of a file written from this dataset.
     void SetProduct(std::string product) { m_data->m_options.product = std::move(product); }
@@ -111,6 +113,59 @@ private:
     void DiscardWriting() noexcept;
 
     std::unique_ptr<Data> m_data;
+};
+
+// Reads the cases of a file in state 2, one at a time into its buffer, from
+// any case on.
+class SystemFileDataSource::Iterator {
+public:
+    // Over caseBuffer (borrowed; it must hold CaseSize() cells and outlive
+    // the iterator) or, with null, over a buffer of its own.
+    Iterator(SystemFileDataSource& ds, void* caseBuffer);
+    Iterator(const Iterator&) = delete;
+    Iterator& operator=(const Iterator&) = delete;
+    ~Iterator();
+
+    bool CanSeek() const { return true; }
+    // True when the next read will return the case at caseIndex.
+    bool Seek(std::int64_t caseIndex);
+    // Index of the next case to be read.
+    std::int64_t Tell() const { return static_cast<std::int64_t>(pos_); }
+    // 1 when a case was read into the buffer, 0 at the end.
+    int ReadNext() { return ReadInto(reinterpret_cast<unsigned char*>(buffer_)); }
+    // The same, but the case goes straight into record (the dictionary's
+    // layout) and the buffer is left as it was.
+    int ReadNextInto(void* record) { return ReadInto(static_cast<unsigned char*>(record)); }
+    // The first cell of a variable in the buffer, in the layout the dataset
+    // had when the iterator was made.
+    char* GetValuePtr(int index) { return buffer_ + layout_.StartCell(index) * 8; }
+
+private:
+    // Reads the next case into caseCells, in the dictionary's layout: plain
+    // cases come from the read-ahead block, compressed ones are decoded
+    // there, and only files with very long strings go through a case of the
+    // file's own layout first.
+    int ReadInto(unsigned char* caseCells);
+    // Reads the plain case at pos_ into dst; returns the bytes found (fewer
+    // than a case at the end of the file). Sequential reading takes many
+    // cases with one stream call and hands them out one by one.
+    std::int64_t ReadPlain(unsigned char* dst, std::int64_t caseLen);
+
+    static constexpr std::size_t kReadAhead = 256 * 1024;
+
+    Data& data_;
+    ObsLayout layout_;
+    std::unique_ptr<char[]> owned_;
+    char* buffer_;
+    std::vector<unsigned char> ahead_;
+    std::uint64_t aheadCase_ = 0;
+    std::size_t aheadLen_ = 0;
+    std::uint64_t pos_ = 0;
+    std::int64_t streamCase_ = -1;
+    MURV_FileStream stream_;
+    // Set for a compressed file.
+    std::unique_ptr<CompressedSystemFile> compressed_;
+    std::vector<unsigned char> fileCase_;
 };
 
 }  // namespace murv

@@ -203,66 +203,7 @@ std::size_t BoundOf(long length) {
     return length < 0 ? kUnbounded : static_cast<std::size_t>(length);
 }
 
-// A wide, upper-cased copy of text for collation; false when some byte does
-// not decode. Short texts stay on the stack.
-class WideUpper {
-public:
-    bool Convert(const char* text) {
-        std::size_t pos = 0;
-        for (;;) {
-            const Unit unit = NextUnit(text + pos, kUnbounded, true);
-            if (unit.kind == UnitKind::kEnd) {
-                break;
-            }
-            if (unit.kind == UnitKind::kPlainByte) {
-                Push(unit.wide);
-            } else if (unit.kind == UnitKind::kCharacter) {
-                Push(static_cast<wchar_t>(std::towupper(static_cast<wint_t>(unit.wide))));
-            } else {
-                return false;
-            }
-            pos += unit.length;
-        }
-        Push(L'\0');
-        return true;
-    }
-    const wchar_t* Data() const { return heap_.empty() ? local_ : heap_.data(); }
-
-private:
-    void Push(wchar_t c) {
-        if (heap_.empty() && size_ < kLocal) {
-            local_[size_++] = c;
-            return;
-        }
-        if (heap_.empty()) {
-            heap_.assign(local_, local_ + size_);
-        }
-        heap_.push_back(c);
-        ++size_;
-    }
-    static constexpr std::size_t kLocal = 256;
-    wchar_t local_[kLocal] = {};
-    std::size_t size_ = 0;
-    std::vector<wchar_t> heap_;
-};
-
 }  // namespace
-
-int CharLength(const char* text) {
-    if (text == nullptr) {
-        return 0;
-    }
-    const Unit unit = NextUnit(text, kUnbounded, false);
-    // The NUL itself and every byte that starts no valid character count as 1.
-    return unit.kind == UnitKind::kCharacter ? static_cast<int>(unit.length) : 1;
-}
-
-std::size_t BoundedLength(const char* text, long max) {
-    if (text == nullptr || max == 0) {
-        return 0;
-    }
-    return WholePrefix(text, BoundOf(max));
-}
 
 void BoundedCopy(char* destination, std::size_t size, const char* source, std::size_t sourceLength,
                  char pad) {
@@ -283,33 +224,6 @@ void CopyPadded(char* destination, std::size_t size, const char* source, std::si
     }
     BoundedCopy(destination, size, source, sourceLength, ' ');
 }
-
-void CopyNulPadded(char* destination, const char* source, std::size_t length) {
-    if (destination == nullptr || source == nullptr || length == 0) {
-        return;
-    }
-    BoundedCopy(destination, length, source, length, '\0');
-}
-
-void TruncateAt(char* text, std::size_t n) {
-    if (text == nullptr) {
-        return;
-    }
-    text[n] = '\0';
-    // Walk whole characters; one that does not fit before n, or that is not
-    // a valid character of the locale, ends the text there. (Unlike the
-    // padded copies, which keep undecodable bytes inside a text, a cut text
-    // handed back to a caller ends at its first broken character.)
-    std::size_t pos = 0;
-    while (pos < n && text[pos] != '\0') {
-        const int len = CharacterLengthAt(text + pos, n - pos);
-        if (len <= 0) break;
-        pos += static_cast<std::size_t>(len);
-    }
-    std::memset(text + pos, 0, n - pos);
-}
-
-void ToUpper(char* text) { MapCase(text, kUnbounded, true); }
 
 void ToLower(char* text) { MapCase(text, kUnbounded, false); }
 
@@ -368,36 +282,6 @@ const char* FindLastChar(const char* text, char c) {
     return found;
 }
 
-int CollateIgnoringCase(const char* a, const char* b) {
-    if (a == nullptr) {
-        a = "";
-    }
-    if (b == nullptr) {
-        b = "";
-    }
-    WideUpper wa;
-    WideUpper wb;
-    if (wa.Convert(a) && wb.Convert(b)) {
-        return std::wcscoll(wa.Data(), wb.Data());
-    }
-    // A text the locale cannot decode has no place in its collation: order
-    // such pairs by their bytes, with ASCII letters folded so that case is
-    // still ignored where it is known.
-    for (std::size_t i = 0;; ++i) {
-        int ca = static_cast<unsigned char>(a[i]);
-        int cb = static_cast<unsigned char>(b[i]);
-        if (ca >= 'a' && ca <= 'z') {
-            ca -= 'a' - 'A';
-        }
-        if (cb >= 'a' && cb <= 'z') {
-            cb -= 'a' - 'A';
-        }
-        if (ca != cb || ca == 0) {
-            return ca - cb;
-        }
-    }
-}
-
 int CharacterLengthAt(const char* text, std::size_t n) {
     if (text == nullptr) {
         return 0;
@@ -453,6 +337,12 @@ std::string CaseFoldKey(std::string_view s) {
         pos += unit.length;
     }
     return key;
+}
+
+std::string_view TrimBlanks(std::string_view s) {
+    const std::size_t begin = s.find_first_not_of(' ');
+    if (begin == std::string_view::npos) return {};
+    return s.substr(begin, s.find_last_not_of(' ') - begin + 1);
 }
 
 std::string Truncated(std::string_view s, std::size_t n) {

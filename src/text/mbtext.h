@@ -16,15 +16,6 @@
 
 namespace murv::text {
 
-// Length in bytes of the character that starts at `text` (never more than
-// the bytes before the next NUL). A byte that does not start a valid,
-// complete character counts as 1.
-int CharLength(const char* text);
-
-// The longest prefix of whole, valid characters of `text` that ends at its NUL
-// and, when max >= 0, holds at most max bytes. Reads no byte at or beyond max.
-std::size_t BoundedLength(const char* text, long max);
-
 // Copies the longest whole-character prefix of source (at most
 // min(size, sourceLength) bytes, stopping at a NUL) and fills the rest of the
 // size bytes of destination with pad.
@@ -36,20 +27,9 @@ void BoundedCopy(char* destination, std::size_t size, const char* source, std::s
 // non-zero length (a null source with length 0 blanks the destination).
 void CopyPadded(char* destination, std::size_t size, const char* source, std::size_t sourceLength);
 
-// Character-safe bounded copy of at most length bytes, NUL padded; the
-// destination is not terminated when the copy fills it. Does nothing when an
-// argument is null or 0.
-void CopyNulPadded(char* destination, const char* source, std::size_t length);
-
-// Cuts the buffer to at most n bytes on a character boundary: byte n and
-// every byte from the end of the last whole valid character up to n become
-// NUL. The buffer must hold at least n + 1 bytes.
-void TruncateAt(char* text, std::size_t n);
-
 // In-place case mapping of the whole NUL-terminated text, or of its first n
 // bytes. Stops at the first byte sequence that does not decode. A character
 // whose mapping would take a different number of bytes is left as it is.
-void ToUpper(char* text);
 void ToLower(char* text);
 void ToUpperN(char* text, std::size_t n);
 
@@ -63,9 +43,6 @@ bool EqualIgnoringCase(const char* a, long lengthA, const char* b, long lengthB,
 // The last occurrence of the single-byte character c that begins a
 // character (is not a trail byte of a multibyte character), or null.
 const char* FindLastChar(const char* text, char c);
-
-// Case-insensitive collation under the locale: negative, 0 or positive.
-int CollateIgnoringCase(const char* a, const char* b);
 
 // The runtime's multibyte length of the character at text, looking at no
 // more than n bytes: >0 a character of that many bytes, 0 the NUL, -1 an
@@ -85,6 +62,9 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b);
 // which EqualIgnoringCase is true (and that decode cleanly) have the same
 // key, and texts with equal keys compare equal.
 std::string CaseFoldKey(std::string_view s);
+
+// s without its leading and trailing blanks.
+std::string_view TrimBlanks(std::string_view s);
 
 // The longest prefix of whole valid characters of s that holds at most n
 // bytes (s may contain no NUL; one ends the text).

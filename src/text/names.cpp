@@ -1,6 +1,7 @@
 // Name rules for variables, multiple-response sets and attribute names.
 #include "text/names.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -90,23 +91,24 @@ int ClassifyExtended(const char* text) {
     return kOrdinary;
 }
 
+std::string_view NamePart(std::string_view name) {
+    name = name.substr(0, std::min(name.size(), static_cast<std::size_t>(kMaxNameBytes)));
+    return text::TrimBlanks(name.substr(0, name.find('\0')));
+}
+
+std::string_view NamePart(const char* name) {
+    return name ? NamePart(std::string_view(name, strnlen(name, kMaxNameBytes))) : std::string_view();
+}
+
+std::string NameKey(std::string_view name) { return text::UpperCopy(NamePart(name)); }
+
 int ValidateVarname(const char* name) {
     // The first 64 bytes as they come, a plain byte count: a longer name is
     // judged on its beginning and never fails for its length alone.
     char copy[kMaxNameBytes + 1] = {};
-    if (name != nullptr) {
-        std::size_t length = 0;
-        while (length < static_cast<std::size_t>(kMaxNameBytes) && name[length] != '\0') {
-            ++length;
-        }
-        std::memcpy(copy, name, length);
-    }
-    const char* start = copy;
-    while (*start == ' ') {
-        ++start;
-    }
-    // Classify already ignores trailing blanks.
-    const int result = Classify(start);
+    const std::string_view part = NamePart(name);
+    if (!part.empty()) std::memcpy(copy, part.data(), part.size());
+    const int result = Classify(copy);
     switch (result) {
     case kOrdinary:
     case kScratch:

@@ -1,6 +1,9 @@
 // Name rules for variables, multiple-response sets and attribute names.
 #pragma once
 
+#include <string>
+#include <string_view>
+
 namespace murv::names {
 
 // Verdicts of the name classification.
@@ -24,6 +27,15 @@ int Classify(const char* text);
 // Classify, and for an ordinary name also refuse a last "." or "_" that ends
 // the text or is followed by a byte below 33 (7 or 100).
 int ClassifyExtended(const char* text);
+
+// The part of a name that counts in lookups and checks: its first 64 bytes
+// (up to a NUL), without leading and trailing blanks.
+std::string_view NamePart(std::string_view name);
+// The same for a NUL-terminated name; a null name has none.
+std::string_view NamePart(const char* name);
+// The key under which a name is looked up without regard to case: its part
+// that counts, upper-cased under the current locale.
+std::string NameKey(std::string_view name);
 
 // The verdict of the exported name check: the first 64 bytes of the name,
 // without leading and trailing blanks, classified; 0 to 6. A null name is

@@ -84,7 +84,7 @@ std::vector<std::pair<std::string, std::string>> ComputeShortNames(const MURV_Da
             const std::string suffix = Suffix(k);
             const int room = 8 - static_cast<int>(suffix.size()) - 1;
             const std::string prefix = room < 2 ? std::string() : WholeCharPrefix(upper, static_cast<std::size_t>(room));
-            if (prefix.empty()) ErrorText::Throw(kDataSourceMessages, kErrNoShortName, v.GetName());
+            if (prefix.empty()) ErrorText::Throw(kErrNoShortName, v.GetName());
             if (take(i, prefix + "_" + suffix)) {
                 ++k;
                 break;

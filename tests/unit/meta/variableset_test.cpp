@@ -173,7 +173,6 @@ TEST(VariableSetLine, MembersAreUniqueWithoutRegardToCase)
     EXPECT_TRUE(set.AddVariable("Income"));
     EXPECT_FALSE(set.AddVariable("INCOME"));
     EXPECT_FALSE(set.AddVariable(""));
-    EXPECT_TRUE(set.HasVariable("income"));
     set.SetVariables({"b", "a", "B", "c"});
     EXPECT_EQ(set.GetVariables(), (Names{"b", "a", "c"}));
     EXPECT_EQ(set.KeepVariablesIf([](const std::string& m) { return m != "a"; }), 1u);
@@ -249,9 +248,9 @@ TEST(VariableSetList, DisplayLabelComesFromFirstLabelledMember)
     MemoryDataSource ds;
     ds.Add(0, "Q1");
     ds.AddVariable(0).SetName("q2");
-    ds.GetVariable(1).SetLabel("");
+    ds.GetVariable(1).SetLabel("", 0);
     ds.AddVariable(0).SetName("q3");
-    ds.GetVariable(2).SetLabel("Third question");
+    ds.GetVariable(2).SetLabel("Third question", 14);
 
     Set set = Parsed("$q=E 11 1 1 0  missing q1 Q2 q3");
     set.SetLabel("stored");

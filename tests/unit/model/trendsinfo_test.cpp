@@ -33,20 +33,6 @@ protected:
     int year = -1, month = -1, key = -1, other = -1;
 };
 
-TEST_F(TrendsInfoTest, ADeclarationThatQualifiesValidates)
-{
-    Declare();
-    MURV_TrendsInfo& info = ds.GetTrendsInfo();
-    EXPECT_TRUE(info.Validate());
-    EXPECT_EQ(info.NDateVars(), 2);
-    int index = -1, kind = -1, extra = -1;
-    ASSERT_TRUE(info.GetDateVar(1, &index, &kind, &extra));
-    EXPECT_EQ(index, month);
-    EXPECT_EQ(kind, MURV_TrendsInfo::e_MONTH);
-    EXPECT_EQ(extra, 12);
-    EXPECT_EQ(info.Entries()[2].id, ds.GetVariable(key).GetID());
-}
-
 TEST_F(TrendsInfoTest, EntriesFollowTheirVariablesWhenTheyMove)
 {
     Declare();
@@ -111,16 +97,6 @@ TEST_F(TrendsInfoTest, ADeletedDateKeyIsOnlyCleared)
     EXPECT_EQ(info.NDateVars(), 0);
 }
 
-TEST_F(TrendsInfoTest, LowerCaseNamesQualify)
-{
-    MemoryDataSource lower;
-    lower.Add(0, "year_");
-    MURV_TrendsInfo& info = lower.GetTrendsInfo();
-    ASSERT_TRUE(info.SetNDateVars(1));
-    ASSERT_TRUE(info.SetDateVar(0, 0, MURV_TrendsInfo::e_YEAR, 1));
-    EXPECT_TRUE(info.Validate());
-}
-
 TEST_F(TrendsInfoTest, OutOfRangeCountsAndIndexesAreRefused)
 {
     MURV_TrendsInfo& info = ds.GetTrendsInfo();
@@ -144,42 +120,10 @@ TEST_F(TrendsInfoTest, OutOfRangeCountsAndIndexesAreRefused)
     EXPECT_TRUE(info.Validate());
 }
 
-TEST_F(TrendsInfoTest, KindNoneStoresOnlyTheKind)
-{
-    Declare();
-    MURV_TrendsInfo& info = ds.GetTrendsInfo();
-    ASSERT_TRUE(info.SetDateVar(0, other, MURV_TrendsInfo::e_NONE, 77));
-    int index = -1, kind = -1, extra = -1;
-    info.GetDateVar(0, &index, &kind, &extra);
-    EXPECT_EQ(index, year);
-    EXPECT_EQ(kind, 0);
-    EXPECT_EQ(extra, 11);
-}
-
-TEST_F(TrendsInfoTest, ResetAndSeriesSettings)
-{
-    MURV_TrendsInfo& info = ds.GetTrendsInfo();
-    EXPECT_FALSE(info.GetSeriesFlag());
-    EXPECT_EQ(info.GetSeriesFlagValue(), 1);
-    info.SetSeriesIntegers(6, 7);
-    info.SetSeriesFlag(false, 9);
-    Declare();  // SetNDateVars resets, keeping settings
-    int first = 0, second = 0;
-    info.GetSeriesIntegers(&first, &second);
-    EXPECT_EQ(first, 1);
-    EXPECT_EQ(second, 1);
-    EXPECT_EQ(info.GetSeriesFlagValue(), 1);  // the flag was off
-
-    info.SetSeriesFlag(true, 9);
-    info.Reset(true);
-    EXPECT_TRUE(info.GetSeriesFlag());
-    EXPECT_EQ(info.GetSeriesFlagValue(), 9);
-}
-
 TEST_F(TrendsInfoTest, CopiesOfTheDatasetValidateAgainstThemselves)
 {
     Declare();
-    MemoryDataSource copy(&ds);
+    MemoryDataSource copy(ds);
     EXPECT_EQ(copy.GetTrendsInfo().GetDataSource(), &copy);
     copy.GetVariable(year).SetName("YR");
     EXPECT_FALSE(copy.GetTrendsInfo().Validate());

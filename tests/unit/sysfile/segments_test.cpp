@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "model/caseiterator.h"
 #include "model/datasource.h"
 #include "support/locale_guard.h"
 #include "sysfile/ext/shortnames.h"
@@ -29,10 +28,7 @@ TEST(Segments, Arithmetic) {
     EXPECT_EQ(RestWidth(256), 4);
 }
 
-// A test dataset: every dataset must say how it is read.
-struct Plain : MURV_DataSource {
-    std::unique_ptr<MURV_InputCaseIterator> NewInputCaseIterator(void*) override { return nullptr; }
-};
+using Plain = MURV_DataSource;
 
 TEST(Segments, CharactersNeverStraddleSegments) {
     MURV_USE_LOCALE(guard, "zh_CN.GBK");

@@ -2,6 +2,7 @@
 // reader's handling of files the writer never makes.
 #include "sysfile/systemfile.h"
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -10,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include "model/caseiterator.h"
 #include "model/constants.h"
 #include "port/errors.h"
 #include "support/byte_builder.h"
@@ -52,21 +52,21 @@ struct SystemFile : ::testing::Test {
     static void Define(MURV_DataSource& ds) {
         auto& age = ds.AddVariable(0);
         age.SetName("Age");
-        age.SetLabel("Age at interview");
+        age.SetLabel("Age at interview", 16);
         double lo = 0, hi = 17, d = 999;
-        age.SetMissingRange(&lo, &hi, &d);
+        age.SetMissingValues(-3, &lo, &hi, &d);
         ds.AddVariable(12).SetName("name");
         auto& score = ds.AddVariable(0);
         score.SetName("score");
         ds.AddVariable(1).SetName("code");
         ds.AddVariable(255).SetName("long");
         MURV_ValueLabelMap shared;
-        shared.SetNumericLabel(1, "one");
-        shared.SetNumericLabel(-2.5, "minus two and a half");
+        shared.SetLabel(NumericKey(1), "one");
+        shared.SetLabel(NumericKey(-2.5), "minus two and a half");
         ds.GetVariable(0).SetValueLabels(shared);
         ds.GetVariable(2).SetValueLabels(shared);
         MURV_ValueLabelMap codes;
-        codes.SetStringLabel("a", "alpha");
+        codes.SetLabel(StringKey("a"), "alpha");
         ds.GetVariable(3).SetValueLabels(codes);
         ds.GetVariable(2).SetMeasureLevel(3);
         ds.GetVariable(2).SetColumnWidth(14);
@@ -113,15 +113,19 @@ TEST_F(SystemFile, RoundTripPlainAndCompressed) {
         EXPECT_EQ(rd.GetVariable(4).GetType(), 255);
         ASSERT_NE(rd.GetVariable(0).GetLabel(), nullptr);
         EXPECT_EQ(*rd.GetVariable(0).GetLabel(), "Age at interview");
-        EXPECT_TRUE(rd.GetVariable(0).IsMissing(5.0));
-        EXPECT_TRUE(rd.GetVariable(0).IsMissing(999.0));
-        EXPECT_FALSE(rd.GetVariable(0).IsMissing(18.0));
+        const char* slots[3] = {};
+        EXPECT_EQ(rd.GetVariable(0).GetMissingValues(&slots[0], &slots[1], &slots[2]), -3);
+        for (int k = 0; k < 3; ++k) {
+            double value;
+            std::memcpy(&value, slots[k], 8);
+            EXPECT_EQ(value, (std::array<double, 3>{0, 17, 999}[k]));
+        }
         const auto a = rd.GetVariable(0).GetValueLabels();
         const auto b = rd.GetVariable(2).GetValueLabels();
-        EXPECT_TRUE(a.SharesBodyWith(b)) << "one record read back as one shared set";
-        ASSERT_NE(a.GetNumericLabel(-2.5), nullptr);
-        EXPECT_EQ(*a.GetNumericLabel(-2.5), "minus two and a half");
-        ASSERT_NE(rd.GetVariable(3).GetValueLabels().GetStringLabel("a"), nullptr);
+        EXPECT_TRUE(a.BodyIdentity() == b.BodyIdentity()) << "one record read back as one shared set";
+        ASSERT_NE(a.GetLabel(NumericKey(-2.5)), nullptr);
+        EXPECT_EQ(*a.GetLabel(NumericKey(-2.5)), "minus two and a half");
+        ASSERT_NE(rd.GetVariable(3).GetValueLabels().GetLabel(StringKey("a")), nullptr);
         EXPECT_EQ(rd.GetVariable(2).GetMeasureLevel(), 3);
         EXPECT_EQ(rd.GetVariable(2).GetColumnWidth(), 14);
         EXPECT_EQ(rd.GetWeightVarIndex(), 2);
@@ -210,11 +214,11 @@ TEST_F(SystemFile, ValueLabelRecordsFollowSharing) {
         SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
         for (const char* n : {"a", "b", "c"}) ds.AddVariable(0).SetName(n);
         MURV_ValueLabelMap shared;
-        shared.SetNumericLabel(1, "1234567");  // 1 + 7: no padding
+        shared.SetLabel(NumericKey(1), "1234567");  // 1 + 7: no padding
         ds.GetVariable(0).SetValueLabels(shared);
         ds.GetVariable(1).SetValueLabels(shared);
         MURV_ValueLabelMap equal;
-        equal.SetNumericLabel(1, "1234567");
+        equal.SetLabel(NumericKey(1), "1234567");
         ds.GetVariable(2).SetValueLabels(equal);
         ds.CommitDictionary();
     }
@@ -320,7 +324,7 @@ TEST_F(SystemFile, ReadsBigEndianFiles) {
     EXPECT_TRUE(rd.IsByteSwapped());
     ASSERT_EQ(rd.ColumnCount(), 2u);
     EXPECT_EQ(rd.GetVariable(1).GetType(), 9);
-    ASSERT_NE(rd.GetVariable(0).GetValueLabels().GetNumericLabel(1.0), nullptr);
+    ASSERT_NE(rd.GetVariable(0).GetValueLabels().GetLabel(NumericKey(1.0)), nullptr);
     int release[3];
     ASSERT_TRUE(rd.GetReleaseInfo(release));
     EXPECT_EQ(release[0], 15);
@@ -360,9 +364,9 @@ TEST_F(SystemFile, VariableRecordLabelPadding) {
     {
         SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
         ds.AddVariable(0).SetName("a");
-        ds.GetVariable(0).SetLabel("12345");
+        ds.GetVariable(0).SetLabel("12345", 5);
         ds.AddVariable(0).SetName("b");
-        ds.GetVariable(1).SetLabel("12345678");
+        ds.GetVariable(1).SetLabel("12345678", 8);
         ds.CommitDictionary();
     }
     const auto bytes = FileBytes(path);

@@ -245,6 +245,14 @@ class Spill {
 public:
     Spill() : buf_(new char[kLimit + kSlack]), p_(buf_.get()) {}
     ~Spill() {
+        if (writer_.joinable()) {
+            {
+                std::lock_guard lock(mutex_);
+                quit_ = true;
+            }
+            changed_.notify_all();
+            writer_.join();
+        }
         if (file_) std::fclose(file_);
     }
     // Room for `n` more bytes at Out().
@@ -289,6 +297,7 @@ public:
         end_ = p_;
         if (file_) {
             Drain();
+            WaitForWriter();
             if (std::fflush(file_) != 0 || std::fseek(file_, 0, SEEK_SET) != 0)
                 throw Failure(kExitIo, std::string("temporary file: ") + std::strerror(errno));
             end_ = buf_.get();
@@ -328,20 +337,57 @@ private:
     // than this goes to a temporary file.
     static constexpr std::size_t kLimit = 4u << 20;
     static constexpr std::size_t kSlack = 64u << 10;
+    // A full buffer goes to the temporary file on a thread of its own while
+    // the other buffer fills.
     void Drain() {
         if (!file_) {
             file_ = std::tmpfile();
             if (!file_) throw Failure(kExitIo, std::string("cannot make a temporary file: ") + std::strerror(errno));
+            spare_.reset(new char[kLimit + kSlack]);
+            writer_ = std::thread([this] { WriteOut(); });
         }
         const std::size_t n = static_cast<std::size_t>(p_ - buf_.get());
-        if (n && std::fwrite(buf_.get(), 1, n, file_) != n)
-            throw Failure(kExitIo, std::string("writing the temporary file: ") + std::strerror(errno));
+        WaitForWriter();
+        if (n) {
+            std::lock_guard lock(mutex_);
+            std::swap(buf_, spare_);
+            pending_ = n;
+            changed_.notify_all();
+        }
         p_ = buf_.get();
+    }
+    // Waits until the writing thread has written what it was given.
+    void WaitForWriter() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return pending_ == 0; });
+        if (error_) throw Failure(kExitIo, std::string("writing the temporary file: ") + std::strerror(error_));
+    }
+    void WriteOut() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            changed_.wait(lock, [&] { return pending_ != 0 || quit_; });
+            if (pending_ == 0) return;
+            const std::size_t n = pending_;
+            lock.unlock();
+            const bool ok = std::fwrite(spare_.get(), 1, n, file_) == n;
+            const int err = errno;
+            lock.lock();
+            if (!ok && !error_) error_ = err ? err : EIO;
+            pending_ = 0;
+            changed_.notify_all();
+        }
     }
     // No cell is longer than 32767 bytes and a few more, well within the slack.
     void Grow(std::size_t) { throw Failure(kExitIo, "a value too long for the spill buffer"); }
 
     std::unique_ptr<char[]> buf_;
+    std::unique_ptr<char[]> spare_;  // the buffer being written out
+    std::thread writer_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::size_t pending_ = 0;  // bytes of spare_ still to be written
+    bool quit_ = false;
+    int error_ = 0;
     char* p_;
     char* end_ = nullptr;
     std::FILE* file_ = nullptr;

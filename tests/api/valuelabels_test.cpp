@@ -111,26 +111,37 @@ TEST_F(ValueLabels, NumericLabelsAreKeptInValueOrder) {
         EXPECT_EQ(rc, code) << var << ' ' << value;
     }
     EXPECT_EQ(GetNumericSet(h_, "income").rc, MURV_RC_NO_VALUE_LABELS);
+
+    // NaN is one value, after every number.
+    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", std::nan(""), "nan"), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", std::nan(""), "NaN"), MURV_RC_OK);
+    const NumericSet withNan = GetNumericSet(h_, "age");
+    ASSERT_EQ(withNan.values.size(), 8u);
+    EXPECT_TRUE(std::isnan(withNan.values.back()));
+    EXPECT_EQ(withNan.labels.back(), "NaN");
 }
 
 TEST_F(ValueLabels, StringValuesAreEightBlankPaddedBytes) {
+    MURV_USE_LOCALE(guard, "C");  // every byte a character
     // A value too long is refused before anything else, the handle included.
     EXPECT_EQ(murvSetVarCValueLabel(99, "s8", "123456789", "x"), MURV_RC_STRING_TOO_LONG);
     EXPECT_EQ(murvSetVarCValueLabel(99, "s8", "a", "x"), MURV_RC_BAD_HANDLE);
 
     for (const auto& [value, label] : {std::pair{"b", "bee"}, {"ab", "ay bee"}, {"a       ", "ay"},
-                                       {"12345678", "digits"}, {"a", "AY"}})
+                                       {"12345678", "digits"}, {"a", "AY"}, {"aaaaaaa\xB0", "high"}})
         EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", value, label), MURV_RC_OK);
     EXPECT_EQ(Label(h_, "s8", "a  "), "AY");  // "a" and "a       " are one value
     EXPECT_EQ(Label(h_, "s8", "123456789 and more"), "digits");  // lookups use the first 8 bytes
     char label[61];
     EXPECT_EQ(murvGetVarCValueLabel(h_, "s8", "c", label), MURV_RC_NO_LABEL);
 
-    // The map's order: "b" before "ab", whose last differing byte decides.
+    // The map's order is that of the bytes read as a little-endian double:
+    // "b" before "ab", whose last differing byte decides, and a high eighth
+    // byte, the sign, first.
     const StringSet set = GetStringSet(h_, "s8");
     ASSERT_EQ(set.rc, MURV_RC_OK);
-    EXPECT_EQ(set.values, (Texts{"a       ", "b       ", "ab      ", "12345678"}));
-    EXPECT_EQ(set.labels, (Texts{"AY", "bee", "ay bee", "digits"}));
+    EXPECT_EQ(set.values, (Texts{"aaaaaaa\xB0", "a       ", "b       ", "ab      ", "12345678"}));
+    EXPECT_EQ(set.labels, (Texts{"high", "AY", "bee", "ay bee", "digits"}));
     // Values are handed out as wide as the variable.
     EXPECT_EQ(murvSetVarCValueLabel(h_, "s4", "x", "ex"), MURV_RC_OK);
     EXPECT_EQ(GetStringSet(h_, "s4").values, (Texts{"x   "}));
@@ -201,6 +212,9 @@ TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
     // Four two-byte characters make an 8-byte value.
     EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", (e + e + e + e).c_str(), "four"), MURV_RC_OK);
     EXPECT_EQ(Label(h_, "s8", (e + e + e + e).c_str()), "four");
+    // A lookup cuts the value to 8 bytes without splitting a character.
+    EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", "abcdefg", "seven"), MURV_RC_OK);
+    EXPECT_EQ(Label(h_, "s8", ("abcdefg" + e).c_str()), "seven");
 }
 
 TEST_F(ValueLabels, LongGettersWithSmallBuffers) {

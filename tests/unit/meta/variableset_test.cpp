@@ -163,10 +163,6 @@ TEST(VariableSetList, TextsReadLineByLineWithLaterNamesReplacingEarlier)
     EXPECT_EQ(SetNames(list), (Names{"V1", "v2"}));
     EXPECT_EQ(list[0].GetVariables(), Names{"c"});
 
-    MemoryDataSource empty;
-    PutRecord(empty, 5, "x");
-    EXPECT_TRUE(ReadVariableSets(empty, kVarSets).empty());
-    EXPECT_TRUE(ReadVariableSets(empty, kMultResp).empty());
 }
 
 TEST(VariableSetList, StoringOneKindLeavesTheOtherRecordsAlone)

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -155,9 +156,36 @@ TEST(Settings, TempDirAndLocale) {
     EXPECT_EQ(murvSetLocale(99, "C"), nullptr);
     EXPECT_EQ(murvSetLocale(-1, "C"), nullptr);
 
-    // The locale chosen through the library decides what a character is.
-    if (murvSetLocale(MURV_LC_ALL, "zh_CN.GBK") == nullptr) GTEST_SKIP() << "test locale zh_CN.GBK missing";
-    EXPECT_EQ(murvValidateVarname("\xb0\xa1\xb0\xa2"), 0);  // two double-byte characters
+}
+
+// The name check's verdicts (0 ordinary, 1 "#", 2 "$", 3 empty, 4 bad
+// character, 5 reserved word, 6 bad first byte), under the locale chosen
+// through the library, which decides what a character is. A name is judged
+// on its first 64 bytes, without its blanks.
+TEST(ValidateVarname, VerdictsUnderEachLocale) {
+    const std::string zhong = "\xD6\xD0", cutAt64 = std::string(63, 'a') + zhong;
+    const struct {
+        const char* locale;
+        std::string name;
+        int verdict;
+    } rows[] = {
+        {"C", "", 3},           {"C", "   ", 3},        {"C", "1abc", 6},     {"C", "_x", 6},
+        {"C", ".x", 6},         {"C", "a b", 4},        {"C", "a-b", 4},      {"C", "by", 5},
+        {"C", "With", 5},       {"C", " eq ", 5},       {"C", "WITHIN", 0},   {"C", "#tmp", 1},
+        {"C", "$set", 2},       {"C", "@x", 0},         {"C", "  age  ", 0},  {"C", "a.b_c@1", 0},
+        {"C", std::string(64, 'v') + "!? x", 0},        {"C", std::string(63, 'v') + " !", 0},
+        {"C", zhong, 0},        {"C", cutAt64, 0},      {"zh_CN.GBK", zhong, 0}, {"zh_CN.GBK", "\xD6", 4},
+        {"zh_CN.GBK", "\xb0\xa1\xb0\xa2", 0},
+        {"zh_CN.GBK", cutAt64, 4},  // the plain 64-byte cut splits the last character
+        {"en_US.UTF-8", "gr\xC3\xB6\xC3\x9F" "e", 0}, {"en_US.UTF-8", "gr\xF6\xDF" "e", 4},
+        {"en_US.UTF-8", "$\xC3\xA9", 2},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.locale << " \"" << row.name << '"');
+        ASSERT_NE(murvSetLocale(MURV_LC_ALL, row.locale), nullptr);
+        EXPECT_EQ(murvValidateVarname(row.name.c_str()), row.verdict);
+    }
+    EXPECT_EQ(murvValidateVarname(nullptr), 3);
     murvSetLocale(MURV_LC_ALL, "C");
 }
 

@@ -202,28 +202,59 @@ TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
 }
 
 TEST(Metadata, AttributesRoundTrip) {
-    for (bool compressed : {false, true}) {
-        TempDir dir;
-        const std::string path = dir.File("f.murv");
-        int h = NewFile(path, compressed);
-        const char* names[] = {"Color[2]", "Size", "Color[3]", "$CreationDate"};
-        const char* values[] = {"blue", "big", "green", "2026-11-23"};
-        EXPECT_EQ(murvSetFileAttributes(h, names, values, 4), MURV_RC_OK);
-        EXPECT_EQ(murvAddFileAttribute(h, "Note", -1, "first"), MURV_RC_OK);
-        EXPECT_EQ(murvAddFileAttribute(h, "Note", 2, "second"), MURV_RC_OK);
-        const char* vnames[] = {"Source"};
-        const char* vvalues[] = {"survey"};
-        EXPECT_EQ(murvSetVarAttributes(h, "AGE", vnames, vvalues, 1), MURV_RC_OK);
-        EXPECT_EQ(murvAddVarAttribute(h, "age", "Unit", -1, "years"), MURV_RC_OK);
-        const Pairs expectFile = {{"Color[2]", "blue"}, {"Color[3]", "green"}, {"Size", "big"},
-                                  {"$CreationDate", "2026-11-23"}, {"Note[1]", "first"}, {"Note[2]", "second"}};
-        EXPECT_EQ(FileAttributes(h), expectFile);
-        int r = Reopen(h, path);
-        EXPECT_EQ(FileAttributes(r), expectFile);
-        EXPECT_EQ(VarAttributes(r, "age"), (Pairs{{"Source", "survey"}, {"Unit", "years"}}));
-        EXPECT_EQ(VarAttributes(r, "name"), Pairs{});
-        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    TempDir dir;
+    const std::string path = dir.File("f.murv");
+    int h = NewFile(path);
+    const char* names[] = {"Color[2]", "Size", "Color[3]", "$CreationDate", "Ten[010]", "Ten[1]"};
+    const char* values[] = {"blue", "big", "green", "2026-11-23", "x", "y"};
+    EXPECT_EQ(murvSetFileAttributes(h, names, values, 6), MURV_RC_OK);
+    EXPECT_EQ(murvAddFileAttribute(h, "Note", -1, "first"), MURV_RC_OK);
+    EXPECT_EQ(murvAddFileAttribute(h, "Note", 2, "second"), MURV_RC_OK);
+    const char* vnames[] = {"Source"};
+    const char* vvalues[] = {"survey"};
+    EXPECT_EQ(murvSetVarAttributes(h, "AGE", vnames, vvalues, 1), MURV_RC_OK);
+    EXPECT_EQ(murvAddVarAttribute(h, "age", "Unit", -1, "years"), MURV_RC_OK);
+    const Pairs expectFile = {{"Color[2]", "blue"}, {"Color[3]", "green"}, {"Size", "big"},
+                              {"$CreationDate", "2026-11-23"}, {"Ten[01]", "y"}, {"Ten[10]", "x"},
+                              {"Note[1]", "first"}, {"Note[2]", "second"}};
+    EXPECT_EQ(FileAttributes(h), expectFile);
+    int r = Reopen(h, path);
+    EXPECT_EQ(FileAttributes(r), expectFile);
+    EXPECT_EQ(VarAttributes(r, "age"), (Pairs{{"Source", "survey"}, {"Unit", "years"}}));
+    EXPECT_EQ(VarAttributes(r, "name"), Pairs{});
+    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+}
+
+// Names an attribute may take: ordinary names, not ending in "." or "_",
+// and of the "$" names only those reserved for the owner (file, variable).
+TEST(Metadata, AttributeNamesByOwner) {
+    TempDir dir;
+    int h = NewFile(dir.File("f.murv"));
+    const std::string long64(64, 'a'), long65(65, 'a');
+    const int ok = MURV_RC_OK, bad = MURV_RC_BAD_ATTR_NAME;
+    const struct {
+        const char* locale;
+        const char* name;
+        int file, variable;
+    } rows[] = {
+        {"C", "$ExtendedVariableLabel", bad, ok}, {"C", "$ExtendedFileLabel", ok, bad}, {"C", "$vd.sruleref", bad, ok},
+        {"C", "$VD.CRule", ok, bad},  {"C", "$creationdate", ok, ok}, {"C", "$Other", bad, bad},
+        {"C", "Colour", ok, ok},      {"C", "1Colour", bad, bad},     {"C", "#tmp", bad, bad},
+        {"C", "total.", bad, bad},    {"C", "total. ", bad, bad},     {"C", "total_", bad, bad},
+        {"C", "a._", bad, bad},       {"C", "a_.", bad, bad},         {"C", "to_tal", ok, ok},
+        {"C", "By", bad, bad},        {"C", "a b", bad, bad},         {"C", " abc", bad, bad},
+        {"C", long64.c_str(), ok, ok}, {"C", long65.c_str(), bad, bad},
+        // 0x5F is a trail byte under GBK, an underscore under C.
+        {"C", "ab\x81\x5F", bad, bad}, {"zh_CN.GBK", "ab\x81\x5F", ok, ok}, {"zh_CN.GBK", "ab\x81\x5F_", bad, bad},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.locale << " \"" << row.name << '"');
+        ASSERT_NE(murvSetLocale(MURV_LC_ALL, row.locale), nullptr);
+        EXPECT_EQ(murvAddFileAttribute(h, row.name, -1, "v"), row.file);
+        EXPECT_EQ(murvAddVarAttribute(h, "age", row.name, -1, "v"), row.variable);
     }
+    murvSetLocale(MURV_LC_ALL, "C");
+    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
 }
 
 TEST(Metadata, AttributeErrorsLeaveTheOldSet) {
@@ -232,11 +263,17 @@ TEST(Metadata, AttributeErrorsLeaveTheOldSet) {
     const char* good[] = {"Keep"};
     const char* goodValues[] = {"me"};
     ASSERT_EQ(murvSetFileAttributes(h, good, goodValues, 1), MURV_RC_OK);
-    for (const char* bad : {"A[0]", "A[]", "A[x]", "A[1]b", "A]", "1A", "A.", "#A", "A[2147483647]"}) {
+    for (const char* bad : {"A[0]", "A[]", "A[x]", "A[1]b", "A]", "A[1]]", "A[[1]", "A[-1]", "A[+1]", "A[ 1]",
+                            "A[2147483647]", "A[99999999999999999999999]", "[1]", "A[1", "1A[1]", "$Unknown", "1A",
+                            "A.", "#A", "$ExtendedVariableLabel"}) {
         const char* names[] = {"Other", bad};
         const char* values[] = {"v", "v"};
         EXPECT_EQ(murvSetFileAttributes(h, names, values, 2), MURV_RC_BAD_ATTR_NAME) << bad;
     }
+    // A position far past the values held is refused rather than filled.
+    const char* far[] = {"$ExtendedFileLabel[2147483646]"};
+    EXPECT_EQ(murvSetFileAttributes(h, far, goodValues, 1), MURV_RC_BAD_ATTR_DEF);
+    EXPECT_EQ(murvAddFileAttribute(h, "Keep", 1000002, "v"), MURV_RC_BAD_ATTR_DEF);
     EXPECT_EQ(murvSetFileAttributes(h, nullptr, goodValues, 1), MURV_RC_BAD_ATTR_DEF);
     EXPECT_EQ(murvAddFileAttribute(h, "A", 0, "v"), MURV_RC_BAD_ATTR_DEF);
     EXPECT_EQ(murvAddFileAttribute(h, "A", -2, "v"), MURV_RC_BAD_ATTR_DEF);
@@ -244,9 +281,6 @@ TEST(Metadata, AttributeErrorsLeaveTheOldSet) {
     EXPECT_EQ(murvAddFileAttribute(h, nullptr, 1, "v"), MURV_RC_BAD_ATTR_DEF);
     EXPECT_EQ(murvAddFileAttribute(h, "A[1]", 1, "v"), MURV_RC_BAD_ATTR_NAME);
     EXPECT_EQ(murvAddVarAttribute(h, "nosuch", "A", 1, "v"), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(murvAddVarAttribute(h, "age", "$ExtendedFileLabel", -1, "v"), MURV_RC_BAD_ATTR_NAME)
-        << "a reserved name of the file is not one of a variable";
-    EXPECT_EQ(murvAddVarAttribute(h, "age", "$ExtendedVariableLabel", -1, "v"), MURV_RC_OK);
     EXPECT_EQ(FileAttributes(h), (Pairs{{"Keep", "me"}}));
     // Empty names and values are skipped, not errors.
     const char* names[] = {"", "X", nullptr};

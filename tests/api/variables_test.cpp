@@ -164,6 +164,10 @@ TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 4, &len), MURV_RC_OK);
     EXPECT_STREQ(buf, "\xC3\xA9");
     EXPECT_EQ(len, 2);
+    // Names are found by the locale's case mapping.
+    Define({{"caf\xC3\xA9", 0}});
+    double vh = -1;
+    EXPECT_EQ(murvGetVarHandle(h, "CAF\xC3\x89", &vh), MURV_RC_OK);
 }
 
 TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariable) {
@@ -225,6 +229,9 @@ TEST_F(VariableCalls, DisplayPropertiesIgnoreValuesOutOfRange) {
     Define({{"n", 0}, {"s", 200}});
     EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
     EXPECT_EQ(Display(h, "s"), (std::array{0, 50, 1}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "n"), (std::array{5, 2, 8}));
+    EXPECT_EQ(Format(murvGetVarWriteFormat, h, "n"), (std::array{5, 2, 8}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "s"), (std::array{1, 0, 200}));
     for (int bad : {-1, 3}) EXPECT_EQ(murvSetVarAlignment(h, "n", bad), MURV_RC_OK);
     for (int bad : {0, -5, 70000}) EXPECT_EQ(murvSetVarColumnWidth(h, "n", bad), MURV_RC_OK);
     for (int bad : {-1, 4}) EXPECT_EQ(murvSetVarMeasureLevel(h, "n", bad), MURV_RC_OK);

@@ -49,63 +49,23 @@ Names SetNames(const MURV_VariableSetList& list)
     return names;
 }
 
+// Lines of every form read back and are written again byte for byte (the
+// interface tests check the forms the calls write).
 TEST(VariableSetLine, WrittenFormsReadBackAndReencodeExactly)
 {
-    const Set plain = Parsed("Demographics= age sex income");
-    EXPECT_EQ(plain.GetKind(), Set::eVariableSet);
-    EXPECT_EQ(plain.GetName(), "Demographics");
-    EXPECT_EQ(plain.GetVariables(), (Names{"age", "sex", "income"}));
-
-    const Set colours = Parsed("$colours=C 14 Favourite hues red green blue");
-    EXPECT_EQ(colours.GetKind(), Set::eCategorySet);
-    EXPECT_EQ(colours.GetLabel(), "Favourite hues");
-    EXPECT_EQ(colours.GetVariables(), (Names{"red", "green", "blue"}));
-
-    const Set media = Parsed("$media=D1 1 10 Media used tv radio web");
-    EXPECT_EQ(media.GetKind(), Set::eDichotomySet);
-    EXPECT_FALSE(media.GetFlag(Set::eExtendedForm));
-    EXPECT_FALSE(media.GetFlag(Set::eLabelFromFirstVar));
-    EXPECT_EQ(media.GetValue(), "1");
-    EXPECT_EQ(media.GetLabel(), "Media used");
-
     const Set brands = Parsed("$brands=E 11 1 1 0  b1 b2 b3");
-    EXPECT_TRUE(brands.IsExtended());
     EXPECT_TRUE(brands.GetFlag(Set::eLabelFromFirstVar));
-    EXPECT_EQ(brands.GetLabel(), "");
     EXPECT_EQ(brands.GetVariables(), (Names{"b1", "b2", "b3"}));
-
     // A counted value and a label may hold blanks, "=" and "$".
     const Set odd = Parsed("$odd=D3 a b 5 x=$ y m1 m2");
-    EXPECT_EQ(odd.GetName(), "$odd");
     EXPECT_EQ(odd.GetValue(), "a b");
     EXPECT_EQ(odd.GetLabel(), "x=$ y");
-
     for (const char* line : {"Demographics= age sex income", "$colours=C 14 Favourite hues red green blue",
                              "$media=D1 1 10 Media used tv radio web", "$brands=E 11 1 1 0  b1 b2 b3",
                              "$odd=D3 a b 5 x=$ y m1 m2", "$s=C 0  age sex", "$e=E 1 2 10 0  p q",
                              "empty= "}) {
         EXPECT_EQ(Parsed(line).Encode(), std::string(line) + "\n");
     }
-}
-
-TEST(VariableSetLine, EncodingFollowsKindAndFlags)
-{
-    Set set(Set::eCategorySet);
-    set.SetName("$s");
-    set.AddVariable("age");
-    set.AddVariable("sex");
-    EXPECT_EQ(set.Encode(), "$s=C 0  age sex\n");
-    EXPECT_EQ(Parsed(set.Encode()).GetLabel(), "");
-
-    set.SetKind(Set::eDichotomySet);
-    set.SetValue("10");
-    set.SetLabel("Lbl");
-    EXPECT_EQ(set.Encode(), "$s=D2 10 3 Lbl age sex\n");
-    set.SetFlag(Set::eExtendedForm, true);
-    EXPECT_EQ(set.Encode(), "$s=E 1 2 10 3 Lbl age sex\n");
-    set.SetFlag(Set::eLabelFromFirstVar, true);
-    EXPECT_EQ(set.Encode(), "$s=E 11 2 10 0  age sex\n");
-
     // A line break inside a counted text would split the line on reading.
     Set broken(Set::eCategorySet);
     broken.SetName("$b");
@@ -170,13 +130,11 @@ TEST(VariableSetLine, MembersAreUniqueWithoutRegardToCase)
     EXPECT_EQ(Parsed("vs= age AGE sex Age  SEX x").GetVariables(), (Names{"age", "sex", "x"}));
 
     Set set;
-    EXPECT_TRUE(set.AddVariable("Income"));
-    EXPECT_FALSE(set.AddVariable("INCOME"));
-    EXPECT_FALSE(set.AddVariable(""));
     set.SetVariables({"b", "a", "B", "c"});
     EXPECT_EQ(set.GetVariables(), (Names{"b", "a", "c"}));
     EXPECT_EQ(set.KeepVariablesIf([](const std::string& m) { return m != "a"; }), 1u);
     EXPECT_TRUE(set.AddVariable("A"));  // a removed member may come back
+    EXPECT_FALSE(set.AddVariable(""));
     EXPECT_EQ(set.GetVariables(), (Names{"b", "c", "A"}));
 
     LocaleScope utf8("en_US.UTF-8");
@@ -187,22 +145,13 @@ TEST(VariableSetLine, MembersAreUniqueWithoutRegardToCase)
 
 TEST(VariableSetList, TextsReadLineByLineWithLaterNamesReplacingEarlier)
 {
-    // The second line becomes "$a" and, having the first one's upper-cased
-    // name, takes its place.
     MemoryDataSource ds;
-    PutRecord(ds, 7, "$a=C 3 abc x y\na=D1 1 0  p q\n");
-    MURV_VariableSetList list = ReadVariableSets(ds, kMultResp);
-    ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(list[0].GetName(), "$a");
-    EXPECT_EQ(list[0].GetKind(), Set::eDichotomySet);
-    EXPECT_EQ(list[0].GetVariables(), (Names{"p", "q"}));
-
     // Type 19 is read after type 7, replacing in place; CR LF endings, short
     // lines, a last line without a break and trailing NULs are all fine.
     PutRecord(ds, 7, "$one=C 1 1 a b\r\n\n\r\n$two=C 1 2 c d\r\n$three=C 1 3 e f");
     PutRecord(ds, 19, std::string("$TWO=E 1 1 1 1 T g h\n\0\0\0", 24));
     std::size_t malformed = 99;
-    list = ReadVariableSets(ds, kMultResp, &malformed);
+    MURV_VariableSetList list = ReadVariableSets(ds, kMultResp, &malformed);
     EXPECT_EQ(malformed, 0u);
     EXPECT_EQ(SetNames(list), (Names{"$one", "$TWO", "$three"}));
     EXPECT_TRUE(list[1].IsExtended());
@@ -214,33 +163,18 @@ TEST(VariableSetList, TextsReadLineByLineWithLaterNamesReplacingEarlier)
     EXPECT_EQ(SetNames(list), (Names{"V1", "v2"}));
     EXPECT_EQ(list[0].GetVariables(), Names{"c"});
 
-    MemoryDataSource empty;
-    PutRecord(empty, 5, "x");
-    EXPECT_TRUE(ReadVariableSets(empty, kVarSets).empty());
-    EXPECT_TRUE(ReadVariableSets(empty, kMultResp).empty());
 }
 
-TEST(VariableSetList, StoreRoutesByKindAndLeavesRecordsWithoutTextAlone)
+TEST(VariableSetList, StoringOneKindLeavesTheOtherRecordsAlone)
 {
     MemoryDataSource ds;
     PutRecord(ds, 7, "$old=C 1 o a b\n");
     PutRecord(ds, 19, "$ext=E 1 1 1 0  a b\n");
-
     MURV_VariableSetList list = {Parsed("v= a b"), Parsed("w= c")};
     StoreVariableSets(list, ds);
     EXPECT_EQ(Record(ds, 5), "v= a b\nw= c\n");
     EXPECT_EQ(Record(ds, 7), "$old=C 1 o a b\n");
     EXPECT_EQ(Record(ds, 19), "$ext=E 1 1 1 0  a b\n");
-    EXPECT_EQ(ds.GetExtension(5).UnitSize(), 1);
-
-    list = {Parsed("$d=D1 1 0  a b"), Parsed("$e=E 1 1 1 0  c d"), Parsed("$c=C 0  e f")};
-    StoreVariableSets(list, ds);
-    EXPECT_EQ(Record(ds, 5), "v= a b\nw= c\n");
-    EXPECT_EQ(Record(ds, 7), "$d=D1 1 0  a b\n$c=C 0  e f\n");
-    EXPECT_EQ(Record(ds, 19), "$e=E 1 1 1 0  c d\n");
-
-    // Read back, the list is the one stored (types 7 then 19).
-    EXPECT_EQ(SetNames(ReadVariableSets(ds, kMultResp)), (Names{"$d", "$c", "$e"}));
 }
 
 TEST(VariableSetList, DisplayLabelComesFromFirstLabelledMember)
@@ -252,6 +186,7 @@ TEST(VariableSetList, DisplayLabelComesFromFirstLabelledMember)
     ds.AddVariable(0).SetName("q3");
     ds.GetVariable(2).SetLabel("Third question", 14);
 
+    // Without a labelled member the first member's name stands in.
     Set set = Parsed("$q=E 11 1 1 0  missing q1 Q2 q3");
     set.SetLabel("stored");
     EXPECT_EQ(MultRespDisplayLabel(set, ds), "Third question");
@@ -263,19 +198,16 @@ TEST(VariableSetList, DisplayLabelComesFromFirstLabelledMember)
     EXPECT_EQ(MultRespDisplayLabel(set, ds), "stored");
 }
 
-class PruneTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ds.Add(0, "age");
-        ds.Add(0, "Sex");
-        ds.Add(8, "name");
-    }
-    MemoryDataSource ds;
-};
-
-TEST_F(PruneTest, UnknownMembersAndEmptiedSetsGoAndRecordsAreRewritten)
+// After reading, members that name no variable go, and sets left empty;
+// records with nothing to drop stay byte for byte.
+TEST(PruneSets, UnknownMembersAndEmptiedSetsGo)
 {
+    MemoryDataSource ds;
+    ds.Add(0, "age");
+    ds.Add(0, "Sex");
+    ds.Add(8, "name");
+    const std::string long64(64, 'L');
+    ds.Add(0, long64.c_str());
     PutRecord(ds, 5, "ghosts= g1 g2\nbad line\n");
     PutRecord(ds, 7, "$m=C 1 m AGE phantom sex\n$gone=C 1 g x y\n");
     PutRecord(ds, 19, "$e=E 1 1 1 0  phantom name\n");
@@ -283,28 +215,14 @@ TEST_F(PruneTest, UnknownMembersAndEmptiedSetsGoAndRecordsAreRewritten)
     EXPECT_FALSE(ds.HasExtension(5));
     EXPECT_EQ(Record(ds, 7), "$m=C 1 m AGE sex\n");
     EXPECT_EQ(Record(ds, 19), "$e=E 1 1 1 0  name\n");
-}
 
-TEST_F(PruneTest, NothingToDropLeavesRecordsByteForByte)
-{
     const std::string text = "keep= age sex\r\nnot a set\n";
     PutRecord(ds, 5, text);
     PruneSetsAfterRead(ds);
     EXPECT_EQ(Record(ds, 5), text);
-
-    MemoryDataSource none;
-    PruneSetsAfterRead(none);
-    EXPECT_TRUE(none.ExtensionTypes().empty());
-}
-
-TEST_F(PruneTest, MembersAreComparedCutTo64Bytes)
-{
-    const std::string long64(64, 'L');
-    ds.Add(0, long64.c_str());
-    PutRecord(ds, 5, "v= " + long64 + "xyz " + std::string(63, 'l') + "\n");
+    // Members are compared by their first 64 bytes.
+    PutRecord(ds, 5, "v= " + long64 + "xyz " + std::string(63, 'L') + "\n");
     PruneSetsAfterRead(ds);
-    // The 67-byte member matches the variable by its first 64 bytes; the
-    // 63-byte one matches nothing.
     EXPECT_EQ(Record(ds, 5), "v= " + long64 + "xyz\n");
 }
 

@@ -53,6 +53,11 @@ TEST_P(AnyLocale, CopiesAndComparisons) {
     EXPECT_TRUE(EqualIgnoringCase("abc", 1, "A", -1));
     EXPECT_TRUE(EqualIgnoringCase("ab\0x", 4, "AB\0y", 4));  // a NUL ends both
     EXPECT_TRUE(EqualIgnoringCase(nullptr, 3, "", -1));
+    // No text, no room, or the terminator: no character, and no crash.
+    EXPECT_EQ(CharacterLengthAt(nullptr, 1), 0);
+    EXPECT_EQ(CharacterLengthAt("a", 0), -1);
+    EXPECT_EQ(CharacterLengthAt("", 1), 0);
+    EXPECT_EQ(FindLastChar(nullptr, 'a'), nullptr);
     EXPECT_EQ(CaseFoldKey("Weight"), CaseFoldKey("wEIGHT"));
     EXPECT_NE(CaseFoldKey("Weight"), CaseFoldKey("Weights"));
 

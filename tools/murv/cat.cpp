@@ -2,9 +2,11 @@
 #include <cmath>
 #include <cstring>
 #include <map>
+#include <thread>
 #include <unordered_map>
 
 #include "murv.h"
+#include "pipe.h"
 
 namespace murv {
 
@@ -154,21 +156,17 @@ int RunCat(const CatOptions& opt) {
     std::int64_t total = -1;
     if (m.cases >= 0) total = (end >= 0 ? std::min<std::int64_t>(end, m.cases) : m.cases) - first;
     Progress progress("reading cases", total);
-    std::vector<char> record(static_cast<std::size_t>(m.caseSize > 0 ? m.caseSize : 8));
     std::string field;
     std::int64_t done = 0;
     auto putText = [&](char* q, std::string_view s) {
         return form == Form::kCsv ? PutCsv(q, s, delim) : form == Form::kTsv ? PutTsv(q, s) : PutJson(q, s, scratch);
     };
-    for (std::int64_t c = first; end < 0 || c < end; ++c) {
-        const int rc = murvWholeCaseIn(h.get(), record.data());
-        if (rc == MURV_RC_END_OF_FILE) break;
-        Check(rc, opt.file, "reading case " + std::to_string(c));
+    auto PutRow = [&](const char* record) {
         if (form == Form::kJson) *p++ = '{';
         for (std::size_t k = 0; k < cols.size(); ++k) {
             const Column& col = cols[k];
             const Variable& v = *col.var;
-            const char* cell = record.data() + v.offset;
+            const char* cell = record + v.offset;
             if (form == Form::kJson) {
                 if (k) *p++ = ',';
                 std::memcpy(p, keys[k].data(), keys[k].size());
@@ -215,7 +213,33 @@ int RunCat(const CatOptions& opt) {
         *p++ = '\n';
         if (static_cast<std::size_t>(p - begin) >= kFlush) flush();
         progress.Update(++done);
+    };
+    // The cases are read on a second thread while this one writes them out.
+    RecordPipe pipe(static_cast<std::size_t>(m.caseSize > 0 ? m.caseSize : 8));
+    std::thread reader([&] {
+        try {
+            for (std::int64_t c = first; end < 0 || c < end; ++c) {
+                char* const record = pipe.Slot();
+                const int rc = murvWholeCaseIn(h.get(), record);
+                if (rc == MURV_RC_END_OF_FILE || rc > 0) pipe.Unfill();  // no case there
+                if (rc == MURV_RC_END_OF_FILE) break;
+                Check(rc, opt.file, "reading case " + std::to_string(c));
+            }
+            pipe.Done(nullptr);
+        } catch (const RecordPipe::Stopped&) {
+            pipe.Done(nullptr);
+        } catch (...) {
+            pipe.Done(std::current_exception());
+        }
+    });
+    try {
+        pipe.Drain([&](const char* record) { PutRow(record); });
+    } catch (...) {
+        pipe.Stop();
+        reader.join();
+        throw;
     }
+    reader.join();
     progress.Finish();
     flush();
     if (std::fflush(stdout) != 0) throw Failure(kExitIo, std::string("writing the output: ") + std::strerror(errno));

@@ -538,16 +538,66 @@ int RunImport(const ImportOptions& opt) {
     const std::size_t ncols = names.size();
     std::vector<ColumnStats> stats(ncols);
 
-    // Pass over the input: measure the columns and keep the cells.
+    // Pass over the input: measure the columns and keep the cells. The
+    // records are split into fields on a second thread, a batch at a time.
+    struct Rows {
+        std::string bytes;              // the fields one after the other
+        std::vector<std::size_t> ends;  // where each field ends in bytes
+        std::vector<std::size_t> rowEnds;  // fields up to the end of each row
+        std::vector<std::int64_t> lines;   // the line each row ends on
+        std::int64_t consumed = 0;          // input read by then
+    };
+    Handoff<Rows> handoff;
+    std::thread splitter([&] {
+        try {
+            Rows* b = &handoff.Fill();
+            auto clear = [&] {
+                b->bytes.clear();
+                b->ends.clear();
+                b->rowEnds.clear();
+                b->lines.clear();
+            };
+            clear();
+            std::vector<std::string_view> split;
+            while (csv.Next(split)) {
+                if (split.size() == 1 && split[0].empty() && ncols > 1) continue;  // a blank line
+                for (const std::string_view f : split) {
+                    b->bytes.append(f);
+                    b->ends.push_back(b->bytes.size());
+                }
+                b->rowEnds.push_back(b->ends.size());
+                b->lines.push_back(csv.line());
+                if (b->bytes.size() >= (1u << 20)) {
+                    b->consumed = input.consumed();
+                    handoff.Publish();
+                    b = &handoff.Fill();
+                    clear();
+                }
+            }
+            b->consumed = input.consumed();
+            handoff.Publish();
+            handoff.Done(nullptr);
+        } catch (const Handoff<Rows>::Stopped&) {
+            handoff.Done(nullptr);
+        } catch (...) {
+            handoff.Done(std::current_exception());
+        }
+    });
     Spill spill;
     std::int64_t rows = 0;
-    {
+    try {
         Progress progress("reading CSV", input.size());
-        try {
-            while (csv.Next(fields)) {
-                if (fields.size() == 1 && fields[0].empty() && ncols > 1) continue;  // a blank line
+        while (Rows* b = handoff.Take()) {
+            std::size_t field = 0;
+            for (std::size_t r = 0; r < b->rowEnds.size(); ++r) {
+                fields.clear();
+                for (; field < b->rowEnds[r]; ++field) {
+                    const std::size_t from = field ? b->ends[field - 1] : 0;
+                    fields.emplace_back(b->bytes.data() + from, b->ends[field] - from);
+                }
+                const std::int64_t line = b->lines[r];
                 if (fields.size() > ncols)
-                    throw Failure(kExitIo, "line " + std::to_string(csv.line()) + ": " + std::to_string(fields.size()) +
+                    throw Failure(kExitIo, "line " + std::to_string(line) + ": " + std::to_string(fields.size()) +
                                                " fields, the header names " + std::to_string(ncols));
                 for (std::size_t c = 0; c < ncols; ++c) {
                     const std::string_view f = c < fields.size() ? fields[c] : std::string_view();
@@ -567,7 +617,7 @@ int RunImport(const ImportOptions& opt) {
                     }
                     const std::string_view value = TrimRight(f);
                     if (value.size() > static_cast<std::size_t>(kMaxStringWidth))
-                        throw Failure(kExitIo, "line " + std::to_string(csv.line()) + ", column " + names[c] +
+                        throw Failure(kExitIo, "line " + std::to_string(line) + ", column " + names[c] +
                                                    ": a value longer than " + std::to_string(kMaxStringWidth) + " bytes");
                     if (Trim(f).empty()) {
                         spill.PutEmpty();
@@ -579,12 +629,20 @@ int RunImport(const ImportOptions& opt) {
                     spill.PutText(value);
                 }
                 ++rows;
-                progress.Update(input.consumed());
             }
-        } catch (const Failure& f) {
-            throw Failure(f.exit, opt.csv + ": " + f.what());
+            progress.Update(b->consumed);
+            handoff.Release();
         }
+    } catch (const Failure& f) {
+        handoff.Stop();
+        splitter.join();
+        throw Failure(f.exit, opt.csv + ": " + f.what());
+    } catch (...) {
+        handoff.Stop();
+        splitter.join();
+        throw;
     }
+    splitter.join();
     if (!renamed.empty()) {
         std::string list;
         for (const std::string& r : renamed) list += (list.empty() ? "" : ", ") + r;

@@ -1,4 +1,4 @@
-// Records handed from one thread to another in batches.
+// Records and batches handed from one thread to another.
 #pragma once
 
 #include <algorithm>
@@ -88,6 +88,67 @@ private:
     Batch batches_[2];
     int producing_ = 0;
     std::size_t filled_ = 0;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool done_ = false, stop_ = false;
+    std::exception_ptr error_;
+};
+
+// Two batches of any kind handed between a thread that fills them and one
+// that uses them, so that both work at once.
+template <class Batch>
+class Handoff {
+public:
+    struct Stopped {};
+    // Producer: an empty batch to fill (waits for one); throws Stopped once
+    // the consumer has given up.
+    Batch& Fill() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return !full_[producing_] || stop_; });
+        if (stop_) throw Stopped{};
+        return batches_[producing_];
+    }
+    // Producer: the batch from Fill is ready.
+    void Publish() {
+        std::lock_guard lock(mutex_);
+        full_[producing_] = true;
+        producing_ ^= 1;
+        changed_.notify_all();
+    }
+    // Producer: no more batches; error is what ended it early, if anything.
+    void Done(std::exception_ptr error) {
+        std::lock_guard lock(mutex_);
+        done_ = true;
+        error_ = error;
+        changed_.notify_all();
+    }
+    // Consumer: the next batch, or null after the last; rethrows the
+    // producer's failure after the batches made before it.
+    Batch* Take() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return full_[consuming_] || done_; });
+        if (full_[consuming_]) return &batches_[consuming_];
+        if (error_) std::rethrow_exception(error_);
+        return nullptr;
+    }
+    // Consumer: done with the batch from Take.
+    void Release() {
+        std::lock_guard lock(mutex_);
+        full_[consuming_] = false;
+        consuming_ ^= 1;
+        changed_.notify_all();
+    }
+    // Consumer: gives up; the producer stops at its next Fill.
+    void Stop() {
+        std::lock_guard lock(mutex_);
+        stop_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    Batch batches_[2];
+    bool full_[2] = {false, false};
+    int producing_ = 0, consuming_ = 0;
     std::mutex mutex_;
     std::condition_variable changed_;
     bool done_ = false, stop_ = false;

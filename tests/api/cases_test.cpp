@@ -42,8 +42,8 @@ protected:
                bool commit = true) {
         const int h = OpenNew(path, vars, compressed);
         if (commit) {
-        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    }
+            EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+        }
         return h;
     }
     double Num(int h, double var) {
@@ -378,7 +378,7 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
 }
 
 // Whole records written, mixed with single values, then more cases appended
-// both ways; all read back as records and as values.
+// both ways; all read back as records.
 TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
     for (bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
@@ -429,17 +429,6 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
             EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE) << "a whole record is no current case";
         }
         EXPECT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_END_OF_FILE);
-        // The same cases read value by value.
-        for (std::size_t i = 0; i < written.size(); ++i) {
-            ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(i)), MURV_RC_OK);
-            ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
-            double n1 = 0, m = 0;
-            std::memcpy(&n1, written[i].data(), 8);
-            std::memcpy(&m, written[i].data() + 24, 8);
-            EXPECT_EQ(Bits(Num(r, 1)), Bits(n1)) << i;
-            EXPECT_EQ(Str(r, 2), std::string(written[i].data() + 8, 10)) << i;
-            EXPECT_EQ(Bits(Num(r, 3)), Bits(m)) << i;
-        }
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
     }
 }

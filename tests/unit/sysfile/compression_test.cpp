@@ -74,6 +74,9 @@ TEST_F(Fixture, CodesAndStoredCellsInBlocks) {
     EXPECT_EQ(c.ReadCase(got.data(), nullptr), 3);
     EXPECT_EQ(got, Cells({1, 2, 3}));
     EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0) << "then the end of the data";
+    c.SetTarget(5);
+    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0) << "a target beyond the end";
+    EXPECT_LT(c.CurrentCase(), 5u);
 
     const auto bytes = Written({1.0, 2.0, SysmisValue(), 3.5, 1e10});
     ASSERT_EQ(bytes.size(), 8u + 16u);

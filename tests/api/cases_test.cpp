@@ -52,9 +52,9 @@ protected:
         return v;
     }
     std::string Str(int h, double var) {
-        char buf[300];
-        EXPECT_EQ(murvGetValueChar(h, var, buf, sizeof buf), MURV_RC_OK);
-        return buf;
+        std::vector<char> buf(32768 + 1);
+        EXPECT_EQ(murvGetValueChar(h, var, buf.data(), static_cast<int>(buf.size())), MURV_RC_OK);
+        return buf.data();
     }
 
     TempDir dir_;
@@ -431,6 +431,71 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
         }
         EXPECT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_END_OF_FILE);
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    }
+}
+
+// Strings longer than 255 bytes, stored as segments (names that share their
+// first bytes get segments of their own), come back whole and at their
+// width, plain and compressed, written and appended; the variables after
+// them, the case weight among them, keep their places.
+TEST_F(CaseCalls, VeryLongStrings) {
+    const int widths[] = {256, 504, 510, 600, 32767};
+    auto value = [&](int k, int v) {  // of every length, and some that fill the width
+        const int w = widths[v], len = k % 3 == 0 ? w : (k * 37 + v * 101) % (w + 1);
+        std::string s;
+        for (int b = 0; b < len; ++b) s += static_cast<char>('a' + (b + k) % 26);
+        return s;
+    };
+    auto write = [&](int h, int k) {
+        EXPECT_EQ(murvSetValueNumeric(h, 1, k), MURV_RC_OK);
+        for (int v = 0; v < 5; ++v) EXPECT_EQ(murvSetValueChar(h, 2 + v, value(k, v).c_str()), MURV_RC_OK);
+        EXPECT_EQ(murvSetValueNumeric(h, 7, -k), MURV_RC_OK);
+        EXPECT_EQ(murvSetValueChar(h, 8, "xyz"), MURV_RC_OK);
+        EXPECT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
+    };
+    for (bool compressed : {false, true}) {
+        SCOPED_TRACE(compressed ? "compressed" : "plain");
+        const std::string path = dir_.File("long.murv");
+        int h = Create(path, {{"before", 0}, {"comment1", 256}, {"comment2", 504}, {"comment3", 510}, {"comment4", 600},
+                              {"comment5", 32767}, {"wt", 0}, {"after", 3}}, compressed, false);
+        ASSERT_EQ(murvSetCaseWeightVar(h, "wt"), MURV_RC_OK);
+        ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
+        for (int k = 0; k < 20; ++k) write(h, k);
+        ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
+        ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
+        write(h, 20);
+        ASSERT_EQ(murvCloseAppend(h), MURV_RC_OK);
+
+        h = OpenForRead(path);
+        char name[65];
+        int n = 0, type = -1, dec = 0, width = 0;
+        EXPECT_EQ(murvGetNumberofVariables(h, &n), MURV_RC_OK);
+        EXPECT_EQ(n, 8);
+        EXPECT_EQ(murvGetCaseWeightVar(h, name), MURV_RC_OK);
+        EXPECT_STREQ(name, "wt");
+        for (int v = 0; v < 5; ++v) {
+            ASSERT_EQ(murvGetVarInfo(h, 1 + v, name, &type), MURV_RC_OK);
+            EXPECT_EQ(name, "comment" + std::to_string(v + 1));
+            EXPECT_EQ(type, widths[v]);
+            EXPECT_EQ(murvGetVarPrintFormat(h, name, &type, &dec, &width), MURV_RC_OK);
+            EXPECT_EQ(width, widths[v]);
+        }
+        for (int i = 0; i <= 21; ++i) {  // every case in order, then case 17 again
+            const int k = i == 21 ? 17 : i;
+            SCOPED_TRACE(k);
+            if (i == 21) {
+                ASSERT_EQ(murvSeekNextCase(h, k), MURV_RC_OK);
+            }
+            ASSERT_EQ(murvReadCaseRecord(h), MURV_RC_OK);
+            EXPECT_EQ(Num(h, 1), k);
+            for (int v = 0; v < 5; ++v) {
+                const std::string s = value(k, v);
+                EXPECT_EQ(Str(h, 2 + v), s + std::string(static_cast<std::size_t>(widths[v]) - s.size(), ' '));
+            }
+            EXPECT_EQ(Num(h, 7), -k);
+            EXPECT_EQ(Str(h, 8), "xyz");
+        }
+        EXPECT_EQ(murvCloseRead(h), MURV_RC_OK);
     }
 }
 

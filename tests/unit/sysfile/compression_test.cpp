@@ -167,6 +167,7 @@ TEST(SparseIndex, SpacingAndThinning) {
     EXPECT_EQ(idx.Lookup(45).first, 32u);
     idx.Add(40, 4000);
     EXPECT_EQ(idx.Lookup(45).first, 40u);
+    EXPECT_EQ(idx.Entries().back(), (std::pair<std::uint64_t, std::int64_t>(40, 4000)));
     EXPECT_EQ(SparseFileIndex().Spacing(), 16u) << "a seek decodes fewer than 16 cases";
 }
 

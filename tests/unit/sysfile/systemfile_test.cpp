@@ -104,7 +104,6 @@ TEST_F(SystemFile, RoundTripAndAppend) {
             EXPECT_EQ(std::memcmp(it->GetValuePtr(0), cases[57].data(), cases[57].size()), 0);
         }
         SystemFileDataSource rd(path);
-        EXPECT_EQ(rd.IsCompressed(), compressed);
         EXPECT_EQ(rd.NumberOfCases(), 58);
         EXPECT_TRUE(rd.GetVariable(0).GetValueLabels().BodyIdentity() == rd.GetVariable(2).GetValueLabels().BodyIdentity())
             << "one record read back as one shared set";

@@ -48,59 +48,6 @@ private:
     void (*oldHandler_)(int) = nullptr;
 };
 
-struct FullDiskCase {
-    const char* what;
-    int cases;
-    bool compressed;
-    bool caseCallFails;  // the disk fills while cases are written, else only at the close
-};
-
-void PrintTo(const FullDiskCase& c, std::ostream* os) { *os << c.what; }
-
-class FullDisk : public ::testing::TestWithParam<FullDiskCase> {};
-
-// Ten numeric variables under a 64 KiB limit: the failing call and the close
-// both report, the handle is released, and no truncated file is left.
-TEST_P(FullDisk, FailureIsReportedAndNoPartialFileRemains) {
-    const FullDiskCase& c = GetParam();
-    TempDir dir;
-    const std::string path = dir.File("full.murv");
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    for (int v = 0; v < 10; ++v) ASSERT_EQ(murvSetVarName(h, ("v" + std::to_string(v)).c_str(), 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetCompression(h, c.compressed ? 1 : 0), MURV_RC_OK);
-    int firstFailure = MURV_RC_OK, close;
-    {
-        FileSizeLimit limit(64 * 1024);
-        ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-        for (int i = 0; i < c.cases; ++i) {
-            for (int v = 1; v <= 10; ++v) murvSetValueNumeric(h, v, i * 1000.5 + v);
-            const int rc = murvCommitCaseRecord(h);
-            if (rc != MURV_RC_OK) {
-                firstFailure = rc;
-                break;
-            }
-        }
-        close = murvCloseWrite(h);
-    }
-    if (c.caseCallFails)
-        EXPECT_EQ(firstFailure, MURV_RC_FILE_WRITE);
-    else
-        EXPECT_EQ(firstFailure, MURV_RC_OK);
-    EXPECT_NE(close, MURV_RC_OK) << "the close reports the failed write";
-    EXPECT_EQ(murvCloseWrite(h), MURV_RC_BAD_HANDLE) << "the handle is released";
-    EXPECT_FALSE(fs::exists(path)) << "no truncated file is left behind";
-    // The process goes on working.
-    EXPECT_TRUE(WriteCaseFile(path, 3, c.compressed).AllOk());
-    EXPECT_TRUE(HoldsCases(path, 0, 3));
-}
-
-INSTANTIATE_TEST_SUITE_P(Writes, FullDisk,
-                         ::testing::Values(FullDiskCase{"PlainWhileWriting", 5000, false, true},
-                                           FullDiskCase{"PlainAtClose", 810, false, false},
-                                           FullDiskCase{"CompressedWhileWriting", 50000, true, true}),
-                         [](const auto& info) { return std::string(info.param.what); });
-
 // Paths that are no regular files are refused at once, never waited on.
 TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
     TempDir dir;
@@ -133,7 +80,7 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
 }
 
 // An existing file is replaced only by a complete new one: until the close
-// succeeds it stays as it was, and a failed write leaves it whole.
+// succeeds it stays as it was (the fault sweep fails each step of it).
 TEST(Replace, OldFileSurvivesUntilTheNewOneIsComplete) {
     TempDir dir;
     const std::string path = dir.File("data.murv");
@@ -159,23 +106,12 @@ TEST(Replace, OldFileSurvivesUntilTheNewOneIsComplete) {
     EXPECT_TRUE(HoldsCases(path, 0, 20));
     ASSERT_EQ(::stat(path.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0640u) << "the replacement keeps the old file's permissions";
-
-    // The disk fills while the replacement is written: the old file stays.
-    const std::string now = FileBytes(path);
-    {
-        FileSizeLimit limit(16 * 1024);
-        const Codes failed = WriteCaseFile(path, 5000, false);
-        EXPECT_EQ(failed.first, MURV_RC_FILE_WRITE);
-        EXPECT_NE(failed.close, MURV_RC_OK);
-    }
-    EXPECT_EQ(FileBytes(path), now);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1)
-        << "no replacement is left lying beside the file";
 }
 
 // Cases appended to a file that ends in a few stray bytes start right behind
-// its last whole case, and the stray bytes are gone afterwards. A failed
-// append leaves every case the file had before.
+// its last whole case, and the stray bytes are gone afterwards. An append
+// that fills the disk (a real failure; the fault sweep injects all the
+// others) leaves every case the file had before.
 TEST(Append, TornTailIsOverwrittenAndFailureKeepsTheOldCases) {
     for (const bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");

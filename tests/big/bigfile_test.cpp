@@ -13,17 +13,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "../support/case_files.h"
 
 namespace {
+
+using murv::testing::StatedCaseCounts;
 
 constexpr std::int64_t kGiB = std::int64_t{1} << 30;
 constexpr std::int64_t kFourGiB = std::int64_t{4} << 30;
@@ -76,41 +79,6 @@ private:
     std::string path_;
     std::string why_;
 };
-
-std::int64_t LoadLE(const unsigned char* p, int n) {
-    std::uint64_t v = 0;
-    for (int i = n - 1; i >= 0; --i) v = (v << 8) | p[i];
-    if (n == 4) return static_cast<std::int32_t>(static_cast<std::uint32_t>(v));
-    return static_cast<std::int64_t>(v);
-}
-
-// The two case counts as the file holds them: the header's 32-bit one and
-// the 64-bit one of the case-count record (-2 when no such record is found
-// in the dictionary).
-struct StoredCounts {
-    std::int64_t header = -2;
-    std::int64_t record = -2;
-};
-
-StoredCounts ReadStoredCounts(const std::string& path) {
-    StoredCounts c;
-    std::ifstream in(path, std::ios::binary);
-    std::vector<unsigned char> head(64 * 1024);
-    in.read(reinterpret_cast<char*>(head.data()), static_cast<std::streamsize>(head.size()));
-    head.resize(static_cast<std::size_t>(in.gcount()));
-    if (head.size() < 84) return c;
-    c.header = LoadLE(head.data() + 80, 4);
-    // Record type 7, subtype 16, 2 units of 8 bytes; then the marker and the
-    // count. Records need not start at a multiple of 4.
-    static const unsigned char kRecordHead[16] = {7, 0, 0, 0, 16, 0, 0, 0, 8, 0, 0, 0, 2, 0, 0, 0};
-    for (std::size_t at = 0; at + 32 <= head.size(); ++at) {
-        if (std::memcmp(head.data() + at, kRecordHead, sizeof kRecordHead) == 0) {
-            c.record = LoadLE(head.data() + at + 24, 8);
-            break;
-        }
-    }
-    return c;
-}
 
 int Count(int h) {
     int n = -3;
@@ -183,17 +151,13 @@ TEST_P(BigWideFile, WritesAppendsAndReadsBeyondFourGiB) {
     WriteWide(h, 0, kWideFirst);
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
     ASSERT_GT(static_cast<std::int64_t>(std::filesystem::file_size(path)), kFourGiB);
-    StoredCounts stored = ReadStoredCounts(path);
-    EXPECT_EQ(stored.header, kWideFirst);
-    EXPECT_EQ(stored.record, kWideFirst);
+    EXPECT_EQ(StatedCaseCounts(path), std::pair(kWideFirst, kWideFirst));
 
     ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
     WriteWide(h, kWideFirst, kWideFirst + kWideAppended);
     ASSERT_EQ(murvCloseAppend(h), MURV_RC_OK);
     const std::int64_t total = kWideFirst + kWideAppended;
-    stored = ReadStoredCounts(path);
-    EXPECT_EQ(stored.header, total);
-    EXPECT_EQ(stored.record, total);
+    EXPECT_EQ(StatedCaseCounts(path), std::pair(total, total));
 
     ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
     EXPECT_EQ(Count(h), total);
@@ -246,9 +210,7 @@ TEST(BigCaseCount, CountsBeyondTheHeaderGoToTheCaseCountRecord) {
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
     WriteSmall(h, 0, kMaxHeaderCount);
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    StoredCounts stored = ReadStoredCounts(path);
-    EXPECT_EQ(stored.header, kMaxHeaderCount);
-    EXPECT_EQ(stored.record, kMaxHeaderCount);
+    EXPECT_EQ(StatedCaseCounts(path), std::pair(kMaxHeaderCount, kMaxHeaderCount));
     ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
     EXPECT_EQ(Count(h), kMaxHeaderCount);
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
@@ -257,9 +219,7 @@ TEST(BigCaseCount, CountsBeyondTheHeaderGoToTheCaseCountRecord) {
     ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
     WriteSmall(h, kMaxHeaderCount, total);
     ASSERT_EQ(murvCloseAppend(h), MURV_RC_OK);
-    stored = ReadStoredCounts(path);
-    EXPECT_EQ(stored.header, -1);
-    EXPECT_EQ(stored.record, total);
+    EXPECT_EQ(StatedCaseCounts(path), std::pair(std::int64_t{-1}, total));
 
     // The interface's 32-bit count reports such a count as unknown; the cases
     // are all there, up to the last.

@@ -34,15 +34,11 @@ void RoundTrip(Input& in, const char* path) {
         for (int i = 0; i < cells; ++i) {
             unsigned char* cell = row.data() + 8 * i;
             const std::uint8_t pick = in.Byte();
-            double d;
-            if (pick < 120) {
-                d = static_cast<double>(pick) - 105.0;  // around the codable range -99..151
-                std::memcpy(cell, &d, 8);
-            } else if (pick < 160) {
-                d = static_cast<double>(pick) + 0.5 * (pick & 1);
-                std::memcpy(cell, &d, 8);
-            } else if (pick < 180) {
-                d = murv::SysmisValue();
+            if (pick < 180) {
+                // Around the codable range -99..151, halves above it, system-missing.
+                const double d = pick < 120   ? static_cast<double>(pick) - 105.0
+                                 : pick < 160 ? static_cast<double>(pick) + 0.5 * (pick & 1)
+                                              : murv::SysmisValue();
                 std::memcpy(cell, &d, 8);
             } else if (pick < 200) {
                 std::memset(cell, ' ', 8);
@@ -115,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (in.Byte() & 1) {
         Decode(in, data + 1, size > 0 ? size - 1 : 0, file);
     } else {
-        file.Clear();
+        file.Fill(nullptr, 0);
         RoundTrip(in, file.Path());
     }
     return 0;

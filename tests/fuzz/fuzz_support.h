@@ -31,7 +31,7 @@ public:
 
     const char* Path() const { return path_.c_str(); }
 
-    // Replaces the content with the given bytes.
+    // Replaces the content with the given bytes (none: empties it).
     void Fill(const std::uint8_t* data, std::size_t size) {
         if (::ftruncate(fd_, 0) != 0) std::abort();
         std::size_t done = 0;
@@ -40,9 +40,6 @@ public:
             if (n <= 0) std::abort();
             done += static_cast<std::size_t>(n);
         }
-    }
-    void Clear() {
-        if (::ftruncate(fd_, 0) != 0) std::abort();
     }
 
 private:
@@ -88,14 +85,15 @@ public:
     bool Empty() const { return p_ >= end_; }
     std::size_t Left() const { return static_cast<std::size_t>(end_ - p_); }
     std::uint8_t Byte() { return p_ < end_ ? *p_++ : 0; }
-    std::uint32_t U32() {
-        std::uint32_t v = 0;
-        for (int i = 0; i < 4; ++i) v |= static_cast<std::uint32_t>(Byte()) << (8 * i);
+    // n bytes, least significant first.
+    std::uint64_t Bits(int n) {
+        std::uint64_t v = 0;
+        for (int i = 0; i < n; ++i) v |= static_cast<std::uint64_t>(Byte()) << (8 * i);
         return v;
     }
+    std::uint32_t U32() { return static_cast<std::uint32_t>(Bits(4)); }
     double Double() {
-        std::uint64_t u = 0;
-        for (int i = 0; i < 8; ++i) u |= static_cast<std::uint64_t>(Byte()) << (8 * i);
+        const std::uint64_t u = Bits(8);
         double d;
         std::memcpy(&d, &u, 8);
         return d;

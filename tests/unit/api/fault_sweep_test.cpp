@@ -4,7 +4,6 @@
 // the files on disk are either complete or as they were before.
 #include <filesystem>
 #include <functional>
-#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -23,35 +22,6 @@ using namespace murv::testing;
 constexpr int kOld = 40;    // cases of a file that exists before
 constexpr int kNew = 3000;  // cases written: several buffers' worth
 
-struct Scenario {
-    const char* name;
-    std::function<void(const TempDir&)> setup;
-    std::function<Codes(const TempDir&)> run;
-    // Checks the files after a run whose calls all succeeded (ok) or not.
-    std::function<void(const TempDir&, bool ok, const std::string& oldBytes)> check;
-    std::set<std::string> files;  // what the directory holds afterwards, at most
-};
-
-void NoFile(const TempDir&) {}
-void OldFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.murv"), kOld, true, 0).AllOk()); }
-void OldPlainFile(const TempDir& d) { ASSERT_TRUE(WriteCaseFile(d.File("f.murv"), kOld, false, 0).AllOk()); }
-
-void NewOrNothing(const TempDir& d, bool ok, const std::string&) {
-    if (ok)
-        EXPECT_TRUE(HoldsCases(d.File("f.murv"), 0, kNew));
-    else
-        EXPECT_FALSE(fs::exists(d.File("f.murv")));
-}
-void NewOrOld(const TempDir& d, bool ok, const std::string& oldBytes) {
-    if (ok)
-        EXPECT_TRUE(HoldsCases(d.File("f.murv"), 0, kNew));
-    else
-        EXPECT_EQ(FileBytes(d.File("f.murv")), oldBytes);
-}
-void AppendedOrOld(const TempDir& d, bool ok, const std::string&) {
-    EXPECT_TRUE(HoldsCases(d.File("f.murv"), 0, ok ? kOld + kNew : kOld));
-}
-
 Codes WriteCopy(const TempDir& d) {
     Codes codes;
     int h = -1;
@@ -63,27 +33,49 @@ Codes WriteCopy(const TempDir& d) {
     return codes;
 }
 
-const Scenario kScenarios[] = {
-    {"new plain", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, false); }, NewOrNothing,
-     {"f.murv"}},
-    {"new compressed", NoFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, true); },
-     NewOrNothing, {"f.murv"}},
-    {"replace", OldFile, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, false); }, NewOrOld,
-     {"f.murv"}},
-    {"append plain", OldPlainFile, [](const TempDir& d) { return AppendCases(d.File("f.murv"), kOld, kNew); },
-     AppendedOrOld, {"f.murv"}},
-    {"append compressed", OldFile, [](const TempDir& d) { return AppendCases(d.File("f.murv"), kOld, kNew); },
-     AppendedOrOld, {"f.murv"}},
-    {"write copy", OldFile, WriteCopy,
-     [](const TempDir& d, bool ok, const std::string& oldBytes) {
-         EXPECT_EQ(FileBytes(d.File("f.murv")), oldBytes) << "the source is never written";
-         if (ok)
-             EXPECT_TRUE(HoldsCases(d.File("copy.murv"), 0, kNew));
-         else
-             EXPECT_FALSE(fs::exists(d.File("copy.murv")));
-     },
-     {"f.murv", "copy.murv"}},
+enum Does { kCreate, kReplace, kAppend, kCopy };
+
+struct Scenario {
+    const char* name;
+    Does does;
+    bool compressed;  // the file written, or the one there before
+    std::function<Codes(const TempDir&)> run;
+} const kScenarios[] = {
+    {"new plain", kCreate, false, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, false); }},
+    {"new compressed", kCreate, true, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, true); }},
+    {"replace", kReplace, true, [](const TempDir& d) { return WriteCaseFile(d.File("f.murv"), kNew, false); }},
+    {"append plain", kAppend, false, [](const TempDir& d) { return AppendCases(d.File("f.murv"), kOld, kNew); }},
+    {"append compressed", kAppend, true, [](const TempDir& d) { return AppendCases(d.File("f.murv"), kOld, kNew); }},
+    {"write copy", kCopy, true, WriteCopy},
 };
+
+void MakeOldFile(const Scenario& s, const TempDir& d) {
+    if (s.does != kCreate) {
+        ASSERT_TRUE(WriteCaseFile(d.File("f.murv"), kOld, s.compressed, 0).AllOk());
+    }
+}
+
+// The files after a run whose calls all succeeded (ok) or not: the new file
+// complete, or else nothing or the old file as it was; a copy's source is
+// never written.
+void Check(const Scenario& s, const TempDir& d, bool ok, const std::string& oldBytes) {
+    const std::string target = d.File(s.does == kCopy ? "copy.murv" : "f.murv");
+    if (s.does == kCopy) {
+        EXPECT_EQ(FileBytes(d.File("f.murv")), oldBytes) << "the source is never written";
+    }
+    if (s.does == kAppend)
+        EXPECT_TRUE(HoldsCases(target, 0, ok ? kOld + kNew : kOld));
+    else if (ok)
+        EXPECT_TRUE(HoldsCases(target, 0, kNew));
+    else if (s.does == kReplace)
+        EXPECT_EQ(FileBytes(target), oldBytes);
+    else
+        EXPECT_FALSE(fs::exists(target));
+    for (const auto& entry : fs::directory_iterator(d.Path())) {
+        const std::string name = entry.path().filename().string();
+        EXPECT_TRUE(name == "f.murv" || (s.does == kCopy && name == "copy.murv")) << "left behind: " << name;
+    }
+}
 
 struct Kind {
     const char* name;
@@ -106,14 +98,14 @@ TEST(FaultSweep, EveryFailedOperationIsHandled) {
         std::uint64_t total = 0;
         {
             TempDir dir;
-            s.setup(dir);
+            MakeOldFile(s, dir);
             const std::string oldBytes = FileBytes(dir.File("f.murv"));
             faults::Arm(faults::kAllOps, 0, faults::Kind::NoSpace);
             const Codes codes = s.run(dir);
             total = faults::Counted();
             faults::Disarm();
             ASSERT_TRUE(codes.AllOk()) << s.name;
-            s.check(dir, true, oldBytes);
+            Check(s, dir, true, oldBytes);
         }
         ASSERT_GT(total, 5u) << s.name;
         for (const Kind& k : kKinds) {
@@ -121,7 +113,7 @@ TEST(FaultSweep, EveryFailedOperationIsHandled) {
                 SCOPED_TRACE(std::string(s.name) + ", " + k.name + ", operation " + std::to_string(n) + " of " +
                              std::to_string(total));
                 TempDir dir;
-                s.setup(dir);
+                MakeOldFile(s, dir);
                 const std::string oldBytes = FileBytes(dir.File("f.murv"));
                 faults::Arm(faults::kAllOps, n, k.kind);
                 const Codes codes = s.run(dir);
@@ -140,10 +132,8 @@ TEST(FaultSweep, EveryFailedOperationIsHandled) {
                 }
                 // A failure that no call reported must have done no harm:
                 // the files are then checked as complete.
-                s.check(dir, codes.AllOk(), oldBytes);
+                Check(s, dir, codes.AllOk(), oldBytes);
                 EXPECT_TRUE(NoHandleOpen());
-                for (const auto& entry : fs::directory_iterator(dir.Path()))
-                    EXPECT_TRUE(s.files.count(entry.path().filename().string())) << "left behind: " << entry.path();
                 if (::testing::Test::HasFailure()) return;
             }
         }

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -54,18 +53,20 @@ struct Fixture : ::testing::Test {
     testing::TempDir dir;
     std::string path = dir.File("data");
     SparseFileIndex index;
+
+    // The bytes of one case of the given cells, compressed.
+    std::vector<unsigned char> Written(std::initializer_list<double> values) {
+        {
+            MURV_FileStream s(path.c_str(), "wb");
+            CompressedSystemFile c(static_cast<int>(values.size()), &s, &index, 0);
+            c.WriteCase(Cells(values).data());
+        }  // destruction flushes
+        return FileBytes(path);
+    }
 };
 
-TEST_F(Fixture, OneSmallCaseIsOneBlock) {
-    {
-        MURV_FileStream s(path.c_str(), "wb");
-        CompressedSystemFile c(3, &s, &index, 0);
-        const auto cells = Cells({1, 2, 3});
-        c.WriteCase(cells.data());
-        c.Flush();
-    }
-    const std::vector<unsigned char> expect = {101, 102, 103, 0, 0, 0, 0, 0};
-    EXPECT_EQ(FileBytes(path), expect);
+TEST_F(Fixture, CodesAndStoredCellsInBlocks) {
+    EXPECT_EQ(Written({1, 2, 3}), (std::vector<unsigned char>{101, 102, 103, 0, 0, 0, 0, 0}));
     MURV_FileStream s(path.c_str(), "rb");
     SparseFileIndex readIndex;
     CompressedSystemFile c(3, &s, &readIndex, 0);
@@ -73,15 +74,11 @@ TEST_F(Fixture, OneSmallCaseIsOneBlock) {
     EXPECT_EQ(c.ReadCase(got.data(), nullptr), 3);
     EXPECT_EQ(got, Cells({1, 2, 3}));
     EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0) << "then the end of the data";
-}
+    c.SetTarget(5);
+    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0) << "a target beyond the end";
+    EXPECT_LT(c.CurrentCase(), 5u);
 
-TEST_F(Fixture, StoredCellsFollowTheirBlock) {
-    {
-        MURV_FileStream s(path.c_str(), "wb");
-        CompressedSystemFile c(5, &s, &index, 0);
-        c.WriteCase(Cells({1.0, 2.0, SysmisValue(), 3.5, 1e10}).data());
-    }  // destruction flushes
-    const auto bytes = FileBytes(path);
+    const auto bytes = Written({1.0, 2.0, SysmisValue(), 3.5, 1e10});
     ASSERT_EQ(bytes.size(), 8u + 16u);
     const std::vector<unsigned char> key(bytes.begin(), bytes.begin() + 8);
     EXPECT_EQ(key, (std::vector<unsigned char>{101, 102, 255, 253, 253, 0, 0, 0}));
@@ -91,64 +88,8 @@ TEST_F(Fixture, StoredCellsFollowTheirBlock) {
     EXPECT_EQ(stored[1], 1e10);
 }
 
-// Writes n cases of a survey-like mix and returns them as written.
-std::vector<std::vector<unsigned char>> WriteMix(const std::string& path, SparseFileIndex& index, int cells,
-                                                 int n, std::int64_t row0 = 0) {
-    std::mt19937 gen(3);
-    std::vector<std::vector<unsigned char>> cases;
-    MURV_FileStream s(path.c_str(), row0 ? "ab" : "wb");
-    CompressedSystemFile c(cells, &s, &index, row0);
-    for (int k = 0; k < n; ++k) {
-        std::vector<unsigned char> row(cells * 8);
-        for (int i = 0; i < cells; ++i) {
-            double v;
-            switch (gen() % 5) {
-                case 0: v = SysmisValue(); break;
-                case 1: v = (gen() % 300) / 4.0; break;
-                case 2: v = static_cast<double>(gen() % 7); break;
-                default: v = static_cast<double>(gen() % 260) - 110; break;
-            }
-            if (i == cells - 1) std::memcpy(&v, "text    ", 8);
-            std::memcpy(row.data() + 8 * i, &v, 8);
-        }
-        c.WriteCase(row.data());
-        cases.push_back(row);
-    }
-    c.Flush();
-    return cases;
-}
-
-TEST_F(Fixture, RandomAccessMatchesSequentialReading) {
-    const int cells = 7;
-    const auto cases = WriteMix(path, index, cells, 5000);
-    MURV_FileStream s(path.c_str(), "rb");
-    SparseFileIndex readIndex;
-    CompressedSystemFile c(cells, &s, &readIndex, 0);
-    std::vector<unsigned char> got(cells * 8);
-    // Far ahead, back, just after, the same case twice, then random.
-    std::vector<std::uint64_t> order = {1000, 10, 1001, 1001, 4999, 0, 2500, 2499};
-    std::mt19937 gen(11);
-    for (int i = 0; i < 300; ++i) order.push_back(gen() % 5000);
-    for (auto k : order) {
-        c.SetTarget(k);
-        ASSERT_EQ(c.ReadCase(got.data(), nullptr), cells) << k;
-        ASSERT_EQ(got, cases[k]) << k;
-    }
-    c.SetTarget(5000);
-    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
-    c.SetTarget(7000);
-    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
-    EXPECT_LT(c.CurrentCase(), 7000u);
-    // Every index entry names a case that exists.
-    for (auto& [k, p] : readIndex.Entries()) EXPECT_LT(k, 5000u);
-}
-
 TEST_F(Fixture, SwapFlagsReverseOnlyStoredCells) {
-    {
-        MURV_FileStream s(path.c_str(), "wb");
-        CompressedSystemFile c(2, &s, &index, 0);
-        c.WriteCase(Cells({3.5, 1.0}).data());
-    }
+    Written({3.5, 1.0});
     MURV_FileStream s(path.c_str(), "rb");
     SparseFileIndex readIndex;
     CompressedSystemFile c(2, &s, &readIndex, 0);
@@ -209,33 +150,6 @@ TEST_F(Fixture, MalformedData) {
     EXPECT_EQ(ReadError(path, 0, 3), 0);
 }
 
-TEST_F(Fixture, AppendContinuesThePartlyFilledLastBlock) {
-    const int cells = 3;
-    auto cases = WriteMix(path, index, cells, 5);  // 15 cells: the last block is half used
-    {
-        MURV_FileStream reader(path.c_str(), "rb");
-        SparseFileIndex idx;
-        CompressedSystemFile c(cells, &reader, &idx, 0);
-        MURV_FileStream writer;
-        c.PrepareAppend(5, &writer);
-        std::vector<unsigned char> row = Cells({4.25, 7, SysmisValue()});
-        for (int i = 0; i < 4; ++i) {
-            c.WriteCase(row.data());
-            cases.push_back(row);
-        }
-        c.Flush();
-    }
-    MURV_FileStream s(path.c_str(), "rb");
-    SparseFileIndex idx;
-    CompressedSystemFile c(cells, &s, &idx, 0);
-    std::vector<unsigned char> got(cells * 8);
-    for (std::size_t k = 0; k < cases.size(); ++k) {
-        ASSERT_EQ(c.ReadCase(got.data(), nullptr), cells) << k;
-        ASSERT_EQ(got, cases[k]) << k;
-    }
-    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
-}
-
 TEST(SparseIndex, SpacingAndThinning) {
     SparseFileIndex idx(4, 8);
     EXPECT_EQ(idx.Lookup(12345), (std::pair<std::uint64_t, std::int64_t>(0, 0)));
@@ -253,6 +167,7 @@ TEST(SparseIndex, SpacingAndThinning) {
     EXPECT_EQ(idx.Lookup(45).first, 32u);
     idx.Add(40, 4000);
     EXPECT_EQ(idx.Lookup(45).first, 40u);
+    EXPECT_EQ(idx.Entries().back(), (std::pair<std::uint64_t, std::int64_t>(40, 4000)));
     EXPECT_EQ(SparseFileIndex().Spacing(), 16u) << "a seek decodes fewer than 16 cases";
 }
 

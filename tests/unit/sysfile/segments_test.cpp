@@ -15,17 +15,15 @@ namespace murv {
 namespace {
 
 TEST(Segments, Arithmetic) {
-    EXPECT_EQ(SegmentCount(300), 2);
-    EXPECT_EQ(RestWidth(300), 48);
-    EXPECT_EQ(FileCells(300), 38u);
-    EXPECT_EQ(DictionaryCells(300), 38u);
-    EXPECT_EQ(SegmentCount(510), 3);
-    EXPECT_EQ(FileCells(510), 65u);
-    EXPECT_EQ(DictionaryCells(510), 64u);
-    EXPECT_EQ(SegmentCount(504), 2);
-    EXPECT_EQ(FileCells(504), 64u);
-    EXPECT_EQ(SegmentCount(256), 2);
-    EXPECT_EQ(RestWidth(256), 4);
+    // width: segments, width of the last, cells in the file, cells in the dictionary
+    const int rows[][5] = {{256, 2, 4, 33, 32}, {300, 2, 48, 38, 38}, {504, 2, 0, 64, 63}, {510, 3, 6, 65, 64}};
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r[0]);
+        EXPECT_EQ(SegmentCount(r[0]), r[1]);
+        EXPECT_EQ(RestWidth(r[0]), r[2]);
+        EXPECT_EQ(FileCells(r[0]), static_cast<std::size_t>(r[3]));
+        EXPECT_EQ(DictionaryCells(r[0]), static_cast<std::size_t>(r[4]));
+    }
 }
 
 using Plain = MURV_DataSource;

@@ -88,6 +88,29 @@ TEST_F(Fixture, CodesAndStoredCellsInBlocks) {
     EXPECT_EQ(stored[1], 1e10);
 }
 
+// A seek on a fresh reader skips runs of cases but still leaves an entry
+// every spacing-th case behind it, so later seeks decode only a few cases.
+TEST_F(Fixture, PositioningFillsTheIndexAsItGoes) {
+    const int n = 1000;
+    {
+        MURV_FileStream s(path.c_str(), "wb");
+        CompressedSystemFile c(3, &s, &index, 0);
+        for (int i = 0; i < n; ++i) c.WriteCase(Cells({double(i % 7), i + 0.5, SysmisValue()}).data());
+    }
+    MURV_FileStream s(path.c_str(), "rb");
+    SparseFileIndex readIndex;
+    CompressedSystemFile c(3, &s, &readIndex, 0);
+    std::vector<unsigned char> got(24);
+    for (int k : {700, 699, 300, 999, 16, 0}) {
+        c.SetTarget(static_cast<std::uint64_t>(k));
+        ASSERT_EQ(c.ReadCase(got.data(), nullptr), 3) << k;
+        EXPECT_EQ(got, Cells({double(k % 7), k + 0.5, SysmisValue()})) << k;
+        if (k == 700) {
+            EXPECT_GE(readIndex.Count(), 700 / SparseFileIndex::kFirstSpacing);
+        }
+    }
+}
+
 TEST_F(Fixture, SwapFlagsReverseOnlyStoredCells) {
     Written({3.5, 1.0});
     MURV_FileStream s(path.c_str(), "rb");

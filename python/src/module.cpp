@@ -102,9 +102,17 @@ py::dict Metadata(int h) {
     // have them.
     murv::api::dioDataSource* ds = nullptr;
     Check(murv::api::lookupHandle(h, murv::api::anyMode, &ds), "reading the dictionary");
-    auto format = [](int t, int w, int d) {
+    // Most variables share a few formats: each distinct one is made once.
+    std::unordered_map<std::uint64_t, py::object> formats;
+    auto format = [&formats](int t, int w, int d) -> py::object {
         const bool known = (t >= 1 && t <= 12) || (t >= 15 && t <= 17) || (t >= 20 && t <= 39);
-        return known ? py::make_tuple(t, w, d) : py::make_tuple(5, w, d);
+        if (!known) t = 5;
+        const std::uint64_t key = (static_cast<std::uint64_t>(static_cast<std::uint32_t>(t)) << 40) ^
+                                  (static_cast<std::uint64_t>(static_cast<std::uint32_t>(w)) << 20) ^
+                                  static_cast<std::uint32_t>(d);
+        auto it = formats.find(key);
+        if (it == formats.end()) it = formats.emplace(key, py::make_tuple(t, w, d)).first;
+        return it->second;
     };
     for (int i = 0; i < n; ++i) {
         const char* name = nameList[static_cast<std::size_t>(i)].c_str();

@@ -180,13 +180,18 @@ TEST(ValidateVarname, VerdictsUnderEachLocale) {
         {"en_US.UTF-8", "gr\xC3\xB6\xC3\x9F" "e", 0}, {"en_US.UTF-8", "gr\xF6\xDF" "e", 4},
         {"en_US.UTF-8", "$\xC3\xA9", 2},
     };
+    std::string missing;  // locales this system lacks (the Windows builds' runs)
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.locale << " \"" << row.name << '"');
-        ASSERT_NE(murvSetLocale(MURV_LC_ALL, row.locale), nullptr);
+        if (!murvSetLocale(MURV_LC_ALL, row.locale)) {
+            missing += std::string(" ") + row.locale;
+            continue;
+        }
         EXPECT_EQ(murvValidateVarname(row.name.c_str()), row.verdict);
     }
     EXPECT_EQ(murvValidateVarname(nullptr), 3);
     murvSetLocale(MURV_LC_ALL, "C");
+    if (!missing.empty()) GTEST_SKIP() << "rows left out, no locale:" << missing;
 }
 
 }  // namespace

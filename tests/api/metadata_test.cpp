@@ -247,14 +247,19 @@ TEST(Metadata, AttributeNamesByOwner) {
         // 0x5F is a trail byte under GBK, an underscore under C.
         {"C", "ab\x81\x5F", bad, bad}, {"zh_CN.GBK", "ab\x81\x5F", ok, ok}, {"zh_CN.GBK", "ab\x81\x5F_", bad, bad},
     };
+    std::string missing;  // locales this system lacks (the Windows builds' runs)
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.locale << " \"" << row.name << '"');
-        ASSERT_NE(murvSetLocale(MURV_LC_ALL, row.locale), nullptr);
+        if (!murvSetLocale(MURV_LC_ALL, row.locale)) {
+            missing += std::string(" ") + row.locale;
+            continue;
+        }
         EXPECT_EQ(murvAddFileAttribute(h, row.name, -1, "v"), row.file);
         EXPECT_EQ(murvAddVarAttribute(h, "age", row.name, -1, "v"), row.variable);
     }
     murvSetLocale(MURV_LC_ALL, "C");
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
+    if (!missing.empty()) GTEST_SKIP() << "rows left out, no locale:" << missing;
 }
 
 TEST(Metadata, AttributeErrorsLeaveTheOldSet) {

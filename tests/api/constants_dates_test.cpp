@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 
 namespace {
 
@@ -183,10 +184,7 @@ TEST(ValidateVarname, VerdictsUnderEachLocale) {
     std::string missing;  // locales this system lacks (the Windows builds' runs)
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.locale << " \"" << row.name << '"');
-        if (!murvSetLocale(MURV_LC_ALL, row.locale)) {
-            missing += std::string(" ") + row.locale;
-            continue;
-        }
+        if (!murv::testing::RowLocale(row.locale, missing)) continue;
         EXPECT_EQ(murvValidateVarname(row.name.c_str()), row.verdict);
     }
     EXPECT_EQ(murvValidateVarname(nullptr), 3);

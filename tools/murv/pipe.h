@@ -10,90 +10,6 @@
 
 namespace murv {
 
-// Case records made on one thread and used on another: two batches change
-// hands, so that the making of one batch overlaps the use of the one before.
-class RecordPipe {
-public:
-    struct Stopped {};
-    explicit RecordPipe(std::size_t recordBytes)
-        : bytes_(std::max<std::size_t>(recordBytes, 1)), per_(std::max<std::size_t>(1, (1u << 20) / bytes_)) {
-        for (Batch& b : batches_) b.data.resize(per_ * bytes_);
-    }
-
-    // Producer: the next record to fill; throws Stopped once the consumer
-    // has given up.
-    char* Slot() {
-        if (filled_ == per_) Publish();
-        if (filled_ == 0) {
-            std::unique_lock lock(mutex_);
-            changed_.wait(lock, [&] { return !batches_[producing_].full || stop_; });
-            if (stop_) throw Stopped{};
-        }
-        return batches_[producing_].data.data() + filled_++ * bytes_;
-    }
-    // Producer: takes back the record last given by Slot, unfilled.
-    void Unfill() {
-        if (filled_ > 0) --filled_;
-    }
-    // Producer: no more records; error is what ended it early, if anything.
-    void Done(std::exception_ptr error) {
-        if (filled_ > 0) Publish();
-        std::lock_guard lock(mutex_);
-        done_ = true;
-        error_ = error;
-        changed_.notify_all();
-    }
-    // Consumer: hands every record to write, in order; rethrows the
-    // producer's failure after the records made before it.
-    template <class F>
-    void Drain(F&& write) {
-        for (int c = 0;; c ^= 1) {
-            Batch& b = batches_[c];
-            {
-                std::unique_lock lock(mutex_);
-                changed_.wait(lock, [&] { return b.full || done_; });
-                if (!b.full) {
-                    if (error_) std::rethrow_exception(error_);
-                    return;
-                }
-            }
-            for (std::size_t i = 0; i < b.count; ++i) write(b.data.data() + i * bytes_);
-            std::lock_guard lock(mutex_);
-            b.full = false;
-            changed_.notify_all();
-        }
-    }
-    // Consumer: gives up; the producer stops at its next record.
-    void Stop() {
-        std::lock_guard lock(mutex_);
-        stop_ = true;
-        changed_.notify_all();
-    }
-
-private:
-    void Publish() {
-        std::lock_guard lock(mutex_);
-        batches_[producing_].count = filled_;
-        batches_[producing_].full = true;
-        changed_.notify_all();
-        producing_ ^= 1;
-        filled_ = 0;
-    }
-    struct Batch {
-        std::vector<char> data;
-        std::size_t count = 0;
-        bool full = false;
-    };
-    const std::size_t bytes_, per_;
-    Batch batches_[2];
-    int producing_ = 0;
-    std::size_t filled_ = 0;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool done_ = false, stop_ = false;
-    std::exception_ptr error_;
-};
-
 // Two batches of any kind handed between a thread that fills them and one
 // that uses them, so that both work at once.
 template <class Batch>
@@ -153,6 +69,63 @@ private:
     std::condition_variable changed_;
     bool done_ = false, stop_ = false;
     std::exception_ptr error_;
+};
+
+// Case records made on one thread and used on another, in batches of about
+// 1 MiB, so that the making of one batch overlaps the use of the one before.
+class RecordPipe {
+    struct Batch {
+        std::vector<char> data;
+        std::size_t count = 0;
+    };
+
+public:
+    using Stopped = Handoff<Batch>::Stopped;
+    explicit RecordPipe(std::size_t recordBytes)
+        : bytes_(std::max<std::size_t>(recordBytes, 1)), per_(std::max<std::size_t>(1, (1u << 20) / bytes_)) {}
+
+    // Producer: the next record to fill; throws Stopped once the consumer
+    // has given up.
+    char* Slot() {
+        if (current_ && filled_ == per_) Publish();
+        if (!current_) {
+            current_ = &handoff_.Fill();
+            current_->data.resize(per_ * bytes_);
+        }
+        return current_->data.data() + filled_++ * bytes_;
+    }
+    // Producer: takes back the record last given by Slot, unfilled.
+    void Unfill() {
+        if (filled_ > 0) --filled_;
+    }
+    // Producer: no more records; error is what ended it early, if anything.
+    void Done(std::exception_ptr error) {
+        if (current_ && filled_ > 0) Publish();
+        handoff_.Done(error);
+    }
+    // Consumer: hands every record to use, in order; rethrows the
+    // producer's failure after the records made before it.
+    template <class F>
+    void Drain(F&& use) {
+        while (Batch* b = handoff_.Take()) {
+            for (std::size_t i = 0; i < b->count; ++i) use(b->data.data() + i * bytes_);
+            handoff_.Release();
+        }
+    }
+    // Consumer: gives up; the producer stops at its next batch.
+    void Stop() { handoff_.Stop(); }
+
+private:
+    void Publish() {
+        current_->count = filled_;
+        handoff_.Publish();
+        current_ = nullptr;
+        filled_ = 0;
+    }
+    const std::size_t bytes_, per_;
+    Handoff<Batch> handoff_;
+    Batch* current_ = nullptr;
+    std::size_t filled_ = 0;
 };
 
 }  // namespace murv

@@ -123,7 +123,7 @@ private:
 class CsvReader {
 public:
     CsvReader(Input& in, char delim) : in_(in), delim_(delim) {
-        special_['\n'] = special_['\r'] = special_['"'] = true;
+        for (unsigned char c : {'\n', '\r', '"'}) special_[c] = true;
         special_[static_cast<unsigned char>(delim)] = true;
     }
 

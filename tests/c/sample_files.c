@@ -5,7 +5,9 @@
  *   murvio_sample_files check DIR      reads them back and checks every value
  *
  * Builds for different systems must write the same bytes (apart from the
- * creation time in the header) and read each other's files. */
+ * creation time in the header) and read each other's files. Being C, it also
+ * shows that the header compiles as C and that its structure has the sizes
+ * callers lay out. */
 #include <stdio.h>
 #include <string.h>
 
@@ -129,6 +131,11 @@ static int check_file(const char* path, int compressed) {
 int main(int argc, char** argv) {
     char path[1024];
     int compressed, failed = 0;
+    murvMultRespDef def;
+    if (sizeof def.setName != 65 || sizeof def.setLabel != 257 || sizeof def.reserved != 14 * sizeof(int)) {
+        fprintf(stderr, "murvMultRespDef is not laid out as the header documents\n");
+        return 1;
+    }
     if (argc != 3 || (strcmp(argv[1], "write") != 0 && strcmp(argv[1], "check") != 0)) {
         fprintf(stderr, "usage: %s write|check DIR\n", argv[0]);
         return 2;

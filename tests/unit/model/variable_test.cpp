@@ -18,11 +18,6 @@ TEST(VariableFormats, PackedWordLayout)
     EXPECT_EQ(UnpackFormat(PackFormat(MURV_Format{300, 5, 2})).width, 44);
     EXPECT_EQ(UnpackFormat(PackFormat(MURV_Format{1000, 1, 7})), (MURV_Format{1000, 1, 0}));
     EXPECT_EQ(MURV_Variable(300).GetPackedWriteFormat() & 0xFFFFu, 0x2C01u);
-    MURV_Variable v(0);
-    v.SetMeasureLevel(5);  // only the low two bits are kept, beside the alignment
-    v.SetAlignment(2);
-    EXPECT_EQ(v.GetMeasureLevel(), 1);
-    EXPECT_EQ(v.GetAlignment(), 2);
 }
 
 // Names as files give them: cut to 64 bytes (the interface tests cut ASCII

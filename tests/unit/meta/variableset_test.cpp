@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <iterator>
 #include <string>
 #include <vector>
 
+#include "support/locale_guard.h"
 #include "unit/model/test_datasource.h"
 
 namespace murv {
@@ -18,12 +18,6 @@ using Set = MURV_VariableSet;
 using Names = std::vector<std::string>;
 constexpr auto kVarSets = MURV_SetListType::eVariableSets;
 constexpr auto kMultResp = MURV_SetListType::eMultipleResponseSets;
-
-struct LocaleScope {
-    explicit LocaleScope(const char* name) { ok = std::setlocale(LC_ALL, name) != nullptr; }
-    ~LocaleScope() { std::setlocale(LC_ALL, "C"); }
-    bool ok;
-};
 
 Set Parsed(std::string_view line)
 {
@@ -49,38 +43,36 @@ Names SetNames(const MURV_VariableSetList& list)
     return names;
 }
 
-// Lines of every form read back and are written again byte for byte (the
-// interface tests check the forms the calls write).
-TEST(VariableSetLine, WrittenFormsReadBackAndReencodeExactly)
+// Lines the interface calls do not write read back and are written again
+// byte for byte (the interface tests check the forms the calls write).
+TEST(VariableSetLine, LinesReadBackAndAreWrittenAgainExactly)
 {
-    const Set brands = Parsed("$brands=E 11 1 1 0  b1 b2 b3");
-    EXPECT_TRUE(brands.GetFlag(Set::eLabelFromFirstVar));
-    EXPECT_EQ(brands.GetVariables(), (Names{"b1", "b2", "b3"}));
+    for (const char* line : {"Demographics= age sex income", "$colours=C 14 Favourite hues red green blue",
+                             "$odd=D3 a b 5 x=$ y m1 m2", "$e=E 1 2 10 0  p q", "empty= "})
+        EXPECT_EQ(Parsed(line).Encode(), std::string(line) + "\n");
     // A counted value and a label may hold blanks, "=" and "$".
     const Set odd = Parsed("$odd=D3 a b 5 x=$ y m1 m2");
     EXPECT_EQ(odd.GetValue(), "a b");
     EXPECT_EQ(odd.GetLabel(), "x=$ y");
-    for (const char* line : {"Demographics= age sex income", "$colours=C 14 Favourite hues red green blue",
-                             "$media=D1 1 10 Media used tv radio web", "$brands=E 11 1 1 0  b1 b2 b3",
-                             "$odd=D3 a b 5 x=$ y m1 m2", "$s=C 0  age sex", "$e=E 1 2 10 0  p q",
-                             "empty= "}) {
-        EXPECT_EQ(Parsed(line).Encode(), std::string(line) + "\n");
-    }
     // A line break inside a counted text would split the line on reading.
     Set broken(Set::eCategorySet);
     broken.SetName("$b");
     broken.SetLabel("one\ntwo\r");
     broken.AddVariable("x");
     EXPECT_EQ(broken.Encode(), "$b=C 8 one two  x\n");
-}
 
-TEST(VariableSetLine, LineEndsAtFirstBreakAndBlanksMakeEmptyTokens)
-{
-    EXPECT_EQ(Parsed("vs= a  b\r\nc d").GetVariables(), (Names{"a", "b"}));
-    EXPECT_EQ(Parsed("vs=a b\nc").GetVariables(), (Names{"a", "b"}));
-    EXPECT_EQ(Parsed(std::string("vs= a b\0c", 9)).GetVariables(), (Names{"a", "b"}));
-    // The label takes exactly its length, even when the line break is near.
-    EXPECT_EQ(Parsed("$a=C 3 a c x\ny").GetVariables(), (Names{"x"}));
+    // A line ends at its first break or NUL, two blanks make an empty token, a
+    // label takes exactly its length, and members are unique without regard to case.
+    const struct { std::string line; Names members; } rows[] = {
+        {"vs= a  b\r\nc d", {"a", "b"}},
+        {"vs=a b\nc", {"a", "b"}},
+        {std::string("vs= a b\0c", 9), {"a", "b"}},
+        {"$a=C 3 a c x\ny", {"x"}},
+        {"vs= age AGE sex Age  SEX x", {"age", "sex", "x"}},
+    };
+    for (const auto& r : rows) EXPECT_EQ(Parsed(r.line).GetVariables(), r.members) << r.line;
+    MURV_USE_LOCALE(guard, "en_US.UTF-8");
+    EXPECT_EQ(Parsed("vs= \xC3\xA9t\xC3\xA9 \xC3\x89T\xC3\x89 x").GetVariables(), (Names{"\xC3\xA9t\xC3\xA9", "x"}));
 }
 
 TEST(VariableSetLine, MalformedLinesAreRefusedAndChangeNothing)
@@ -110,8 +102,7 @@ TEST(VariableSetLine, MalformedLinesAreRefusedAndChangeNothing)
     for (const char* line : bad) {
         Set set = Parsed("kept= m");
         EXPECT_FALSE(set.Parse(line)) << line;
-        EXPECT_EQ(set.GetName(), "kept") << line;
-        EXPECT_EQ(set.GetVariables(), Names{"m"}) << line;
+        EXPECT_EQ(set.Encode(), "kept= m\n") << line;
     }
 
     // In a text, each bad line is skipped on its own and its neighbours kept.
@@ -125,25 +116,7 @@ TEST(VariableSetLine, MalformedLinesAreRefusedAndChangeNothing)
     EXPECT_EQ(SetNames(list), (Names{"$first", "$last"}));
 }
 
-TEST(VariableSetLine, MembersAreUniqueWithoutRegardToCase)
-{
-    EXPECT_EQ(Parsed("vs= age AGE sex Age  SEX x").GetVariables(), (Names{"age", "sex", "x"}));
-
-    Set set;
-    set.SetVariables({"b", "a", "B", "c"});
-    EXPECT_EQ(set.GetVariables(), (Names{"b", "a", "c"}));
-    EXPECT_EQ(set.KeepVariablesIf([](const std::string& m) { return m != "a"; }), 1u);
-    EXPECT_TRUE(set.AddVariable("A"));  // a removed member may come back
-    EXPECT_FALSE(set.AddVariable(""));
-    EXPECT_EQ(set.GetVariables(), (Names{"b", "c", "A"}));
-
-    LocaleScope utf8("en_US.UTF-8");
-    ASSERT_TRUE(utf8.ok);
-    EXPECT_EQ(Parsed("vs= \xC3\xA9t\xC3\xA9 \xC3\x89T\xC3\x89 x").GetVariables(),
-              (Names{"\xC3\xA9t\xC3\xA9", "x"}));
-}
-
-TEST(VariableSetList, TextsReadLineByLineWithLaterNamesReplacingEarlier)
+TEST(VariableSetList, RecordsAreReadLineByLineAndStoredByKind)
 {
     MemoryDataSource ds;
     // Type 19 is read after type 7, replacing in place; CR LF endings, short
@@ -163,28 +136,19 @@ TEST(VariableSetList, TextsReadLineByLineWithLaterNamesReplacingEarlier)
     EXPECT_EQ(SetNames(list), (Names{"V1", "v2"}));
     EXPECT_EQ(list[0].GetVariables(), Names{"c"});
 
-}
-
-TEST(VariableSetList, StoringOneKindLeavesTheOtherRecordsAlone)
-{
-    MemoryDataSource ds;
-    PutRecord(ds, 7, "$old=C 1 o a b\n");
-    PutRecord(ds, 19, "$ext=E 1 1 1 0  a b\n");
-    MURV_VariableSetList list = {Parsed("v= a b"), Parsed("w= c")};
-    StoreVariableSets(list, ds);
+    // Storing variable sets leaves the multiple-response records alone.
+    StoreVariableSets({Parsed("v= a b"), Parsed("w= c")}, ds);
     EXPECT_EQ(Record(ds, 5), "v= a b\nw= c\n");
-    EXPECT_EQ(Record(ds, 7), "$old=C 1 o a b\n");
-    EXPECT_EQ(Record(ds, 19), "$ext=E 1 1 1 0  a b\n");
+    EXPECT_EQ(Record(ds, 7), "$one=C 1 1 a b\r\n\n\r\n$two=C 1 2 c d\r\n$three=C 1 3 e f");
+    EXPECT_EQ(SetNames(ReadVariableSets(ds, kMultResp)), (Names{"$one", "$TWO", "$three"}));
 }
 
 TEST(VariableSetList, DisplayLabelComesFromFirstLabelledMember)
 {
     MemoryDataSource ds;
     ds.Add(0, "Q1");
-    ds.AddVariable(0).SetName("q2");
-    ds.GetVariable(1).SetLabel("", 0);
-    ds.AddVariable(0).SetName("q3");
-    ds.GetVariable(2).SetLabel("Third question", 14);
+    ds.GetVariable(ds.Add(0, "q2")).SetLabel("", 0);
+    ds.GetVariable(ds.Add(0, "q3")).SetLabel("Third question", 14);
 
     // Without a labelled member the first member's name stands in.
     Set set = Parsed("$q=E 11 1 1 0  missing q1 Q2 q3");
@@ -224,45 +188,6 @@ TEST(PruneSets, UnknownMembersAndEmptiedSetsGo)
     PutRecord(ds, 5, "v= " + long64 + "xyz " + std::string(63, 'L') + "\n");
     PruneSetsAfterRead(ds);
     EXPECT_EQ(Record(ds, 5), "v= " + long64 + "xyz\n");
-}
-
-TEST(VariableSetScale, ThousandSetsOverTwentyThousandVariables)
-{
-    constexpr int kVars = 20000;
-    constexpr int kSets = 1000;
-    constexpr int kMembers = 20;
-    MemoryDataSource ds;
-    for (int i = 0; i < kVars; ++i) ds.Add(0, ("v" + std::to_string(i)).c_str());
-
-    // Every set also names one variable that does not exist, and one set in
-    // ten lists its members twice (upper-cased the second time).
-    std::string text;
-    for (int s = 0; s < kSets; ++s) {
-        std::string members;
-        for (int m = 0; m < kMembers; ++m) members += " v" + std::to_string((s * kMembers + m) % kVars);
-        if (s % 10 == 0) {
-            for (int m = 0; m < kMembers; ++m) members += " V" + std::to_string((s * kMembers + m) % kVars);
-        }
-        const std::string label = "Set " + std::to_string(s);
-        text += "$s" + std::to_string(s) + "=C " + std::to_string(label.size()) + " " + label + members +
-                " absent" + std::to_string(s) + "\n";
-    }
-    PutRecord(ds, 7, text);
-
-    MURV_VariableSetList list = ReadVariableSets(ds, kMultResp);
-    ASSERT_EQ(list.size(), std::size_t{kSets});
-    for (const Set& set : list) ASSERT_EQ(set.NVariables(), std::size_t{kMembers + 1});
-
-    PruneSetsAfterRead(ds);
-    list = ReadVariableSets(ds, kMultResp);
-    ASSERT_EQ(list.size(), std::size_t{kSets});
-    for (int s = 0; s < kSets; ++s) {
-        ASSERT_EQ(list[s].NVariables(), std::size_t{kMembers});
-        EXPECT_EQ(list[s].GetVariables().back(), "v" + std::to_string((s * kMembers + kMembers - 1) % kVars));
-    }
-
-    StoreVariableSets(list, ds);
-    EXPECT_EQ(ReadVariableSets(ds, kMultResp).size(), std::size_t{kSets});
 }
 
 }  // namespace

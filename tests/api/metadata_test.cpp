@@ -21,7 +21,21 @@ namespace {
 using namespace murv::testing;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
+using Names = std::vector<const char*>;
+
 int NewFile(const std::string& path) { return OpenNew(path, {{"age", 0}, {"name", 12}}); }
+
+// A new file f.murv open for writing as h; each test closes it.
+class Metadata : public ::testing::Test {
+protected:
+    TempDir dir;
+    std::string path = dir.File("f.murv");
+    int h = NewFile(path);
+};
+
+int SetFileAttributes(int h, Names names, Names values) {
+    return murvSetFileAttributes(h, names.data(), values.data(), static_cast<int>(names.size()));
+}
 
 // Attributes as name-value pairs, from a getter given the output arrays.
 template <class Get>
@@ -43,10 +57,7 @@ Pairs VarAttributes(int h, const char* var) {
         [h, var](char*** names, char*** values, int* n) { return murvGetVarAttributes(h, var, names, values, n); });
 }
 
-TEST(Metadata, LabelProductReleaseAndStamp) {
-    TempDir dir;
-    const std::string path = dir.File("f.murv");
-    int h = NewFile(path);
+TEST_F(Metadata, LabelProductReleaseAndStamp) {
     char text[300];
     EXPECT_EQ(murvGetIdString(h, text), MURV_RC_BAD_HANDLE) << "no file label yet";
     EXPECT_STREQ(text, "");
@@ -91,10 +102,7 @@ TEST(Metadata, LabelProductReleaseAndStamp) {
 }
 
 // Raw extension records, and the text information, one kind of them.
-TEST(Metadata, ExtensionRecordsAreReadInChunks) {
-    TempDir dir;
-    const std::string path = dir.File("f.murv");
-    int h = NewFile(path);
+TEST_F(Metadata, ExtensionRecordsAreReadInChunks) {
     std::string payload(1000, '\0');
     for (std::size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>('a' + i % 26);
     EXPECT_EQ(murvSetExtensionData(h, 25, 1, 1000, payload.data()), MURV_RC_OK);
@@ -152,51 +160,42 @@ TEST(Metadata, ExtensionRecordsAreReadInChunks) {
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 }
 
-TEST(Metadata, DocumentsAreCopiedBetweenHandles) {
-    TempDir dir;
-    const std::string withDocs = dir.File("docs.murv"), copy = dir.File("copy.murv"), none = dir.File("none.murv");
+TEST_F(Metadata, DocumentsAreCopiedBetweenHandles) {
+    const std::string withDocs = dir.File("docs.murv"), none = dir.File("none.murv"), again = dir.File("again.murv");
     const std::string line1 = "First line of the documents" + std::string(53, ' ');
     const std::string line2 = "Second line" + std::string(69, ' ');
-    ByteBuilder b;
-    b.Header(1, 0).Variable(0, "X").Documents({line1, line2}).End().Save(withDocs);
+    ByteBuilder().Header(1, 0).Variable(0, "X").Documents({line1, line2}).End().Save(withDocs);
     const int src = OpenForRead(withDocs);
     int found = 0;
     EXPECT_EQ(murvQueryType7(src, 0, &found), MURV_RC_OK);
     EXPECT_EQ(found, 1) << "documents are marked under type 0";
 
-    int h = NewFile(copy);
     EXPECT_EQ(murvCopyDocuments(src, h), MURV_RC_OK);
     EXPECT_EQ(murvCopyDocuments(h, src), MURV_RC_READ_MODE) << "the target must be an open dictionary";
     EXPECT_EQ(murvCopyDocuments(99, h), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     EXPECT_EQ(murvCopyDocuments(src, h), MURV_RC_DICT_COMMITTED);
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    EXPECT_NE(FileBytes(copy).find(line1 + line2), std::string::npos) << "written byte for byte";
+    EXPECT_NE(FileBytes(path).find(line1 + line2), std::string::npos) << "written byte for byte";
 
     // Copying from a file without documents removes the target's.
     const int plain = Reopen(NewFile(none), none);
-    int h2 = NewFile(dir.File("again.murv"));
-    EXPECT_EQ(murvCopyDocuments(src, h2), MURV_RC_OK);
-    EXPECT_EQ(murvCopyDocuments(plain, h2), MURV_RC_OK);
-    EXPECT_EQ(murvCommitHeader(h2), MURV_RC_OK);
-    EXPECT_EQ(murvCloseWrite(h2), MURV_RC_OK);
-    EXPECT_EQ(FileBytes(dir.File("again.murv")).find(line1), std::string::npos);
+    h = NewFile(again);
+    EXPECT_EQ(murvCopyDocuments(src, h), MURV_RC_OK);
+    EXPECT_EQ(murvCopyDocuments(plain, h), MURV_RC_OK);
+    EXPECT_EQ(murvCloseRead(Reopen(h, again)), MURV_RC_OK);
+    EXPECT_EQ(FileBytes(again).find(line1), std::string::npos);
     EXPECT_EQ(murvCloseRead(plain), MURV_RC_OK);
     EXPECT_EQ(murvCloseRead(src), MURV_RC_OK);
 }
 
-TEST(Metadata, AttributesRoundTrip) {
-    TempDir dir;
-    const std::string path = dir.File("f.murv");
-    int h = NewFile(path);
-    const char* names[] = {"Color[2]", "Size", "Color[3]", "$CreationDate", "Ten[010]", "Ten[1]"};
-    const char* values[] = {"blue", "big", "green", "2026-11-23", "x", "y"};
-    EXPECT_EQ(murvSetFileAttributes(h, names, values, 6), MURV_RC_OK);
+TEST_F(Metadata, AttributesRoundTrip) {
+    EXPECT_EQ(SetFileAttributes(h, {"Color[2]", "Size", "Color[3]", "$CreationDate", "Ten[010]", "Ten[1]"},
+                                {"blue", "big", "green", "2026-11-23", "x", "y"}),
+              MURV_RC_OK);
     EXPECT_EQ(murvAddFileAttribute(h, "Note", -1, "first"), MURV_RC_OK);
     EXPECT_EQ(murvAddFileAttribute(h, "Note", 2, "second"), MURV_RC_OK);
-    const char* vnames[] = {"Source"};
-    const char* vvalues[] = {"survey"};
-    EXPECT_EQ(murvSetVarAttributes(h, "AGE", vnames, vvalues, 1), MURV_RC_OK);
+    EXPECT_EQ(murvSetVarAttributes(h, "AGE", Names{"Source"}.data(), Names{"survey"}.data(), 1), MURV_RC_OK);
     EXPECT_EQ(murvAddVarAttribute(h, "age", "Unit", -1, "years"), MURV_RC_OK);
     const Pairs expectFile = {{"Color[2]", "blue"}, {"Color[3]", "green"}, {"Size", "big"},
                               {"$CreationDate", "2026-11-23"}, {"Ten[01]", "y"}, {"Ten[10]", "x"},
@@ -211,9 +210,7 @@ TEST(Metadata, AttributesRoundTrip) {
 
 // Names an attribute may take: ordinary names, not ending in "." or "_",
 // and of the "$" names only those reserved for the owner (file, variable).
-TEST(Metadata, AttributeNamesByOwner) {
-    TempDir dir;
-    int h = NewFile(dir.File("f.murv"));
+TEST_F(Metadata, AttributeNamesByOwner) {
     const std::string long64(64, 'a'), long65(65, 'a');
     const int ok = MURV_RC_OK, bad = MURV_RC_BAD_ATTR_NAME;
     const struct {
@@ -243,42 +240,32 @@ TEST(Metadata, AttributeNamesByOwner) {
     if (!missing.empty()) GTEST_SKIP() << "rows left out, no locale:" << missing;
 }
 
-TEST(Metadata, AttributeErrorsLeaveTheOldSet) {
-    TempDir dir;
-    int h = NewFile(dir.File("f.murv"));
-    const char* good[] = {"Keep"};
-    const char* goodValues[] = {"me"};
-    ASSERT_EQ(murvSetFileAttributes(h, good, goodValues, 1), MURV_RC_OK);
+TEST_F(Metadata, AttributeErrorsLeaveTheOldSet) {
+    ASSERT_EQ(SetFileAttributes(h, {"Keep"}, {"me"}), MURV_RC_OK);
     for (const char* bad : {"A[0]", "A[]", "A[x]", "A[1]b", "A]", "A[1]]", "A[[1]", "A[-1]", "A[+1]", "A[ 1]",
                             "A[2147483647]", "A[99999999999999999999999]", "[1]", "A[1", "1A[1]", "$Unknown", "1A",
-                            "A.", "#A", "$ExtendedVariableLabel"}) {
-        const char* names[] = {"Other", bad};
-        const char* values[] = {"v", "v"};
-        EXPECT_EQ(murvSetFileAttributes(h, names, values, 2), MURV_RC_BAD_ATTR_NAME) << bad;
-    }
-    // A position far past the values held is refused rather than filled.
-    const char* far[] = {"$ExtendedFileLabel[2147483646]"};
-    EXPECT_EQ(murvSetFileAttributes(h, far, goodValues, 1), MURV_RC_BAD_ATTR_DEF);
-    EXPECT_EQ(murvAddFileAttribute(h, "Keep", 1000002, "v"), MURV_RC_BAD_ATTR_DEF);
-    EXPECT_EQ(murvSetFileAttributes(h, nullptr, goodValues, 1), MURV_RC_BAD_ATTR_DEF);
-    EXPECT_EQ(murvAddFileAttribute(h, "A", 0, "v"), MURV_RC_BAD_ATTR_DEF);
-    EXPECT_EQ(murvAddFileAttribute(h, "A", -2, "v"), MURV_RC_BAD_ATTR_DEF);
-    EXPECT_EQ(murvAddFileAttribute(h, "A", 1, ""), MURV_RC_BAD_ATTR_DEF);
-    EXPECT_EQ(murvAddFileAttribute(h, nullptr, 1, "v"), MURV_RC_BAD_ATTR_DEF);
+                            "A.", "#A", "$ExtendedVariableLabel"})
+        EXPECT_EQ(SetFileAttributes(h, {"Other", bad}, {"v", "v"}), MURV_RC_BAD_ATTR_NAME) << bad;
+    // A position far past the values held is refused rather than filled;
+    // positions start at 1 (-1 adds one), values are not empty.
+    const char* values[] = {"me"};
+    int call = 0;
+    for (const int rc : {SetFileAttributes(h, {"$ExtendedFileLabel[2147483646]"}, {"v"}),
+                         murvAddFileAttribute(h, "Keep", 1000002, "v"), murvSetFileAttributes(h, nullptr, values, 1),
+                         murvAddFileAttribute(h, "A", 0, "v"), murvAddFileAttribute(h, "A", -2, "v"),
+                         murvAddFileAttribute(h, "A", 1, ""), murvAddFileAttribute(h, nullptr, 1, "v")})
+        EXPECT_EQ(rc, MURV_RC_BAD_ATTR_DEF) << "call " << call++;
     EXPECT_EQ(murvAddFileAttribute(h, "A[1]", 1, "v"), MURV_RC_BAD_ATTR_NAME);
     EXPECT_EQ(murvAddVarAttribute(h, "nosuch", "A", 1, "v"), MURV_RC_VAR_NOT_FOUND);
     EXPECT_EQ(FileAttributes(h), (Pairs{{"Keep", "me"}}));
     // Empty names and values are skipped, not errors.
-    const char* names[] = {"", "X", nullptr};
-    const char* values[] = {"v", "", "v"};
-    EXPECT_EQ(murvSetFileAttributes(h, names, values, 3), MURV_RC_OK);
+    EXPECT_EQ(SetFileAttributes(h, {"", "X", nullptr}, {"v", "", "v"}), MURV_RC_OK);
     EXPECT_EQ(FileAttributes(h), Pairs{});
     char** outNames = reinterpret_cast<char**>(1);
     char** outValues = reinterpret_cast<char**>(1);
     int n = 5;
     EXPECT_EQ(murvGetFileAttributes(-3, &outNames, &outValues, &n), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(outNames, nullptr);
-    EXPECT_EQ(n, 0);
+    EXPECT_TRUE(outNames == nullptr && outValues == nullptr && n == 0);
     EXPECT_EQ(murvGetFileAttributes(h, nullptr, nullptr, nullptr), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvFreeAttributes(nullptr, nullptr, 0), MURV_RC_OK);
     EXPECT_EQ(murvFreeAttributes(nullptr, nullptr, 3), MURV_RC_OK);

@@ -2,8 +2,8 @@
 // trips through files, files of the other byte order, and the codes for
 // malformed arrays, misplaced calls and null pointers.
 #include <cstdint>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -36,8 +36,7 @@ Ints GetDates(int h, int expectRc = MURV_RC_OK) {
     Ints out;
     if (array) out.assign(array, array + n);
     if (expectRc != MURV_RC_OK) {
-        EXPECT_EQ(n, 0);
-        EXPECT_EQ(array, nullptr);
+        EXPECT_TRUE(n == 0 && array == nullptr);
     }
     EXPECT_EQ(murvFreeDateVariables(array), MURV_RC_OK);
     return out;

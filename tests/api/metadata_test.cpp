@@ -2,8 +2,6 @@
 // release numbers, time stamp, documents, raw extension records, text
 // information and attributes, kept across a write and a reopen.
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,7 +18,6 @@ namespace {
 
 using namespace murv::testing;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
-
 using Names = std::vector<const char*>;
 
 int NewFile(const std::string& path) { return OpenNew(path, {{"age", 0}, {"name", 12}}); }
@@ -37,24 +34,18 @@ int SetFileAttributes(int h, Names names, Names values) {
     return murvSetFileAttributes(h, names.data(), values.data(), static_cast<int>(names.size()));
 }
 
-// Attributes as name-value pairs, from a getter given the output arrays.
-template <class Get>
-Pairs Attributes(Get get) {
+// The file's attributes, or the variable's if one is named, as name-value
+// pairs.
+Pairs Attributes(int h, const char* var = nullptr) {
     char** names = nullptr;
     char** values = nullptr;
     int n = -1;
-    EXPECT_EQ(get(&names, &values, &n), MURV_RC_OK);
+    EXPECT_EQ(var ? murvGetVarAttributes(h, var, &names, &values, &n) : murvGetFileAttributes(h, &names, &values, &n),
+              MURV_RC_OK);
     Pairs out;
     for (int i = 0; i < n; ++i) out.emplace_back(names[i], values[i]);
     EXPECT_EQ(murvFreeAttributes(names, values, n), MURV_RC_OK);
     return out;
-}
-Pairs FileAttributes(int h) {
-    return Attributes([h](char*** names, char*** values, int* n) { return murvGetFileAttributes(h, names, values, n); });
-}
-Pairs VarAttributes(int h, const char* var) {
-    return Attributes(
-        [h, var](char*** names, char*** values, int* n) { return murvGetVarAttributes(h, var, names, values, n); });
 }
 
 TEST_F(Metadata, LabelProductReleaseAndStamp) {
@@ -200,11 +191,11 @@ TEST_F(Metadata, AttributesRoundTrip) {
     const Pairs expectFile = {{"Color[2]", "blue"}, {"Color[3]", "green"}, {"Size", "big"},
                               {"$CreationDate", "2026-11-23"}, {"Ten[01]", "y"}, {"Ten[10]", "x"},
                               {"Note[1]", "first"}, {"Note[2]", "second"}};
-    EXPECT_EQ(FileAttributes(h), expectFile);
+    EXPECT_EQ(Attributes(h), expectFile);
     int r = Reopen(h, path);
-    EXPECT_EQ(FileAttributes(r), expectFile);
-    EXPECT_EQ(VarAttributes(r, "age"), (Pairs{{"Source", "survey"}, {"Unit", "years"}}));
-    EXPECT_EQ(VarAttributes(r, "name"), Pairs{});
+    EXPECT_EQ(Attributes(r), expectFile);
+    EXPECT_EQ(Attributes(r, "age"), (Pairs{{"Source", "survey"}, {"Unit", "years"}}));
+    EXPECT_EQ(Attributes(r, "name"), Pairs{});
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 }
 
@@ -257,10 +248,10 @@ TEST_F(Metadata, AttributeErrorsLeaveTheOldSet) {
         EXPECT_EQ(rc, MURV_RC_BAD_ATTR_DEF) << "call " << call++;
     EXPECT_EQ(murvAddFileAttribute(h, "A[1]", 1, "v"), MURV_RC_BAD_ATTR_NAME);
     EXPECT_EQ(murvAddVarAttribute(h, "nosuch", "A", 1, "v"), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(FileAttributes(h), (Pairs{{"Keep", "me"}}));
+    EXPECT_EQ(Attributes(h), (Pairs{{"Keep", "me"}}));
     // Empty names and values are skipped, not errors.
     EXPECT_EQ(SetFileAttributes(h, {"", "X", nullptr}, {"v", "", "v"}), MURV_RC_OK);
-    EXPECT_EQ(FileAttributes(h), Pairs{});
+    EXPECT_EQ(Attributes(h), Pairs{});
     char** outNames = reinterpret_cast<char**>(1);
     char** outValues = reinterpret_cast<char**>(1);
     int n = 5;

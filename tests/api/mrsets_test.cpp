@@ -2,7 +2,7 @@
 // added as structures and through the C and N calls, read back by index and
 // as text after a round trip through a file, and the codes for refused sets.
 #include <cstring>
-#include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -30,31 +30,19 @@ int Count(int h) {
     return n;
 }
 
-// A set as read back by index, in comparable form.
-struct Def {
-    std::string name, label, countedText;
-    int dichotomy = 0, numeric = 0, categoryLabels = 0, firstVarLabel = 0, counted = 0;
-    std::vector<std::string> vars;
-    bool operator==(const Def&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& os, const Def& d) {
-    os << d.name << " '" << d.label << "' '" << d.countedText << "' " << d.dichotomy << d.numeric
-       << d.categoryLabels << d.firstVarLabel << " " << d.counted;
-    for (const auto& v : d.vars) os << " " << v;
-    return os;
-}
-
-Def ByIndex(int h, int i) {
+// A set as read back by index: name, 'label', 'counted text', the flags
+// (dichotomy, numeric, category labels, first variable's label), the
+// counted value and the members.
+std::string ByIndex(int h, int i) {
     murvMultRespDef* p = nullptr;
     EXPECT_EQ(murvGetMultRespDefByIndex(h, i, &p), MURV_RC_OK);
-    Def d;
-    if (!p) return d;
-    d = {p->setName, p->setLabel, p->countedValueText ? p->countedValueText : "", p->isDichotomy, p->isNumeric,
-         p->useCategoryLabels, p->useFirstVarLabel, p->countedValue, {}};
-    for (int k = 0; k < p->varCount; ++k) d.vars.emplace_back(p->varNames[k]);
+    if (!p) return "";
+    std::ostringstream out;
+    out << p->setName << " '" << p->setLabel << "' '" << (p->countedValueText ? p->countedValueText : "") << "' "
+        << p->isDichotomy << p->isNumeric << p->useCategoryLabels << p->useFirstVarLabel << ' ' << p->countedValue;
+    for (int k = 0; k < p->varCount; ++k) out << ' ' << p->varNames[k];
     EXPECT_EQ(murvFreeMultRespDefStruct(p), MURV_RC_OK);
-    return d;
+    return out.str();
 }
 
 TEST(MultResp, SetsOfEveryKindRoundTrip) {
@@ -79,12 +67,12 @@ TEST(MultResp, SetsOfEveryKindRoundTrip) {
     const int r = Reopen(h, path);
 
     ASSERT_EQ(Count(r), 5);
-    EXPECT_EQ(ByIndex(r, 0), (Def{"$num", "Numeric set", "1", 1, 1, 0, 0, 1, {"n1", "n2"}}));
-    EXPECT_EQ(ByIndex(r, 1), (Def{"$str", "", "yes", 1, 0, 0, 0, 0, {"s1", "s2"}}));
-    EXPECT_EQ(ByIndex(r, 2), (Def{"$cat", "Cats", "", 0, 0, 0, 0, 0, {"n1", "n2", "n3"}}));
-    EXPECT_EQ(ByIndex(r, 3), (Def{"$cat2", "", "", 0, 0, 0, 0, 0, {"s1", "s2"}}));
+    EXPECT_EQ(ByIndex(r, 0), "$num 'Numeric set' '1' 1100 1 n1 n2");
+    EXPECT_EQ(ByIndex(r, 1), "$str '' 'yes' 1000 0 s1 s2");
+    EXPECT_EQ(ByIndex(r, 2), "$cat 'Cats' '' 0000 0 n1 n2 n3");
+    EXPECT_EQ(ByIndex(r, 3), "$cat2 '' '' 0000 0 s1 s2");
     // The label comes from the first member that has one.
-    EXPECT_EQ(ByIndex(r, 4), (Def{"$ext", "Third", "-2", 1, 1, 1, 1, -2, {"n2", "n3"}}));
+    EXPECT_EQ(ByIndex(r, 4), "$ext 'Third' '-2' 1111 -2 n2 n3");
 
     // The extended set travels in its own record (19), the others in 7.
     char* text = nullptr;
@@ -145,11 +133,11 @@ TEST(MultResp, RefusedSetsChangeNothing) {
     EXPECT_EQ(murvAddMultRespDefN(-1, "$y", "", 1, 1, nums.data(), 2), MURV_RC_BAD_HANDLE);
 
     EXPECT_EQ(Count(h), 1);
-    EXPECT_EQ(ByIndex(h, 0), (Def{"$set", "", "1", 1, 1, 0, 0, 1, {"n1", "n2"}}));
+    EXPECT_EQ(ByIndex(h, 0), "$set '' '1' 1100 1 n1 n2");
     // A longer name is cut to the 64 bytes a set name holds.
     const std::string longName = "$" + std::string(70, 'a');
     EXPECT_EQ(murvAddMultRespDefN(h, longName.c_str(), "", 1, 1, nums.data(), 2), MURV_RC_OK);
-    EXPECT_EQ(ByIndex(h, 1).name, longName.substr(0, 64));
+    EXPECT_EQ(ByIndex(h, 1), longName.substr(0, 64) + " '' '1' 1100 1 n1 n2");
     EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
     EXPECT_EQ(murvAddMultRespDefN(h, "$late", "", 1, 1, nums.data(), 2), MURV_RC_DICT_COMMITTED);
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
@@ -169,7 +157,7 @@ TEST(SetTexts, RawDefinitionsRoundTrip) {
               MURV_RC_OK);
     EXPECT_EQ(murvSetVariableSets(h, "Nums= n1 n2 n3\nMixed= s1 gone\nGhosts= x y\n"), MURV_RC_OK);
     EXPECT_EQ(Count(h), 2);
-    EXPECT_EQ(ByIndex(h, 0), (Def{"$a", "", "1", 1, 0, 0, 0, 0, {"s1", "s2"}}));
+    EXPECT_EQ(ByIndex(h, 0), "$a '' '1' 1000 0 s1 s2");
     char* text = reinterpret_cast<char*>(&h);
     EXPECT_EQ(murvGetMultRespDefs(h, &text), MURV_RC_WRITE_MODE);
     EXPECT_EQ(text, nullptr);

@@ -109,23 +109,6 @@ TEST(DateVariables, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
     GetDates(99, MURV_RC_BAD_HANDLE);
 }
 
-// Files of the other byte order, made by hand.
-TEST(DateVariables, ReadsTheOtherByteOrderAndRefusesAMalformedRecord) {
-    TempDir dir;
-    const std::string path = dir.File("big.murv");
-    const Ints units = {1, 3, 2, 7, 8, 1, kYear, 2, 10, kMonth, 4, 11, kDate, 11, 12};
-    ByteBuilder(true).Header(7, 0).StringVariable(20, "LABEL").Variable(0, "YEAR_").Variable(0, "MONTH_")
-        .StringVariable(10, "DATE_").ExtensionI32(6, units).End().Save(path);
-    int r = OpenForRead(path);
-    EXPECT_EQ(GetDates(r), units);
-    murvCloseRead(r);
-
-    // A count of 2 with a single entry.
-    ByteBuilder(true).Header(1, 0).Variable(0, "YEAR_").ExtensionI32(6, {0, 1, 2, 1, 1, 1, 1, 2, 1}).End().Save(path);
-    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_BAD_FILE);
-    EXPECT_EQ(r, -1);
-}
-
 // ---- the data-entry block ----
 
 // n bytes whose last four hold the segment count, little-endian.
@@ -230,22 +213,34 @@ TEST_F(DataEntry, SettingPiecesAndMisplacedCalls) {
     murvCloseRead(r);
 }
 
-TEST_F(DataEntry, ABlockOfTheOtherByteOrderCannotBeUsed) {
+// A file of the other byte order, made by hand: its date variables are
+// read, its data-entry block cannot be used, but its identifier, which is
+// text, can.
+TEST(OtherByteOrder, DatesAndDataEntryBlock) {
+    TempDir dir;
+    const std::string path = dir.File("big.murv");
+    const Ints units = {1, 3, 2, 7, 8, 1, kYear, 2, 10, kMonth, 4, 11, kDate, 11, 12};
     const auto block = Block(12, 9, 1);
-    ByteBuilder(true).Header(1, 0).Variable(0, "X").ExtensionHeader(8, 1, 12).Raw(block.data(), block.size())
+    ByteBuilder(true).Header(7, 0).StringVariable(20, "LABEL").Variable(0, "YEAR_").Variable(0, "MONTH_")
+        .StringVariable(10, "DATE_").ExtensionI32(6, units).ExtensionHeader(8, 1, 12).Raw(block.data(), block.size())
         .ExtensionText(12, "{guid}").End().Save(path);
-    const int r = OpenForRead(path);
+    int r = OpenForRead(path);
+    EXPECT_EQ(GetDates(r), units);
     int nBytes = 5, nSegments = 5, n = 5;
     unsigned char buf[16];
     for (const int rc : {murvGetZOPInfo(r, &nBytes, &nSegments), murvGetZOPFirst(r, buf, 16, &n),
                          murvGetZOPNext(r, buf, 16, &n)})
         EXPECT_EQ(rc, MURV_RC_NO_ZOP);
     EXPECT_EQ(nBytes + nSegments + n, 0);
-    // The identifier is text and reads in either byte order.
     char text[257];
     EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
     EXPECT_STREQ(text, "{guid}");
     murvCloseRead(r);
+
+    // A date record with a count of 2 and a single entry.
+    ByteBuilder(true).Header(1, 0).Variable(0, "YEAR_").ExtensionI32(6, {0, 1, 2, 1, 1, 1, 1, 2, 1}).End().Save(path);
+    EXPECT_EQ(murvOpenRead(path.c_str(), &r), MURV_RC_BAD_FILE);
+    EXPECT_EQ(r, -1);
 }
 
 }  // namespace

@@ -73,7 +73,6 @@ TEST_F(Metadata, LabelProductReleaseAndStamp) {
     int r = Reopen(h, path, false);
     checkHeader(r);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
-    EXPECT_EQ(murvGetIdString(r, text), MURV_RC_BAD_HANDLE);
     int rel[3] = {9, 9, 9};
     EXPECT_EQ(murvGetReleaseInfo(-1, rel), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(rel[0], 0) << "outputs reset first";

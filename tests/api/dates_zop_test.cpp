@@ -119,94 +119,73 @@ std::vector<unsigned char> Block(std::size_t n, unsigned seed, std::int32_t segm
     return b;
 }
 
-struct DataEntry : ::testing::Test {
+TEST(DataEntry, PiecesRoundTripAndMisplacedCalls) {
     TempDir dir;
-    std::string path = dir.File("zop.murv");
-};
-
-TEST_F(DataEntry, FirstAndNextPiecesRoundTripAndReadBackInChunks) {
-    const auto whole = Block(150, 1, 3);  // set as pieces of 100 and 50 bytes
+    const std::string path = dir.File("zop.murv");
+    const auto whole = Block(150, 1, 3);
     const std::string guid = "{A1}" + std::string(300, 'g');
-    const int h = NewFile(path);
+    int h = NewFile(path);
+    // Next before any first, negative counts, missing data.
+    EXPECT_EQ(murvSetZOPNext(h, whole.data(), 10), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPFirst(h, whole.data(), -1), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPFirst(h, whole.data(), 20), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPNext(h, whole.data(), -5), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPNext(h, nullptr, 5), MURV_RC_BAD_EXTENSION);
+    // A new first piece replaces the block.
     EXPECT_EQ(murvSetZOPFirst(h, whole.data(), 100), MURV_RC_OK);
     EXPECT_EQ(murvSetZOPNext(h, whole.data() + 100, 50), MURV_RC_OK);
     EXPECT_EQ(murvSetZOPGUID(h, guid.c_str()), MURV_RC_OK);
-    const int r = Reopen(h, path);
-    int nBytes = 0, nSegments = 0;
-    EXPECT_EQ(murvGetZOPInfo(r, &nBytes, &nSegments), MURV_RC_OK);
-    EXPECT_EQ(std::pair(nBytes, nSegments), std::pair(150, 3));
-
-    // 64 + 64 + 22 (the chunked reading itself is that of every extension record).
-    std::vector<unsigned char> got;
-    std::vector<int> sizes;
-    unsigned char buf[64];
-    int n = -1;
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(i == 0 ? murvGetZOPFirst(r, buf, 64, &n) : murvGetZOPNext(r, buf, 64, &n), MURV_RC_OK);
-        sizes.push_back(n);
-        got.insert(got.end(), buf, buf + n);
-    }
-    EXPECT_EQ(sizes, (std::vector<int>{64, 64, 22}));
-    EXPECT_EQ(got, whole);
-
-    // The identifier: at most 256 bytes, from its start on every call.
-    for (int i = 0; i < 2; ++i) {
-        char text[257];
-        EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
-        EXPECT_EQ(std::string(text), guid.substr(0, 256));
-    }
-    murvCloseRead(r);
-}
-
-TEST_F(DataEntry, SettingPiecesAndMisplacedCalls) {
-    const auto block = Block(40, 5, 1);
-    int h = NewFile(path);
-    // Next before any first, negative counts, missing data.
-    EXPECT_EQ(murvSetZOPNext(h, block.data(), 10), MURV_RC_BAD_EXTENSION);
-    EXPECT_EQ(murvSetZOPFirst(h, block.data(), -1), MURV_RC_BAD_EXTENSION);
-    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 20), MURV_RC_OK);
-    EXPECT_EQ(murvSetZOPNext(h, block.data(), -5), MURV_RC_BAD_EXTENSION);
-    EXPECT_EQ(murvSetZOPNext(h, nullptr, 5), MURV_RC_BAD_EXTENSION);
-    // A new first piece replaces the block.
-    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 30), MURV_RC_OK);
-    EXPECT_EQ(murvSetZOPNext(h, block.data() + 30, 10), MURV_RC_OK);
-    EXPECT_EQ(murvSetZOPGUID(h, "id"), MURV_RC_OK);
-    EXPECT_EQ(murvSetZOPGUID(h, nullptr), MURV_RC_OK);  // removes it
     int a = 1, b = 1;
     char text[257] = "x";
-    unsigned char buf[8];
+    unsigned char buf[64];
     for (const int rc : {murvGetZOPInfo(h, &a, &b), murvGetZOPFirst(h, buf, 8, &a), murvGetZOPGUID(h, text)})
         EXPECT_EQ(rc, MURV_RC_WRITE_MODE);
     EXPECT_TRUE(a == 0 && text[0] == '\0');
     int r = Reopen(h, path);
-
     EXPECT_EQ(murvGetZOPInfo(r, &a, &b), MURV_RC_OK);
-    EXPECT_EQ(std::pair(a, b), std::pair(40, 1));
-    EXPECT_EQ(murvSetZOPNext(r, block.data(), 10), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
-    EXPECT_STREQ(text, "");
+    EXPECT_EQ(std::pair(a, b), std::pair(150, 3));
+    // 64 + 64 + 22 (the chunked reading itself is that of every extension record).
+    std::vector<unsigned char> got;
+    std::vector<int> sizes;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(i == 0 ? murvGetZOPFirst(r, buf, 64, &a) : murvGetZOPNext(r, buf, 64, &a), MURV_RC_OK);
+        sizes.push_back(a);
+        got.insert(got.end(), buf, buf + a);
+    }
+    EXPECT_EQ(sizes, (std::vector<int>{64, 64, 22}));
+    EXPECT_EQ(got, whole);
+    // The identifier: at most 256 bytes, from its start on every call.
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
+        EXPECT_EQ(std::string(text), guid.substr(0, 256));
+    }
+    EXPECT_EQ(murvSetZOPNext(r, whole.data(), 10), MURV_RC_READ_MODE);
     for (const int rc : {murvGetZOPInfo(r, nullptr, &b), murvGetZOPFirst(r, buf, 8, nullptr),
                          murvGetZOPFirst(r, nullptr, 8, &a), murvGetZOPGUID(r, nullptr)})
         EXPECT_EQ(rc, MURV_RC_FILE_READ);
     murvCloseRead(r);
 
-    // A count of 0 removes the block.
+    // A count of 0 removes the block, a null identifier the identifier.
     h = NewFile(path);
-    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 40), MURV_RC_OK);
-    EXPECT_EQ(murvSetZOPFirst(h, block.data(), 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPFirst(h, whole.data(), 40), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPFirst(h, whole.data(), 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPGUID(h, "id"), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPGUID(h, nullptr), MURV_RC_OK);
     r = Reopen(h, path);
     a = b = 5;
     EXPECT_EQ(murvGetZOPInfo(r, &a, &b), MURV_RC_NO_ZOP);
     EXPECT_EQ(murvGetZOPNext(r, buf, 8, &a), MURV_RC_NO_ZOP);
     EXPECT_EQ(a + b, 0);
+    EXPECT_EQ(murvGetZOPGUID(r, text), MURV_RC_OK);
+    EXPECT_STREQ(text, "");
     murvCloseRead(r);
 
     // A block of 4-byte units (set through the raw extension call) grows by
     // whole units only; a piece of 6 bytes was once read past its end.
     h = NewFile(path);
-    ASSERT_EQ(murvSetExtensionData(h, 8, 4, 5, block.data()), MURV_RC_OK);
-    EXPECT_EQ(murvSetZOPNext(h, block.data(), 6), MURV_RC_BAD_EXTENSION);
-    EXPECT_EQ(murvSetZOPNext(h, block.data(), 8), MURV_RC_OK);
+    ASSERT_EQ(murvSetExtensionData(h, 8, 4, 5, whole.data()), MURV_RC_OK);
+    EXPECT_EQ(murvSetZOPNext(h, whole.data(), 6), MURV_RC_BAD_EXTENSION);
+    EXPECT_EQ(murvSetZOPNext(h, whole.data(), 8), MURV_RC_OK);
     r = Reopen(h, path);
     EXPECT_EQ(murvGetExtensionDataDesc(r, 8, &a, &b), MURV_RC_OK);
     EXPECT_EQ(std::pair(a, b), std::pair(4, 7));

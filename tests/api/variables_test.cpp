@@ -1,6 +1,5 @@
 // Variable dictionary calls, used as a client uses them: through murvio.h.
 #include <array>
-#include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -53,14 +52,6 @@ std::array<double, 4> NMissing(int handle, const char* name) {
     double v[3] = {7, 7, 7};
     EXPECT_EQ(murvGetVarNMissingValues(handle, name, &kind, &v[0], &v[1], &v[2]), MURV_RC_OK) << name;
     return {static_cast<double>(kind), v[0], v[1], v[2]};
-}
-
-// A string variable's missing values: the kind and the three values.
-std::string CMissing(int handle, const char* name) {
-    int kind = 7;
-    char c[3][9] = {"junk", "junk", "junk"};
-    EXPECT_EQ(murvGetVarCMissingValues(handle, name, &kind, c[0], c[1], c[2]), MURV_RC_OK) << name;
-    return std::to_string(kind) + '|' + c[0] + '|' + c[1] + '|' + c[2];
 }
 
 // The display properties: alignment, column width, measurement level.
@@ -223,8 +214,9 @@ TEST_F(VariableCalls, MissingValuesByKind) {
 
     const int r = Reread();
     EXPECT_EQ(NMissing(r, "n"), (std::array{-3.0, 1.0, 5.0, 9.0}));
-    EXPECT_EQ(CMissing(r, "s4"), "2|ab  |wxyz|");  // as wide as the variable, blank-padded
-    char c[3][9];
+    char c[3][9] = {"junk", "junk", "junk"};
+    EXPECT_EQ(murvGetVarCMissingValues(r, "s4", &kind, c[0], c[1], c[2]), MURV_RC_OK);
+    EXPECT_EQ(std::to_string(kind) + '|' + c[0] + '|' + c[1] + '|' + c[2], "2|ab  |wxyz|");  // blank-padded
     EXPECT_EQ(murvGetVarCMissingValues(r, "n", &kind, c[0], c[1], c[2]), MURV_RC_STRING_EXPECTED);
     EXPECT_EQ(murvGetVarCMissingValues(r, "s10", &kind, c[0], c[1], c[2]), MURV_RC_SHORT_STRING_EXPECTED);
     EXPECT_EQ(murvGetVarCMissingValues(r, "s4", &kind, c[0], c[1], nullptr), MURV_RC_BAD_HANDLE);

@@ -24,6 +24,22 @@ int NewFile(const std::string& path) {
     return h;
 }
 
+std::string Refused(int rc) { return "refused " + std::to_string(rc); }
+
+// The text a getter hands out (released at once), or "refused <code>" with
+// the output reset.
+template <class Get, class Free>
+std::string Text(Get get, Free release, int h) {
+    char* text = reinterpret_cast<char*>(&h);
+    const int rc = get(h, &text);
+    const std::string out = rc == MURV_RC_OK ? text : Refused(rc);
+    EXPECT_TRUE(rc == MURV_RC_OK || text == nullptr);
+    EXPECT_EQ(release(text), MURV_RC_OK);
+    return out;
+}
+std::string MultRespText(int h) { return Text(murvGetMultRespDefs, murvFreeMultRespDefs, h); }
+std::string VariableSetText(int h) { return Text(murvGetVariableSets, murvFreeVariableSets, h); }
+
 int Count(int h) {
     int n = -1;
     EXPECT_EQ(murvGetMultRespCount(h, &n), MURV_RC_OK);
@@ -75,11 +91,8 @@ TEST(MultResp, SetsOfEveryKindRoundTrip) {
     EXPECT_EQ(ByIndex(r, 4), "$ext 'Third' '-2' 1111 -2 n2 n3");
 
     // The extended set travels in its own record (19), the others in 7.
-    char* text = nullptr;
-    ASSERT_EQ(murvGetMultRespDefs(r, &text), MURV_RC_OK);
-    EXPECT_STREQ(text,
-                 "$num=D1 1 11 Numeric set n1 n2\n$str=D3 yes 0  s1 s2\n$cat=C 4 Cats n1 n2 n3\n$cat2=C 0  s1 s2\n");
-    EXPECT_EQ(murvFreeMultRespDefs(text), MURV_RC_OK);
+    EXPECT_EQ(MultRespText(r),
+              "$num=D1 1 11 Numeric set n1 n2\n$str=D3 yes 0  s1 s2\n$cat=C 4 Cats n1 n2 n3\n$cat2=C 0  s1 s2\n");
     char raw[64] = {};
     int got = 0;
     EXPECT_EQ(murvGetExtensionData(r, 19, sizeof raw - 1, &got, raw), MURV_RC_OK);
@@ -158,22 +171,14 @@ TEST(SetTexts, RawDefinitionsRoundTrip) {
     EXPECT_EQ(murvSetVariableSets(h, "Nums= n1 n2 n3\nMixed= s1 gone\nGhosts= x y\n"), MURV_RC_OK);
     EXPECT_EQ(Count(h), 2);
     EXPECT_EQ(ByIndex(h, 0), "$a '' '1' 1000 0 s1 s2");
-    char* text = reinterpret_cast<char*>(&h);
-    EXPECT_EQ(murvGetMultRespDefs(h, &text), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(text, nullptr);
-    text = reinterpret_cast<char*>(&h);
-    EXPECT_EQ(murvGetVariableSets(h, &text), MURV_RC_WRITE_MODE);
-    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(MultRespText(h), Refused(MURV_RC_WRITE_MODE));
+    EXPECT_EQ(VariableSetText(h), Refused(MURV_RC_WRITE_MODE));
     // Adding keeps what was there and writes the list again.
     Names nums = {"n1", "n3"};
     ASSERT_EQ(murvAddMultRespDefN(h, "$d", "D", 1, 5, nums.data(), 2), MURV_RC_OK);
     int r = Reopen(h, path);
-    ASSERT_EQ(murvGetMultRespDefs(r, &text), MURV_RC_OK);
-    EXPECT_STREQ(text, "$a=D1 1 0  s1 s2\n$c=C 1 c n2 n3\n$d=D1 5 1 D n1 n3\n");
-    EXPECT_EQ(murvFreeMultRespDefs(text), MURV_RC_OK);
-    ASSERT_EQ(murvGetVariableSets(r, &text), MURV_RC_OK);
-    EXPECT_STREQ(text, "Nums= n1 n2 n3\nMixed= s1\n");
-    EXPECT_EQ(murvFreeVariableSets(text), MURV_RC_OK);
+    EXPECT_EQ(MultRespText(r), "$a=D1 1 0  s1 s2\n$c=C 1 c n2 n3\n$d=D1 5 1 D n1 n3\n");
+    EXPECT_EQ(VariableSetText(r), "Nums= n1 n2 n3\nMixed= s1\n");
     EXPECT_EQ(murvGetMultRespDefs(r, nullptr), MURV_RC_FILE_READ);
     EXPECT_EQ(murvGetVariableSets(r, nullptr), MURV_RC_FILE_READ);
     EXPECT_EQ(murvSetVariableSets(-1, "A= n1"), MURV_RC_BAD_HANDLE);
@@ -184,15 +189,11 @@ TEST(SetTexts, RawDefinitionsRoundTrip) {
     EXPECT_EQ(murvSetMultRespDefs(h, "$a=C 3 abc n1 n2\n"), MURV_RC_OK);
     EXPECT_EQ(murvSetMultRespDefs(h, nullptr), MURV_RC_OK);
     r = Reopen(h, path);
-    EXPECT_EQ(murvGetMultRespDefs(r, &text), MURV_RC_NO_MRSETS);
+    EXPECT_EQ(MultRespText(r), Refused(MURV_RC_NO_MRSETS));  // a null text is released too
     EXPECT_EQ(Count(r), 0);
-    text = reinterpret_cast<char*>(&h);
-    EXPECT_EQ(murvGetVariableSets(r, &text), MURV_RC_NO_VARIABLE_SETS);
-    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(VariableSetText(r), Refused(MURV_RC_NO_VARIABLE_SETS));
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
-    EXPECT_EQ(murvFreeMultRespDefs(nullptr), MURV_RC_OK);
     EXPECT_EQ(murvFreeMultRespDefStruct(nullptr), MURV_RC_OK);
-    EXPECT_EQ(murvFreeVariableSets(nullptr), MURV_RC_OK);
 }
 
 }  // namespace

@@ -90,7 +90,10 @@ TEST(DateVariables, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
     h = NewFile(path);
     ASSERT_EQ(SetDates(h, good), MURV_RC_OK);
     EXPECT_EQ(SetDates(h, {0, 1, 1, 1, 1, 1, kYr, 2, 1}), MURV_RC_BAD_DATE_INFO);
-    r = Reopen(h, path);
+    GetDates(h, MURV_RC_WRITE_MODE);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    EXPECT_EQ(SetDates(h, good), MURV_RC_DICT_COMMITTED);
+    r = Reopen(h, path, false);
     GetDates(r, MURV_RC_NO_DATE_INFO);
     EXPECT_EQ(SetDates(r, good), MURV_RC_READ_MODE);
     int n = 7;
@@ -99,12 +102,6 @@ TEST(DateVariables, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
     EXPECT_EQ(murvGetDateVariables(r, &n, nullptr), MURV_RC_FILE_READ);
     EXPECT_EQ(n, 0);
     murvCloseRead(r);
-
-    h = NewFile(path);
-    GetDates(h, MURV_RC_WRITE_MODE);
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    EXPECT_EQ(SetDates(h, good), MURV_RC_DICT_COMMITTED);
-    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
     EXPECT_EQ(SetDates(-1, good), MURV_RC_BAD_HANDLE);
     GetDates(99, MURV_RC_BAD_HANDLE);
 }

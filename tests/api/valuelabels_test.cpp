@@ -36,6 +36,7 @@ std::string LabelSet(Get get, Free release, int handle, const char* var) {
     int count = -1;
     const int rc = get(handle, var, &values, &labels, &count);
     std::ostringstream out;
+    out.precision(15);
     if (rc != MURV_RC_OK) {
         EXPECT_TRUE(values == nullptr && labels == nullptr && count == 0);
         out << Refused(rc);
@@ -43,19 +44,12 @@ std::string LabelSet(Get get, Free release, int handle, const char* var) {
     for (int i = 0; i < count; ++i) {
         out << (i ? "; " : "");
         if constexpr (std::is_same_v<Raw, double>) {
-            const double v = values[i];
-            if (std::isnan(v))
-                out << "NaN";
-            else if (v == murvSysmisVal())
-                out << "SYSMIS";
-            else if (v == 0)
-                out << (std::signbit(v) ? "-0" : "0");  // -0 is a value of its own
-            else
-                out << v;
-        } else {
-            out << values[i];
+            if (std::isnan(values[i]) || values[i] == murvSysmisVal()) {  // by name, exactly
+                out << (std::isnan(values[i]) ? "NaN=" : "SYSMIS=") << labels[i];
+                continue;
+            }
         }
-        out << '=' << labels[i];
+        out << values[i] << '=' << labels[i];  // -0 shows as such
     }
     EXPECT_EQ(release(values, labels, count), MURV_RC_OK);
     return out.str();

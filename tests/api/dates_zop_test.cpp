@@ -42,7 +42,7 @@ Ints GetDates(int h, int expectRc = MURV_RC_OK) {
     return out;
 }
 
-TEST(DateVariables, RoundTripWithAndWithoutDateKey) {
+TEST(DateVariables, RoundTripsRefusedArraysAndBadNames) {
     TempDir dir;
     const std::string path = dir.File("dates.murv");
     const auto roundTrip = [&path](const Ints& dates) {
@@ -60,11 +60,8 @@ TEST(DateVariables, RoundTripWithAndWithoutDateKey) {
     const Ints back = roundTrip({0, 1, 2, 1, 1, 1, kYear, 2, 5, kMonth, 4, 6});
     EXPECT_EQ(back, (Ints{0, 1, 2, 1, 1, 1, kYear, 2, 5, kMonth, 4, 6, 0, 0, 1}));
     EXPECT_EQ(roundTrip(back), back);
-}
 
-TEST(DateVariables, RefusedArraysLeaveTheDeclarationAndBadNamesDropIt) {
-    TempDir dir;
-    const std::string path = dir.File("bad.murv");
+    // A refused array leaves the declaration as it was.
     int h = NewFile(path);
     const Ints good = {0, 1, 1, 1, 1, 1, kYear, 2, 1};
     ASSERT_EQ(SetDates(h, good), MURV_RC_OK);

@@ -156,9 +156,7 @@ TEST(MultResp, RefusedSetsChangeNothing) {
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
 }
 
-// Definitions as text: multiple-response sets and variable sets. The lines
-// are parsed as the unit tests check; here they go through the calls and a
-// file.
+// Definitions as text, through the calls and a file (the parsing has unit tests).
 TEST(SetTexts, RawDefinitionsRoundTrip) {
     TempDir dir;
     const std::string path = dir.File("raw.murv");

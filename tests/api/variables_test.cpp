@@ -19,7 +19,6 @@ using namespace murv::testing;
 // A file open for writing, closed (and so finished) when the test ends.
 class VariableCalls : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK); }
     void TearDown() override {
         if (h >= 0) murvCloseWrite(h);
     }
@@ -35,7 +34,7 @@ protected:
 
     TempDir dir;
     std::string path = dir.File("dict.murv");
-    int h = -1;
+    int h = OpenNew(path, {});
 };
 
 // A format getter's three outputs: type, decimals, width.

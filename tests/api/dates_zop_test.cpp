@@ -33,11 +33,8 @@ Ints GetDates(int h, int expectRc = MURV_RC_OK) {
     int n = -1;
     int* array = &n;  // reset by the call
     EXPECT_EQ(murvGetDateVariables(h, &n, &array), expectRc);
-    Ints out;
-    if (array) out.assign(array, array + n);
-    if (expectRc != MURV_RC_OK) {
-        EXPECT_TRUE(n == 0 && array == nullptr);
-    }
+    EXPECT_TRUE(expectRc == MURV_RC_OK || (n == 0 && array == nullptr));
+    const Ints out = array ? Ints(array, array + n) : Ints();
     EXPECT_EQ(murvFreeDateVariables(array), MURV_RC_OK);
     return out;
 }
@@ -102,8 +99,6 @@ TEST(DateVariables, RoundTripsRefusedArraysAndBadNames) {
     EXPECT_EQ(SetDates(-1, good), MURV_RC_BAD_HANDLE);
     GetDates(99, MURV_RC_BAD_HANDLE);
 }
-
-// ---- the data-entry block ----
 
 // n bytes whose last four hold the segment count, little-endian.
 std::vector<unsigned char> Block(std::size_t n, unsigned seed, std::int32_t segments) {

@@ -37,10 +37,8 @@ std::string LabelSet(Get get, Free release, int handle, const char* var) {
     const int rc = get(handle, var, &values, &labels, &count);
     std::ostringstream out;
     out.precision(15);
-    if (rc != MURV_RC_OK) {
-        EXPECT_TRUE(values == nullptr && labels == nullptr && count == 0);
-        out << Refused(rc);
-    }
+    EXPECT_TRUE(rc == MURV_RC_OK || (values == nullptr && labels == nullptr && count == 0));
+    if (rc != MURV_RC_OK) out << Refused(rc);
     for (int i = 0; i < count; ++i) {
         out << (i ? "; " : "");
         if constexpr (std::is_same_v<Raw, double>) {
@@ -219,7 +217,7 @@ TEST_F(ValueLabels, LongGettersWithSmallBuffers) {
     }
 }
 
-TEST_F(ValueLabels, NullArgumentsAndBadCountsAreRefused) {
+TEST_F(ValueLabels, RefusedArgumentsHandleStatesAndArraysThatOutliveTheHandle) {
     const double values[] = {1};
     const char* texts[] = {"one"};
     const char* vars[] = {"age"};
@@ -249,22 +247,15 @@ TEST_F(ValueLabels, NullArgumentsAndBadCountsAreRefused) {
     EXPECT_EQ(murvSetVarNValueLabels(h_, nullptr, 0, values, texts, 1), MURV_RC_OK);
     EXPECT_EQ(SetNLabels(h_, {"income"}, {}, {}), MURV_RC_OK);
     EXPECT_EQ(NumericSet(h_, "income"), Refused(MURV_RC_NO_VALUE_LABELS));
-    EXPECT_EQ(murvFreeVarNValueLabels(nullptr, nullptr, 0), MURV_RC_OK);
     EXPECT_EQ(murvFreeVarCValueLabels(nullptr, nullptr, 5), MURV_RC_OK);
     // The handle is still fine.
-    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 1, "one"), MURV_RC_OK);
-}
-
-TEST_F(ValueLabels, HandleStatesAndArraysThatOutliveTheHandle) {
     ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "one"), MURV_RC_OK);
     ASSERT_EQ(murvCommitHeader(h_), MURV_RC_OK);
     EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 2, "two"), MURV_RC_DICT_COMMITTED);
     EXPECT_EQ(SetNLabels(h_, {"age"}, {2}, {"two"}), MURV_RC_DICT_COMMITTED);
 
     // Arrays handed out are the caller's until the free call, closing or not.
-    double* nValues = nullptr;
     char** nLabels = nullptr;
-    int count = 0;
     ASSERT_EQ(murvGetVarNValueLabels(h_, "age", &nValues, &nLabels, &count), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(h_), MURV_RC_OK);
     EXPECT_EQ(NumericSet(h_, "age"), Refused(MURV_RC_BAD_HANDLE));

@@ -32,7 +32,7 @@ template <class Get, class Free>
 std::string Text(Get get, Free release, int h) {
     char* text = reinterpret_cast<char*>(&h);
     const int rc = get(h, &text);
-    const std::string out = rc == MURV_RC_OK ? text : Refused(rc);
+    const std::string out = rc == MURV_RC_OK && text ? text : Refused(rc);
     EXPECT_TRUE(rc == MURV_RC_OK || text == nullptr);
     EXPECT_EQ(release(text), MURV_RC_OK);
     return out;

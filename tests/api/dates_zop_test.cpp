@@ -62,7 +62,6 @@ TEST(DateVariables, RoundTripsRefusedArraysAndBadNames) {
     int h = NewFile(path);
     const Ints good = {0, 1, 1, 1, 1, 1, kYear, 2, 1};
     ASSERT_EQ(SetDates(h, good), MURV_RC_OK);
-    EXPECT_EQ(murvSetDateVariables(h, 5, good.data()), MURV_RC_BAD_DATE_INFO);
     EXPECT_EQ(murvSetDateVariables(h, 9, nullptr), MURV_RC_BAD_DATE_INFO);
     Ints eleven = {0, 1, 11, 1, 1, 1};
     for (int k = 0; k < 11; ++k) eleven.insert(eleven.end(), {kYear, 2, 1});
@@ -71,7 +70,7 @@ TEST(DateVariables, RoundTripsRefusedArraysAndBadNames) {
              Ints{0, 1, 1, 1, 1, 1, 2, 2, 1},                       // inside the 20-byte string
              Ints{0, 1, 1, 1, 1, 1, 99, 2, 1},                      // past the last variable
              eleven,                                                // more than 10 date variables
-             Ints{0, 1, -1, 1, 1, 1},                               // a negative count
+             Ints{0, 1, 1, 1, 1}, Ints{0, 1, -1, 1, 1, 1},          // too short; a negative count
              Ints{0, 1, 1, 1, 1, 1, kYear, 12, 1},                  // an unknown kind
              Ints{0, 1, 1, 1, 1, 1, kYear, 2, 1, kMonth, 4, 1},     // a month as the date key
          })

@@ -98,8 +98,7 @@ TEST(MultResp, SetsOfEveryKindRoundTrip) {
     EXPECT_STREQ(raw, "$ext=E 11 2 -2 0  n2 n3\n");
 
     murvMultRespDef* p = &ext;
-    EXPECT_EQ(murvGetMultRespDefByIndex(r, 5, &p), MURV_RC_BAD_MRSET_INDEX);
-    EXPECT_EQ(p, nullptr);
+    EXPECT_TRUE(murvGetMultRespDefByIndex(r, 5, &p) == MURV_RC_BAD_MRSET_INDEX && p == nullptr);
     EXPECT_EQ(murvGetMultRespDefByIndex(r, -1, &p), MURV_RC_BAD_MRSET_INDEX);
     EXPECT_EQ(murvGetMultRespDefByIndex(r, 0, nullptr), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvGetMultRespDefByIndex(-1, 0, &p), MURV_RC_BAD_HANDLE);

@@ -260,8 +260,7 @@ TEST_F(ValueLabels, RefusedArgumentsHandleStatesAndArraysThatOutliveTheHandle) {
     ASSERT_EQ(murvCloseWrite(h_), MURV_RC_OK);
     EXPECT_EQ(NumericSet(h_, "age"), Refused(MURV_RC_BAD_HANDLE));
     h_ = -1;
-    ASSERT_EQ(count, 1);
-    EXPECT_TRUE(nValues[0] == 1 && std::string(nLabels[0]) == "one");
+    ASSERT_TRUE(count == 1 && nValues[0] == 1 && std::string(nLabels[0]) == "one");
     EXPECT_EQ(murvFreeVarNValueLabels(nValues, nLabels, count), MURV_RC_OK);
 
     const int r = OpenForRead(dir_.File("labels.murv"));

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -21,41 +22,51 @@
 namespace {
 
 using namespace murv::testing;
-using Texts = std::vector<std::string>;
+using Names = std::vector<const char*>;
 
-// A whole label set, copied out of the library's arrays, which go back to
-// the library at once.
-template <class Value>
-struct LabelSet {
-    int rc = 0;
-    std::vector<Value> values;
-    Texts labels;
-};
-using NumericSet = LabelSet<double>;
-using StringSet = LabelSet<std::string>;
+// What the set getters give for a refused call.
+std::string Refused(int rc) { return "refused " + std::to_string(rc); }
 
-template <class Value, class Raw, class Get, class Free>
-LabelSet<Value> GetSet(Get get, Free release, int handle, const char* var) {
-    LabelSet<Value> set;
+// A whole label set as "value=label; ..." in the order handed out, the
+// values as the getter gives them; the library's arrays go back at once.
+template <class Raw, class Get, class Free>
+std::string LabelSet(Get get, Free release, int handle, const char* var) {
     Raw* values = nullptr;
     char** labels = nullptr;
     int count = -1;
-    set.rc = get(handle, var, &values, &labels, &count);
-    if (set.rc != MURV_RC_OK) {
-        EXPECT_TRUE(values == nullptr && labels == nullptr && count == 0);
-    }
+    const int rc = get(handle, var, &values, &labels, &count);
+    std::ostringstream out;
+    out.precision(15);
+    EXPECT_TRUE(rc == MURV_RC_OK || (values == nullptr && labels == nullptr && count == 0));
+    if (rc != MURV_RC_OK) out << Refused(rc);
     for (int i = 0; i < count; ++i) {
-        set.values.emplace_back(values[i]);
-        set.labels.emplace_back(labels[i]);
+        out << (i ? "; " : "");
+        if constexpr (std::is_same_v<Raw, double>) {
+            if (std::isnan(values[i]) || values[i] == murvSysmisVal()) {  // by name, exactly
+                out << (std::isnan(values[i]) ? "NaN=" : "SYSMIS=") << labels[i];
+                continue;
+            }
+        }
+        out << values[i] << '=' << labels[i];  // -0 shows as such
     }
     EXPECT_EQ(release(values, labels, count), MURV_RC_OK);
-    return set;
+    return out.str();
 }
-NumericSet GetNumericSet(int handle, const char* var) {
-    return GetSet<double, double>(murvGetVarNValueLabels, murvFreeVarNValueLabels, handle, var);
+std::string NumericSet(int handle, const char* var) {
+    return LabelSet<double>(murvGetVarNValueLabels, murvFreeVarNValueLabels, handle, var);
 }
-StringSet GetStringSet(int handle, const char* var) {
-    return GetSet<std::string, char*>(murvGetVarCValueLabels, murvFreeVarCValueLabels, handle, var);
+std::string StringSet(int handle, const char* var) {
+    return LabelSet<char*>(murvGetVarCValueLabels, murvFreeVarCValueLabels, handle, var);
+}
+
+// The multi-variable setters, given lists (as many labels as values).
+int SetNLabels(int h, Names vars, std::vector<double> values, Names labels) {
+    return murvSetVarNValueLabels(h, vars.data(), static_cast<int>(vars.size()), values.data(), labels.data(),
+                                  static_cast<int>(values.size()));
+}
+int SetCLabels(int h, Names vars, Names values, Names labels) {
+    return murvSetVarCValueLabels(h, vars.data(), static_cast<int>(vars.size()), values.data(), labels.data(),
+                                  static_cast<int>(values.size()));
 }
 
 // One label through a Long getter with room for any label; its code in *rc.
@@ -77,32 +88,22 @@ std::string Label(int handle, const char* var, Value value, int* rc = nullptr) {
 // s8 and s9 (4, 8 and 9 bytes wide).
 class ValueLabels : public ::testing::Test {
 protected:
-    void SetUp() override {
-        h_ = OpenNew(dir_.File("labels.murv"), {{"age", 0}, {"income", 0}, {"s4", 4}, {"s8", 8}, {"s9", 9}});
-    }
     void TearDown() override {
         if (h_ >= 0) murvCloseWrite(h_);
     }
 
     TempDir dir_;
-    int h_ = -1;
+    int h_ = OpenNew(dir_.File("labels.murv"), {{"age", 0}, {"income", 0}, {"s4", 4}, {"s8", 8}, {"s9", 9}});
 };
 
 TEST_F(ValueLabels, NumericLabelsAreKeptInValueOrder) {
-    for (const auto& [value, label] : {std::pair{3.0, "three"}, {1.0, "one"}, {2.0, "two"}, {2.0, "TWO"},
-                                       {-1.0, "minus one"}, {0.0, "zero"}, {-0.0, "negative zero"}, {4.0, ""}})
+    const double nan = std::nan("");
+    for (const auto& [value, label] : {std::pair{3.0, "three"}, {1.0, "one"}, {nan, "nan"}, {2.0, "two"}, {2.0, "TWO"},
+                                       {-1.0, "minus one"}, {0.0, "zero"}, {-0.0, "negative zero"}, {4.0, ""},
+                                       {nan, "NaN"}})
         EXPECT_EQ(murvSetVarNValueLabel(h_, "AGE ", value, label), MURV_RC_OK);  // names ignore case and blanks
-
-    const NumericSet set = GetNumericSet(h_, "age");
-    ASSERT_EQ(set.rc, MURV_RC_OK);
-    EXPECT_EQ(set.values, (std::vector<double>{-1, 0, 0, 1, 2, 3, 4}));
-    EXPECT_EQ(set.labels, (Texts{"minus one", "zero", "negative zero", "one", "TWO", "three", ""}));
-    EXPECT_TRUE(std::signbit(set.values[2]));  // 0.0 and -0.0 are two values
-    EXPECT_EQ(Label(h_, "age", -0.0), "negative zero");
-
-    char label[61];
-    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 3, label), MURV_RC_OK);
-    EXPECT_STREQ(label, "three");
+    // 0.0 and -0.0 are two values; NaN is one, after every number.
+    EXPECT_EQ(NumericSet(h_, "age"), "-1=minus one; 0=zero; -0=negative zero; 1=one; 2=TWO; 3=three; 4=; NaN=NaN");
     // An empty label is a label; an absent one, or an absent set, is not.
     for (const auto& [var, value, code] : {std::tuple{"age", 4, MURV_RC_OK}, {"age", 5, MURV_RC_NO_LABEL},
                                            {"income", 1, MURV_RC_NO_VALUE_LABELS}}) {
@@ -110,15 +111,6 @@ TEST_F(ValueLabels, NumericLabelsAreKeptInValueOrder) {
         EXPECT_EQ(Label(h_, var, value, &rc), "") << var << ' ' << value;
         EXPECT_EQ(rc, code) << var << ' ' << value;
     }
-    EXPECT_EQ(GetNumericSet(h_, "income").rc, MURV_RC_NO_VALUE_LABELS);
-
-    // NaN is one value, after every number.
-    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", std::nan(""), "nan"), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", std::nan(""), "NaN"), MURV_RC_OK);
-    const NumericSet withNan = GetNumericSet(h_, "age");
-    ASSERT_EQ(withNan.values.size(), 8u);
-    EXPECT_TRUE(std::isnan(withNan.values.back()));
-    EXPECT_EQ(withNan.labels.back(), "NaN");
 }
 
 TEST_F(ValueLabels, StringValuesAreEightBlankPaddedBytes) {
@@ -134,73 +126,54 @@ TEST_F(ValueLabels, StringValuesAreEightBlankPaddedBytes) {
     EXPECT_EQ(Label(h_, "s8", "123456789 and more"), "digits");  // lookups use the first 8 bytes
     char label[61];
     EXPECT_EQ(murvGetVarCValueLabel(h_, "s8", "c", label), MURV_RC_NO_LABEL);
-
     // The map's order is that of the bytes read as a little-endian double:
     // "b" before "ab", whose last differing byte decides, and a high eighth
     // byte, the sign, first.
-    const StringSet set = GetStringSet(h_, "s8");
-    ASSERT_EQ(set.rc, MURV_RC_OK);
-    EXPECT_EQ(set.values, (Texts{"aaaaaaa\xB0", "a       ", "b       ", "ab      ", "12345678"}));
-    EXPECT_EQ(set.labels, (Texts{"high", "AY", "bee", "ay bee", "digits"}));
+    EXPECT_EQ(StringSet(h_, "s8"), "aaaaaaa\xB0=high; a       =AY; b       =bee; ab      =ay bee; 12345678=digits");
     // Values are handed out as wide as the variable.
     EXPECT_EQ(murvSetVarCValueLabel(h_, "s4", "x", "ex"), MURV_RC_OK);
-    EXPECT_EQ(GetStringSet(h_, "s4").values, (Texts{"x   "}));
+    EXPECT_EQ(StringSet(h_, "s4"), "x   =ex");
 }
 
 TEST_F(ValueLabels, VariableChecksComeInOrderAndChangeNothing) {
-    char label[61];
-    double* values = nullptr;
-    char** labels = nullptr;
-    int count = 0;
+    int rc = 0;
     EXPECT_EQ(murvSetVarNValueLabel(h_, "nosuch", 1, "x"), MURV_RC_VAR_NOT_FOUND);
     EXPECT_EQ(murvSetVarNValueLabel(h_, "s4", 1, "x"), MURV_RC_NUMERIC_EXPECTED);
-    EXPECT_EQ(murvGetVarNValueLabels(h_, "s4", &values, &labels, &count), MURV_RC_NUMERIC_EXPECTED);
+    EXPECT_EQ(NumericSet(h_, "s4"), Refused(MURV_RC_NUMERIC_EXPECTED));
     EXPECT_EQ(murvSetVarCValueLabel(h_, "age", "a", "x"), MURV_RC_STRING_EXPECTED);
-    EXPECT_EQ(murvGetVarCValueLabel(h_, "age", "a", label), MURV_RC_STRING_EXPECTED);
+    EXPECT_EQ(Label(h_, "age", "a", &rc), "");
+    EXPECT_EQ(rc, MURV_RC_STRING_EXPECTED);
     EXPECT_EQ(murvSetVarCValueLabel(h_, "s9", "a", "x"), MURV_RC_SHORT_STRING_EXPECTED);
-    EXPECT_EQ(GetStringSet(h_, "s9").rc, MURV_RC_SHORT_STRING_EXPECTED);
+    EXPECT_EQ(StringSet(h_, "s9"), Refused(MURV_RC_SHORT_STRING_EXPECTED));
 
     // A multi-variable setter stops at the first variable that fails and
     // changes none, not even those checked before it.
     ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "kept"), MURV_RC_OK);
-    const double newValues[] = {1, 2};
-    const char* texts[] = {"new one", "new two"};
-    const char* stringFirst[] = {"age", "s4", "nosuch"};
-    EXPECT_EQ(murvSetVarNValueLabels(h_, stringFirst, 3, newValues, texts, 2), MURV_RC_NUMERIC_EXPECTED);
-    const char* unknownFirst[] = {"age", "nosuch", "s4"};
-    EXPECT_EQ(murvSetVarNValueLabels(h_, unknownFirst, 3, newValues, texts, 2), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(GetNumericSet(h_, "age").labels, (Texts{"kept"}));
-
-    const char* wideLast[] = {"s8", "s9"};
-    const char* stringValues[] = {"a", "b"};
-    EXPECT_EQ(murvSetVarCValueLabels(h_, wideLast, 2, stringValues, texts, 2), MURV_RC_SHORT_STRING_EXPECTED);
-    EXPECT_EQ(GetStringSet(h_, "s8").rc, MURV_RC_NO_VALUE_LABELS);
+    const Names texts = {"new one", "new two"};
+    EXPECT_EQ(SetNLabels(h_, {"age", "s4", "nosuch"}, {1, 2}, texts), MURV_RC_NUMERIC_EXPECTED);
+    EXPECT_EQ(SetNLabels(h_, {"age", "nosuch", "s4"}, {1, 2}, texts), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(NumericSet(h_, "age"), "1=kept");
+    EXPECT_EQ(SetCLabels(h_, {"s8", "s9"}, {"a", "b"}, texts), MURV_RC_SHORT_STRING_EXPECTED);
+    EXPECT_EQ(StringSet(h_, "s8"), Refused(MURV_RC_NO_VALUE_LABELS));
     // A value too long is found before any variable is looked at.
-    const char* tooLong[] = {"a", "123456789"};
-    const char* unknown[] = {"nosuch"};
-    EXPECT_EQ(murvSetVarCValueLabels(h_, unknown, 1, tooLong, texts, 2), MURV_RC_STRING_TOO_LONG);
+    EXPECT_EQ(SetCLabels(h_, {"nosuch"}, {"a", "123456789"}, texts), MURV_RC_STRING_TOO_LONG);
 }
 
 TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
-    const std::string long121(121, 'x');
+    const std::string long121(121, 'x'), x120(120, 'x');
     EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 1, long121.c_str()), MURV_RC_VALUE_LABEL_CUT);
-    EXPECT_EQ(Label(h_, "age", 1), std::string(120, 'x'));
+    EXPECT_EQ(Label(h_, "age", 1), x120);
     EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 2, std::string(120, 'y').c_str()), MURV_RC_OK);
     EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", "a", std::string(100000, 'z').c_str()), MURV_RC_VALUE_LABEL_CUT);
     EXPECT_EQ(Label(h_, "s8", "a"), std::string(120, 'z'));
     char label[61];
     EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 1, label), MURV_RC_OK);
     EXPECT_EQ(std::string(label), std::string(60, 'x'));  // the fixed-size getters give 60 bytes
-
     // The multi-variable setters cut too, and still store every label.
-    const double values[] = {1, 2};
-    const char* texts[] = {long121.c_str(), "short"};
-    const char* vars[] = {"income"};
-    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, texts, 2), MURV_RC_VALUE_LABEL_CUT);
-    EXPECT_EQ(GetNumericSet(h_, "income").labels, (Texts{std::string(120, 'x'), "short"}));
+    EXPECT_EQ(SetNLabels(h_, {"income"}, {1, 2}, {long121.c_str(), "short"}), MURV_RC_VALUE_LABEL_CUT);
+    EXPECT_EQ(NumericSet(h_, "income"), "1=" + x120 + "; 2=short");
 
-    murv::test::LocaleGuard guard("en_US.UTF-8");
-    if (!guard.ok()) GTEST_SKIP() << "locale en_US.UTF-8 not available";
+    MURV_USE_LOCALE(utf8, "en_US.UTF-8");
     const std::string e = "\xC3\xA9";  // two bytes
     EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 3, (std::string(119, 'a') + e).c_str()), MURV_RC_VALUE_LABEL_CUT);
     EXPECT_EQ(Label(h_, "age", 3), std::string(119, 'a'));
@@ -220,220 +193,153 @@ TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
 TEST_F(ValueLabels, LongGettersWithSmallBuffers) {
     ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "label"), MURV_RC_OK);
     ASSERT_EQ(murvSetVarCValueLabel(h_, "s4", "a", "label"), MURV_RC_OK);
+    // Room below 1 leaves none even for the NUL: refused, the buffer as it
+    // was. The text is cut to the room and not a byte more is written; an
+    // absent label (age 2) still resets the outputs. Room -5 asks no length.
     char buffer[8];
-    int length = -1;
-    // Length 0 or below leaves no room even for the NUL: refused, nothing
-    // written to the buffer.
-    std::memset(buffer, '#', sizeof buffer);
-    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 1, buffer, 0, &length), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(buffer[0], '#');
-    EXPECT_EQ(length, 0);
-    EXPECT_EQ(murvGetVarCValueLabelLong(h_, "s4", "a", buffer, -5, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(buffer[0], '#');
-    // Length 1 holds the empty text and not a byte more.
-    length = -1;
-    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 1, buffer, 1, &length), MURV_RC_OK);
-    EXPECT_EQ(buffer[0], '\0');
-    EXPECT_EQ(buffer[1], '#');
-    EXPECT_EQ(length, 0);
-    EXPECT_EQ(murvGetVarCValueLabelLong(h_, "s4", "a", buffer, 4, &length), MURV_RC_OK);
-    EXPECT_STREQ(buffer, "lab");
-    EXPECT_EQ(length, 3);
-    // An absent label still resets the outputs.
-    std::memset(buffer, '#', sizeof buffer);
-    EXPECT_EQ(murvGetVarNValueLabelLong(h_, "age", 2, buffer, sizeof buffer, &length), MURV_RC_NO_LABEL);
-    EXPECT_EQ(buffer[0], '\0');
-    EXPECT_EQ(length, 0);
+    for (const auto& [var, value, room, rc, text] :
+         {std::tuple{"age", 1, 0, MURV_RC_BAD_HANDLE, ""}, {"s4", 0, -5, MURV_RC_BAD_HANDLE, ""},
+          {"age", 1, 1, MURV_RC_OK, ""}, {"s4", 0, 4, MURV_RC_OK, "lab"}, {"age", 2, 8, MURV_RC_NO_LABEL, ""}}) {
+        SCOPED_TRACE(testing::Message() << var << ' ' << value << " room " << room);
+        std::memset(buffer, '#', sizeof buffer);
+        int length = -1;
+        int* out = room < 0 ? nullptr : &length;
+        EXPECT_EQ(value ? murvGetVarNValueLabelLong(h_, var, value, buffer, room, out)
+                        : murvGetVarCValueLabelLong(h_, var, "a", buffer, room, out),
+                  rc);
+        EXPECT_TRUE(!out || length == static_cast<int>(std::strlen(text))) << length;
+        if (room < 1) {
+            EXPECT_EQ(buffer[0], '#');
+        } else {
+            EXPECT_STREQ(buffer, text);
+            EXPECT_TRUE(room == 8 || buffer[room] == '#');
+        }
+    }
 }
 
-TEST_F(ValueLabels, NullArgumentsAndBadCountsAreRefused) {
+TEST_F(ValueLabels, RefusedArgumentsHandleStatesAndArraysThatOutliveTheHandle) {
     const double values[] = {1};
     const char* texts[] = {"one"};
     const char* vars[] = {"age"};
     const char* nulls[] = {nullptr};
-    EXPECT_EQ(murvSetVarNValueLabel(h_, nullptr, 1, "x"), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 1, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarCValueLabel(h_, "s4", nullptr, "x"), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarNValueLabels(h_, nullptr, 1, values, texts, 1), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarNValueLabels(h_, nulls, 1, values, texts, 1), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, nullptr, texts, 1), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, nulls, 1), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, -1, values, texts, 1), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, texts, -1), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarCValueLabels(h_, vars, 1, nulls, texts, 1), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarCValueLabels(h_, vars, 1, texts, texts, -3), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(GetNumericSet(h_, "age").rc, MURV_RC_NO_VALUE_LABELS);  // nothing was stored
-
     char label[61] = "#";
-    EXPECT_EQ(murvGetVarNValueLabel(h_, nullptr, 1, label), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(label[0], '\0');
-    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 1, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetVarCValueLabel(h_, "s4", nullptr, label), MURV_RC_BAD_HANDLE);
     double* nValues = reinterpret_cast<double*>(label);
-    int count = -1;
-    EXPECT_EQ(murvGetVarNValueLabels(h_, "age", &nValues, nullptr, &count), MURV_RC_BAD_HANDLE);
-    EXPECT_TRUE(nValues == nullptr && count == 0);
+    int count = -1, call = 0;
+    for (const int rc : {murvSetVarNValueLabel(h_, nullptr, 1, "x"), murvSetVarNValueLabel(h_, "age", 1, nullptr),
+                         murvSetVarCValueLabel(h_, "s4", nullptr, "x"),
+                         murvSetVarNValueLabels(h_, nullptr, 1, values, texts, 1),
+                         murvSetVarNValueLabels(h_, nulls, 1, values, texts, 1),
+                         murvSetVarNValueLabels(h_, vars, 1, nullptr, texts, 1),
+                         murvSetVarNValueLabels(h_, vars, 1, values, nulls, 1),
+                         murvSetVarNValueLabels(h_, vars, -1, values, texts, 1),
+                         murvSetVarNValueLabels(h_, vars, 1, values, texts, -1),
+                         murvSetVarCValueLabels(h_, vars, 1, nulls, texts, 1),
+                         murvSetVarCValueLabels(h_, vars, 1, texts, texts, -3),
+                         murvGetVarNValueLabel(h_, nullptr, 1, label), murvGetVarNValueLabel(h_, "age", 1, nullptr),
+                         murvGetVarCValueLabel(h_, "s4", nullptr, label),
+                         murvGetVarNValueLabels(h_, "age", &nValues, nullptr, &count)})
+        EXPECT_EQ(rc, MURV_RC_BAD_HANDLE) << "call " << call++;
+    EXPECT_TRUE(label[0] == '\0' && nValues == nullptr && count == 0);  // outputs reset
+    EXPECT_EQ(NumericSet(h_, "age"), Refused(MURV_RC_NO_VALUE_LABELS));  // nothing was stored
 
     // No variables, or no labels, is not an error; no labels empties a set.
     ASSERT_EQ(murvSetVarNValueLabel(h_, "income", 1, "one"), MURV_RC_OK);
     EXPECT_EQ(murvSetVarNValueLabels(h_, nullptr, 0, values, texts, 1), MURV_RC_OK);
-    const char* income[] = {"income"};
-    EXPECT_EQ(murvSetVarNValueLabels(h_, income, 1, nullptr, nullptr, 0), MURV_RC_OK);
-    EXPECT_EQ(GetNumericSet(h_, "income").rc, MURV_RC_NO_VALUE_LABELS);
-    EXPECT_EQ(murvFreeVarNValueLabels(nullptr, nullptr, 0), MURV_RC_OK);
+    EXPECT_EQ(SetNLabels(h_, {"income"}, {}, {}), MURV_RC_OK);
+    EXPECT_EQ(NumericSet(h_, "income"), Refused(MURV_RC_NO_VALUE_LABELS));
     EXPECT_EQ(murvFreeVarCValueLabels(nullptr, nullptr, 5), MURV_RC_OK);
     // The handle is still fine.
-    EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 1, "one"), MURV_RC_OK);
-}
-
-TEST_F(ValueLabels, HandleStatesAndArraysThatOutliveTheHandle) {
-    EXPECT_EQ(murvSetVarNValueLabel(-1, "age", 1, "x"), MURV_RC_BAD_HANDLE);
     ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "one"), MURV_RC_OK);
     ASSERT_EQ(murvCommitHeader(h_), MURV_RC_OK);
     EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 2, "two"), MURV_RC_DICT_COMMITTED);
-    const char* vars[] = {"age"};
-    const double values[] = {2};
-    const char* texts[] = {"two"};
-    EXPECT_EQ(murvSetVarNValueLabels(h_, vars, 1, values, texts, 1), MURV_RC_DICT_COMMITTED);
+    EXPECT_EQ(SetNLabels(h_, {"age"}, {2}, {"two"}), MURV_RC_DICT_COMMITTED);
 
     // Arrays handed out are the caller's until the free call, closing or not.
-    double* nValues = nullptr;
     char** nLabels = nullptr;
-    int count = 0;
     ASSERT_EQ(murvGetVarNValueLabels(h_, "age", &nValues, &nLabels, &count), MURV_RC_OK);
     ASSERT_EQ(murvCloseWrite(h_), MURV_RC_OK);
-    EXPECT_EQ(GetNumericSet(h_, "age").rc, MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(NumericSet(h_, "age"), Refused(MURV_RC_BAD_HANDLE));
     h_ = -1;
-    ASSERT_EQ(count, 1);
-    EXPECT_EQ(nValues[0], 1);
-    EXPECT_STREQ(nLabels[0], "one");
+    ASSERT_TRUE(count == 1 && nValues[0] == 1 && std::string(nLabels[0]) == "one");
     EXPECT_EQ(murvFreeVarNValueLabels(nValues, nLabels, count), MURV_RC_OK);
 
     const int r = OpenForRead(dir_.File("labels.murv"));
     EXPECT_EQ(murvSetVarNValueLabel(r, "age", 2, "two"), MURV_RC_READ_MODE);
-    EXPECT_EQ(murvSetVarCValueLabel(r, "s4", "a", "two"), MURV_RC_READ_MODE);
     EXPECT_EQ(Label(r, "age", 1), "one");
     murvCloseRead(r);
 }
 
-// ---- labels in files written and reopened, plain (false) and compressed ----
-
-class ValueLabelFiles : public ::testing::TestWithParam<bool> {
-protected:
-    static constexpr int kVars = 10;
-    static constexpr int kLabels = 20;
-
-    // kVars numeric variables v0.., all labelled 1..kLabels: by one
-    // multi-variable call (one shared set) or one call each (equal sets).
-    std::uintmax_t Write(const std::string& path, bool shared) {
-        const int h = OpenNew(path, {}, GetParam());
-        const char* vars[kVars] = {"v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9"};
-        for (const char* var : vars) EXPECT_EQ(murvSetVarName(h, var, 0), MURV_RC_OK);
-        std::vector<double> values;
-        Texts texts;
-        for (int i = 1; i <= kLabels; ++i) {
-            values.push_back(i);
-            texts.push_back("label " + std::to_string(i));
-        }
-        std::vector<const char*> labels;
-        for (const auto& t : texts) labels.push_back(t.c_str());
-        for (int i = 0; i < kVars; i += shared ? kVars : 1)
-            EXPECT_EQ(murvSetVarNValueLabels(h, &vars[i], shared ? kVars : 1, values.data(), labels.data(), kLabels),
-                      MURV_RC_OK);
-        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-        EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-        return std::filesystem::file_size(path);
+// Numeric variables v0..v9, all labelled 1 and 2: by one multi-variable
+// call (one shared set) or by one call each (equal sets). The file's size.
+std::uintmax_t WriteTenLabelled(const std::string& path, bool shared) {
+    const int h = OpenNew(path, {});
+    const Names vars = {"v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9"};
+    for (const char* var : vars) EXPECT_EQ(murvSetVarName(h, var, 0), MURV_RC_OK);
+    if (shared) {
+        EXPECT_EQ(SetNLabels(h, vars, {1, 2}, {"one", "two"}), MURV_RC_OK);
+    } else {
+        for (const char* var : vars) EXPECT_EQ(SetNLabels(h, {var}, {1, 2}, {"one", "two"}), MURV_RC_OK);
     }
+    murvCloseRead(Reopen(h, path));
+    return std::filesystem::file_size(path);
+}
 
-    // A copy of a file's dictionary, with one more label on v0 if asked.
-    std::uintmax_t Copy(const std::string& from, const std::string& to, bool relabelFirst) {
-        int h = -1;
-        EXPECT_EQ(murvOpenWriteCopy(to.c_str(), from.c_str(), &h), MURV_RC_OK);
-        if (relabelFirst) {
-            EXPECT_EQ(murvSetVarNValueLabel(h, "v0", 99, "only v0"), MURV_RC_OK);
-        }
-        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-        EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-        return std::filesystem::file_size(to);
+// A copy of a file's dictionary, with one more label on v0 if asked.
+std::uintmax_t CopyDictionary(const std::string& from, const std::string& to, bool relabelFirst) {
+    int h = -1;
+    EXPECT_EQ(murvOpenWriteCopy(to.c_str(), from.c_str(), &h), MURV_RC_OK);
+    if (relabelFirst) {
+        EXPECT_EQ(murvSetVarNValueLabel(h, "v0", 99, "only v0"), MURV_RC_OK);
     }
+    murvCloseRead(Reopen(h, to));
+    return std::filesystem::file_size(to);
+}
 
-    TempDir dir_;
-};
-
-TEST_P(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
-    const std::uintmax_t sharedSize = Write(dir_.File("shared.murv"), true);
-    const std::uintmax_t separateSize = Write(dir_.File("separate.murv"), false);
+TEST(ValueLabelFiles, OneSetForSeveralVariablesIsWrittenOnceAndStaysShared) {
+    TempDir dir;
+    const std::uintmax_t sharedSize = WriteTenLabelled(dir.File("shared.murv"), true);
+    const std::uintmax_t separateSize = WriteTenLabelled(dir.File("separate.murv"), false);
     EXPECT_LT(sharedSize, separateSize);  // the shared set is stored once
-
-    int r = OpenForRead(dir_.File("shared.murv"));
-    for (int i = 0; i < kVars; ++i) {
-        const NumericSet set = GetNumericSet(r, ("V" + std::to_string(i)).c_str());
-        ASSERT_EQ(set.values.size(), static_cast<std::size_t>(kLabels));
-        EXPECT_EQ(set.labels.back(), "label " + std::to_string(kLabels));
-    }
+    const std::string all = "1=one; 2=two";
+    int r = OpenForRead(dir.File("shared.murv"));
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(NumericSet(r, ("V" + std::to_string(i)).c_str()), all) << i;
     murvCloseRead(r);
 
     // Reading keeps the set shared: a copy of the dictionary is written with
     // one set again, and a change through one variable reaches that one only.
-    EXPECT_EQ(Copy(dir_.File("shared.murv"), dir_.File("copy.murv"), false), sharedSize);
-    const std::uintmax_t changedSize = Copy(dir_.File("shared.murv"), dir_.File("changed.murv"), true);
+    EXPECT_EQ(CopyDictionary(dir.File("shared.murv"), dir.File("copy.murv"), false), sharedSize);
+    const std::uintmax_t changedSize = CopyDictionary(dir.File("shared.murv"), dir.File("changed.murv"), true);
     EXPECT_GT(changedSize, sharedSize);
     EXPECT_LT(changedSize, separateSize);
-    r = OpenForRead(dir_.File("changed.murv"));
-    EXPECT_EQ(GetNumericSet(r, "v0").values.size(), static_cast<std::size_t>(kLabels + 1));
-    for (int i = 1; i < kVars; ++i) {
-        int rc = 0;
-        EXPECT_EQ(Label(r, ("v" + std::to_string(i)).c_str(), 99, &rc), "");
-        EXPECT_EQ(rc, MURV_RC_NO_LABEL);
-    }
+    r = OpenForRead(dir.File("changed.murv"));
+    EXPECT_EQ(NumericSet(r, "v0"), all + "; 99=only v0");
+    for (int i = 1; i < 10; ++i) EXPECT_EQ(NumericSet(r, ("v" + std::to_string(i)).c_str()), all) << i;
     murvCloseRead(r);
 }
 
-TEST_P(ValueLabelFiles, SingleSetterAfterSharedSetChangesOneVariable) {
-    int h = OpenNew(dir_.File("f.murv"), {{"a", 0}, {"b", 0}}, GetParam());
-    ASSERT_EQ(murvSetVarNValueLabel(h, "a", 7, "replaced, not merged"), MURV_RC_OK);
-    const char* vars[] = {"a", "b"};
-    const double values[] = {1, 2};
-    const char* texts[] = {"one", "two"};
-    ASSERT_EQ(murvSetVarNValueLabels(h, vars, 2, values, texts, 2), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarNValueLabel(h, "a", 2, "TWO"), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarNValueLabel(h, "b", 3, "three"), MURV_RC_OK);
-    h = Reopen(h, dir_.File("f.murv"));
-    EXPECT_EQ(GetNumericSet(h, "a").labels, (Texts{"one", "TWO"}));
-    EXPECT_EQ(GetNumericSet(h, "b").labels, (Texts{"one", "two", "three"}));
-    murvCloseRead(h);
-}
-
-TEST_P(ValueLabelFiles, EveryKindOfLabelComesBack) {
-    const double sysmis = murvSysmisVal();
+TEST(ValueLabelFiles, EveryKindOfLabelComesBack) {
+    TempDir dir;
     const std::string label120(120, 'L');
-    int h = OpenNew(dir_.File("all.murv"), {{"n", 0}, {"s3", 3}, {"s8", 8}, {"wide", 20}}, GetParam());
-    for (const auto& [value, label] : {std::pair{sysmis, "system missing"}, {-0.0, "negative zero"},
+    int h = OpenNew(dir.File("all.murv"), {{"n", 0}, {"s3", 3}, {"s8", 8}, {"a", 0}, {"b", 0}});
+    for (const auto& [value, label] : {std::pair{murvSysmisVal(), "system missing"}, {-0.0, "negative zero"},
                                        {0.0, "zero"}, {1e300, "huge"}, {2.0, label120.c_str()}})
         ASSERT_EQ(murvSetVarNValueLabel(h, "n", value, label), MURV_RC_OK);
-    const char* strings[] = {"s3", "s8"};
-    const char* values[] = {"", "abc"};
-    const char* labels[] = {"blank", "letters"};
-    ASSERT_EQ(murvSetVarCValueLabels(h, strings, 2, values, labels, 2), MURV_RC_OK);
+    ASSERT_EQ(SetCLabels(h, {"s3", "s8"}, {"", "abc"}, {"blank", "letters"}), MURV_RC_OK);
     ASSERT_EQ(murvSetVarCValueLabel(h, "s8", "12345678", "digits"), MURV_RC_OK);
-    h = Reopen(h, dir_.File("all.murv"));
-    const NumericSet n = GetNumericSet(h, "n");
-    EXPECT_EQ(n.values, (std::vector<double>{sysmis, 0.0, -0.0, 2.0, 1e300}));
-    EXPECT_EQ(n.labels, (Texts{"system missing", "zero", "negative zero", label120, "huge"}));
-    ASSERT_EQ(n.values.size(), 5u);
-    EXPECT_TRUE(std::signbit(n.values[2]));
-    const StringSet s3 = GetStringSet(h, "s3");
-    EXPECT_EQ(s3.values, (Texts{"   ", "abc"}));
-    EXPECT_EQ(s3.labels, (Texts{"blank", "letters"}));
-    EXPECT_EQ(GetStringSet(h, "s8").values, (Texts{"        ", "abc     ", "12345678"}));
-    EXPECT_EQ(Label(h, "s8", "12345678"), "digits");
-    EXPECT_EQ(GetStringSet(h, "wide").rc, MURV_RC_SHORT_STRING_EXPECTED);
+    // A shared set replaces a variable's labels (not merged with them); a
+    // single setter after it changes one variable's set only.
+    ASSERT_EQ(murvSetVarNValueLabel(h, "a", 7, "replaced, not merged"), MURV_RC_OK);
+    ASSERT_EQ(SetNLabels(h, {"a", "b"}, {1, 2}, {"one", "two"}), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarNValueLabel(h, "a", 2, "TWO"), MURV_RC_OK);
+    ASSERT_EQ(murvSetVarNValueLabel(h, "b", 3, "three"), MURV_RC_OK);
+    h = Reopen(h, dir.File("all.murv"));
+
+    EXPECT_EQ(NumericSet(h, "n"), "SYSMIS=system missing; 0=zero; -0=negative zero; 2=" + label120 + "; 1e+300=huge");
+    EXPECT_EQ(StringSet(h, "s3"), "   =blank; abc=letters");
+    EXPECT_EQ(StringSet(h, "s8"), "        =blank; abc     =letters; 12345678=digits");
+    EXPECT_EQ(NumericSet(h, "a"), "1=one; 2=TWO");
+    EXPECT_EQ(NumericSet(h, "b"), "1=one; 2=two; 3=three");
     murvCloseRead(h);
 }
-
-INSTANTIATE_TEST_SUITE_P(PlainAndCompressed, ValueLabelFiles, ::testing::Bool(),
-                         [](const ::testing::TestParamInfo<bool>& info) {
-                             return info.param ? "Compressed" : "Plain";
-                         });
 
 }  // namespace

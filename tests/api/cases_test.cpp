@@ -58,8 +58,9 @@ protected:
 const double kSysmis = murvSysmisVal();
 
 // Each case call's code on a handle in each state: a write handle before and
-// after its commit, a read handle, an append handle and a closed handle. A
-// refused call leaves its output reset.
+// after its commit, a read handle (on a file without cases: the end, before
+// and after a seek), an append handle and a closed handle. A refused call
+// leaves its output reset.
 TEST_F(CaseCalls, CodesByHandleState) {
     constexpr int X = 1000;  // not tried in that state
     constexpr double kNone = -99;
@@ -76,41 +77,41 @@ TEST_F(CaseCalls, CodesByHandleState) {
         return [call](int h, double& out) { char b[65] = "junk"; const int rc = call(h, b); out = b[0]; return rc; };
     };
     const int DNC = MURV_RC_DICT_NOT_COMMITTED, WM = MURV_RC_WRITE_MODE, RM = MURV_RC_READ_MODE,
-              DC = MURV_RC_DICT_COMMITTED, BH = MURV_RC_BAD_HANDLE, OK = MURV_RC_OK;
+              DC = MURV_RC_DICT_COMMITTED, BH = MURV_RC_BAD_HANDLE, OK = MURV_RC_OK,
+              VNF = MURV_RC_VAR_NOT_FOUND, NUM = MURV_RC_NUMERIC_EXPECTED, END = MURV_RC_END_OF_FILE;
     const struct {
         const char* call;
         Run run;
         int codes[4];  // open, committed, read, append
-        double reset;  // the output after a refused call
+        double reset = kNone;  // the output after a refused call
     } rows[] = {
-        {"SetValueNumeric", [](int h, double&) { return murvSetValueNumeric(h, 1, 1.0); }, {DNC, X, RM, X}, kNone},
-        {"SetValueChar", [](int h, double&) { return murvSetValueChar(h, 2, "a"); }, {DNC, X, RM, X}, kNone},
-        {"CommitCaseRecord", [](int h, double&) { return murvCommitCaseRecord(h); }, {DNC, X, RM, X}, kNone},
-        {"WholeCaseOut", [&](int h, double&) { return murvWholeCaseOut(h, rec); }, {DNC, X, RM, X}, kNone},
-        {"ReadCaseRecord", [](int h, double&) { return murvReadCaseRecord(h); }, {WM, X, X, WM}, kNone},
-        {"SeekNextCase", [](int h, double&) { return murvSeekNextCase(h, 0); }, {WM, X, X, WM}, kNone},
-        {"WholeCaseIn", [&](int h, double&) { return murvWholeCaseIn(h, rec); }, {WM, X, X, WM}, kNone},
+        {"SetValueNumeric", [](int h, double&) { return murvSetValueNumeric(h, 1, 1.0); }, {DNC, X, RM, X}},
+        {"SetValueChar", [](int h, double&) { return murvSetValueChar(h, 2, "a"); }, {DNC, X, RM, X}},
+        {"CommitCaseRecord", [](int h, double&) { return murvCommitCaseRecord(h); }, {DNC, X, RM, X}},
+        {"WholeCaseOut", [&](int h, double&) { return murvWholeCaseOut(h, rec); }, {DNC, X, RM, X}},
+        {"ReadCaseRecord", [](int h, double&) { return murvReadCaseRecord(h); }, {WM, X, END, WM}},
+        {"SeekNextCase", [](int h, double&) { return murvSeekNextCase(h, 0); }, {WM, X, OK, WM}},
+        {"WholeCaseIn", [&](int h, double&) { return murvWholeCaseIn(h, rec); }, {WM, X, END, WM}},
         {"GetValueNumeric", [](int h, double& o) { o = 3; return murvGetValueNumeric(h, 1, &o); }, {WM, X, X, X}, 0},
         {"GetValueChar", text([](int h, char* b) { return murvGetValueChar(h, 2, b, 16); }), {WM, X, X, X}, 0},
         {"GetCaseSize", count(murvGetCaseSize), {DNC, OK, X, X}, 0},
-        {"GetCaseSize(null)", [](int h, double&) { return murvGetCaseSize(h, nullptr); }, {DNC, BH, X, X}, kNone},
+        {"GetCaseSize(null)", [](int h, double&) { return murvGetCaseSize(h, nullptr); }, {DNC, BH, X, X}},
         {"GetNumberofCases", count(murvGetNumberofCases), {WM, X, OK, OK}, -1},
         {"GetEstimatedNofCases", count(murvGetEstimatedNofCases), {WM, X, OK, X}, -1},
         {"GetCompression", count(murvGetCompression), {OK, X, X, X}, 1},
-        {"GetCompression(null)", [](int h, double&) { return murvGetCompression(h, nullptr); }, {BH, X, X, X}, kNone},
-        {"SetCompression", [](int h, double&) { return murvSetCompression(h, 1); }, {X, DC, RM, X}, kNone},
-        {"SetVarName", [](int h, double&) { return murvSetVarName(h, "x", 0); }, {MURV_RC_DUP_VAR, DC, RM, DC}, kNone},
-        {"CommitHeader", [](int h, double&) { return murvCommitHeader(h); }, {X, DC, RM, DC}, kNone},
-        {"SetCaseWeightVar", [](int h, double&) { return murvSetCaseWeightVar(h, "x"); }, {X, DC, RM, X}, kNone},
-        {"SetCaseWeightVar(nosuch)", [](int h, double&) { return murvSetCaseWeightVar(h, "nosuch"); },
-         {MURV_RC_VAR_NOT_FOUND, X, X, X}, kNone},
-        {"SetCaseWeightVar(s)", [](int h, double&) { return murvSetCaseWeightVar(h, "s"); },
-         {MURV_RC_NUMERIC_EXPECTED, X, X, X}, kNone},
-        {"SetCaseWeightVar(null)", [](int h, double&) { return murvSetCaseWeightVar(h, nullptr); },
-         {BH, X, X, X}, kNone},
+        {"GetCompression(null)", [](int h, double&) { return murvGetCompression(h, nullptr); }, {BH, X, X, X}},
+        {"SetCompression", [](int h, double&) { return murvSetCompression(h, 1); }, {X, DC, RM, X}},
+        {"SetVarName", [](int h, double&) { return murvSetVarName(h, "x", 0); }, {MURV_RC_DUP_VAR, DC, RM, DC}},
+        {"CommitHeader", [](int h, double&) { return murvCommitHeader(h); }, {X, DC, RM, DC}},
+        {"SetCaseWeightVar", [](int h, double&) { return murvSetCaseWeightVar(h, "x"); }, {X, DC, RM, X}},
+        {"SetCaseWeightVar(nosuch)", [](int h, double&) { return murvSetCaseWeightVar(h, "nosuch"); }, {VNF, X, X, X}},
+        {"SetCaseWeightVar(s)", [](int h, double&) { return murvSetCaseWeightVar(h, "s"); }, {NUM, X, X, X}},
+        {"SetCaseWeightVar(null)", [](int h, double&) { return murvSetCaseWeightVar(h, nullptr); }, {BH, X, X, X}},
         {"GetCaseWeightVar", text(murvGetCaseWeightVar), {MURV_RC_NO_WEIGHT, X, X, X}, 0},
-        {"GetCaseWeightVar(null)", [](int h, double&) { return murvGetCaseWeightVar(h, nullptr); },
-         {BH, X, X, X}, kNone},
+        {"GetCaseWeightVar(null)", [](int h, double&) { return murvGetCaseWeightVar(h, nullptr); }, {BH, X, X, X}},
+        {"CloseRead", [](int h, double&) { return murvCloseRead(h); }, {X, X, X, X}},  // (closed handles only)
+        {"CloseWrite", [](int h, double&) { return murvCloseWrite(h); }, {X, X, X, X}},
+        {"CloseAppend", [](int h, double&) { return murvCloseAppend(h); }, {X, X, X, X}},
     };
     auto check = [&](const char* state, int h, int column) {  // column -1: every call refuses the handle
         for (const auto& row : rows) {
@@ -134,7 +135,7 @@ TEST_F(CaseCalls, CodesByHandleState) {
     ASSERT_EQ(murvOpenAppend(path.c_str(), &a), OK);
     check("an append handle", a, 3);
     ASSERT_EQ(murvCloseAppend(a), OK);
-    for (int bad : {-1, 100, r, w}) check("the closed or unknown handle", bad, -1);
+    for (int bad : {-1, 100, -100000, r, w}) check("the closed or unknown handle", bad, -1);
 }
 
 // The value calls' checks in their order, writing and reading. A value not
@@ -197,12 +198,9 @@ TEST_F(CaseCalls, ValueCallChecksAndDefaults) {
     const std::tuple<double, double, std::string, std::string> cases[] = {
         {kSysmis, 42.0, "12345678", "ab       "}, {kSysmis, kSysmis, s8, s9}, {-1.5, kSysmis, s8, s9}};
     for (std::size_t i = 0; i < 3; ++i) {
-        if (i > 0) {
-            ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
-        }
         EXPECT_EQ(std::tuple(Num(r, 1), Num(r, 2), Str(r, 3), Str(r, 4)), cases[i]) << i;
+        ASSERT_EQ(murvReadCaseRecord(r), i < 2 ? MURV_RC_OK : MURV_RC_END_OF_FILE);
     }
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
     EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE);
     EXPECT_EQ(murvSeekNextCase(r, -1), MURV_RC_FILE_READ);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
@@ -213,7 +211,7 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
     for (bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
         ASSERT_TRUE(WriteCaseFile(path, 1000, compressed).AllOk());
-        int r = OpenForRead(path);
+        const int r = OpenForRead(path);
         // (999 after 998 and 999 were read: back to the case just read.)
         for (int target : {500, 0, 999, 998, 999, 7, 7, 640}) {
             ASSERT_EQ(murvSeekNextCase(r, target), MURV_RC_OK);
@@ -232,16 +230,6 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
         EXPECT_EQ(murvSeekNextCase(r, 3), MURV_RC_OK);
         EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
         EXPECT_EQ(Num(r, 1), 3.0);
-        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
-
-        // A file without cases: the end, before and after a seek.
-        ASSERT_TRUE(WriteCaseFile(path, 0, compressed).AllOk());
-        r = OpenForRead(path);
-        char rec[24];
-        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-        EXPECT_EQ(murvWholeCaseIn(r, rec), MURV_RC_END_OF_FILE);
-        EXPECT_EQ(murvSeekNextCase(r, 0), MURV_RC_OK);
-        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
     }
 }

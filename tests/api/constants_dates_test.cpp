@@ -6,6 +6,8 @@
 #include <limits>
 #include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -86,29 +88,26 @@ TEST(ConvertDate, RoundTripsEveryDayOverCenturies) {
 // Time spans both ways: a span's parts and its seconds (to the largest day
 // count); the refused parts and spans leave the outputs as they were.
 TEST(ConvertTime, SpansBothWays) {
-    const struct {
-        int days, hours, minutes;
-        double seconds, span;
-    } spans[] = {{0, 0, 0, 0.0, 0.0}, {1, 1, 1, 1.5, 90061.5}, {0, 23, 59, 59.9990234375, 86399.9990234375},
-                 {12345, 6, 7, 8.25, 1066630028.25}, {2147483647, 23, 59, 59.0, 2147483647 * kDay + 86399}};
-    for (const auto& row : spans) {
-        SCOPED_TRACE(row.span);
+    using Parts = std::tuple<int, int, int, double>;  // days, hours, minutes, seconds
+    const std::pair<Parts, double> spans[] = {
+        {{0, 0, 0, 0.0}, 0.0},           {{1, 1, 1, 1.5}, 90061.5},
+        {{0, 23, 59, 59.9990234375}, 86399.9990234375}, {{12345, 6, 7, 8.25}, 1066630028.25},
+        {{2147483647, 23, 59, 59.0}, 2147483647 * kDay + 86399}};
+    for (const auto& [parts, span] : spans) {
+        const auto [days, hours, minutes, seconds] = parts;
         double t = -1, s = -1;
-        EXPECT_EQ(murvConvertTime(row.days, row.hours, row.minutes, row.seconds, &t), 0);
-        EXPECT_EQ(t, row.span);
+        EXPECT_EQ(murvConvertTime(days, hours, minutes, seconds, &t), 0) << span;
+        EXPECT_EQ(t, span);
         int d = -1, h = -1, m = -1;
-        EXPECT_EQ(murvConvertMURVTime(&d, &h, &m, &s, row.span), 0);
-        EXPECT_EQ((std::tuple{d, h, m, s}), (std::tuple{row.days, row.hours, row.minutes, row.seconds}));
+        EXPECT_EQ(murvConvertMURVTime(&d, &h, &m, &s, span), 0) << span;
+        EXPECT_EQ(Parts(d, h, m, s), parts) << span;
     }
-    const struct {
-        int days, hours, minutes;
-        double seconds;
-    } badParts[] = {{0, 0, 0, 60.0}, {0, 0, 0, -0.001}, {-1, 0, 0, 0}, {0, 24, 0, 0},
-                    {0, -1, 0, 0},   {0, 0, 60, 0},     {0, 0, -1, 0}, {0, 0, 0, std::nan("")}};
-    for (const auto& row : badParts) {
+    const Parts badParts[] = {{0, 0, 0, 60.0}, {0, 0, 0, -0.001}, {-1, 0, 0, 0}, {0, 24, 0, 0},
+                              {0, -1, 0, 0},   {0, 0, 60, 0},     {0, 0, -1, 0}, {0, 0, 0, std::nan("")}};
+    for (const auto& [days, hours, minutes, seconds] : badParts) {
         double t = 3;
-        EXPECT_EQ(murvConvertTime(row.days, row.hours, row.minutes, row.seconds, &t), MURV_RC_BAD_TIME)
-            << row.days << ' ' << row.hours << ' ' << row.minutes << ' ' << row.seconds;
+        EXPECT_EQ(murvConvertTime(days, hours, minutes, seconds, &t), MURV_RC_BAD_TIME)
+            << days << ' ' << hours << ' ' << minutes << ' ' << seconds;
         EXPECT_EQ(t, 3.0);
     }
     for (double bad : {-0.5, std::nan(""), kInf, 2147483648 * kDay}) {
@@ -119,46 +118,31 @@ TEST(ConvertTime, SpansBothWays) {
     }
 }
 
-// The temporary directory is accepted and unused; locales are set and asked
-// for by the interface's category numbers.
-TEST(Settings, TempDirAndLocale) {
-    EXPECT_EQ(murvSetTempDir(nullptr), 0);
-    EXPECT_EQ(murvSetTempDir("/no/such/dir"), 0);
-    EXPECT_STREQ(murvSetLocale(MURV_LC_ALL, "C"), "C");
-    EXPECT_STREQ(murvSetLocale(MURV_LC_CTYPE, nullptr), "C") << "a null locale asks without changing";
-    for (int unknown : {99, -1}) EXPECT_EQ(murvSetLocale(unknown, "C"), nullptr) << unknown;
-}
-
 // The name check's verdicts (0 ordinary, 1 "#", 2 "$", 3 empty, 4 bad
 // character, 5 reserved word, 6 bad first byte), under the locale chosen
 // through the library, which decides what a character is. A name is judged
 // on its first 64 bytes, without its blanks.
 TEST(ValidateVarname, VerdictsUnderEachLocale) {
     const std::string zhong = "\xD6\xD0", cutAt64 = std::string(63, 'a') + zhong;
-    const struct {
-        const char* locale;
-        std::string name;
-        int verdict;
-    } rows[] = {
-        {"C", "", 3},           {"C", "   ", 3},        {"C", "1abc", 6},     {"C", "_x", 6},
-        {"C", ".x", 6},         {"C", "a b", 4},        {"C", "a-b", 4},      {"C", "by", 5},
-        {"C", "With", 5},       {"C", " eq ", 5},       {"C", "WITHIN", 0},   {"C", "#tmp", 1},
-        {"C", "$set", 2},       {"C", "@x", 0},         {"C", "  age  ", 0},  {"C", "a.b_c@1", 0},
-        {"C", std::string(64, 'v') + "!? x", 0},        {"C", std::string(63, 'v') + " !", 0},
-        {"C", zhong, 0},        {"C", cutAt64, 0},      {"zh_CN.GBK", zhong, 0}, {"zh_CN.GBK", "\xD6", 4},
-        {"zh_CN.GBK", "\xb0\xa1\xb0\xa2", 0},
-        {"zh_CN.GBK", cutAt64, 4},  // the plain 64-byte cut splits the last character
-        {"en_US.UTF-8", "gr\xC3\xB6\xC3\x9F" "e", 0}, {"en_US.UTF-8", "gr\xF6\xDF" "e", 4},
-        {"en_US.UTF-8", "$\xC3\xA9", 2},
+    const std::pair<const char*, std::vector<std::pair<std::string, int>>> rows[] = {
+        {"C", {{"", 3}, {"   ", 3}, {"1abc", 6}, {"_x", 6}, {".x", 6}, {"a b", 4}, {"a-b", 4}, {"by", 5}, {"With", 5},
+               {" eq ", 5}, {"WITHIN", 0}, {"#tmp", 1}, {"$set", 2}, {"@x", 0}, {"  age  ", 0}, {"a.b_c@1", 0},
+               {std::string(64, 'v') + "!? x", 0}, {std::string(63, 'v') + " !", 0}, {zhong, 0}, {cutAt64, 0}}},
+        // (The plain 64-byte cut splits the last character.)
+        {"zh_CN.GBK", {{zhong, 0}, {"\xD6", 4}, {"\xb0\xa1\xb0\xa2", 0}, {cutAt64, 4}}},
+        {"en_US.UTF-8", {{"gr\xC3\xB6\xC3\x9F" "e", 0}, {"gr\xF6\xDF" "e", 4}, {"$\xC3\xA9", 2}}},
     };
     std::string missing;  // locales this system lacks (the Windows builds' runs)
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.locale << " \"" << row.name << '"');
-        if (!murv::testing::RowLocale(row.locale, missing)) continue;
-        EXPECT_EQ(murvValidateVarname(row.name.c_str()), row.verdict);
+    for (const auto& [locale, names] : rows) {
+        if (!murv::testing::RowLocale(locale, missing)) continue;
+        for (const auto& [name, verdict] : names)
+            EXPECT_EQ(murvValidateVarname(name.c_str()), verdict) << locale << " \"" << name << '"';
     }
     EXPECT_EQ(murvValidateVarname(nullptr), 3);
-    murvSetLocale(MURV_LC_ALL, "C");
+    // The locale is set and asked for by the interface's category numbers.
+    EXPECT_STREQ(murvSetLocale(MURV_LC_ALL, "C"), "C");
+    EXPECT_STREQ(murvSetLocale(MURV_LC_CTYPE, nullptr), "C") << "a null locale asks without changing";
+    for (int unknown : {99, -1}) EXPECT_EQ(murvSetLocale(unknown, "C"), nullptr) << unknown;
     if (!missing.empty()) GTEST_SKIP() << "rows left out, no locale:" << missing;
 }
 

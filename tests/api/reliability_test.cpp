@@ -8,7 +8,6 @@
 
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>

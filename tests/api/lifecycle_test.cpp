@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -12,28 +13,13 @@
 #include "murvio.h"
 #include "support/api_files.h"
 #include "support/byte_builder.h"
+#include "support/case_files.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace murv::testing;
-
-// A small committed file with one numeric variable and no cases.
-void MakeFile(const std::string& path) {
-    const int h = OpenNew(path, {{"x", 0}});
-    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-}
-
-// A file's numbers of variables and of cases, as a reader sees them.
-std::pair<int, int> Counts(const std::string& path) {
-    int h = OpenForRead(path), vars = -1, cases = -1;
-    EXPECT_EQ(murvGetNumberofVariables(h, &vars), MURV_RC_OK);
-    EXPECT_EQ(murvGetNumberofCases(h, &cases), MURV_RC_OK);
-    EXPECT_EQ(murvCloseRead(h), MURV_RC_OK);
-    return {vars, cases};
-}
 
 TEST(Lifecycle, OpenCodes) {
     TempDir dir;
@@ -61,56 +47,38 @@ TEST(Lifecycle, OpenCodes) {
     EXPECT_NE(murvOpenRead(dir.File("x").c_str(), nullptr), MURV_RC_OK);
 }
 
-TEST(Lifecycle, WriteProbeLeavesNoTrace) {
+// A write handle puts nothing on disk before its commit and an uncommitted
+// one nothing at all; a file it may not write is left alone. (The case table
+// checks the other calls in each state, and the closes on closed handles.)
+TEST(Lifecycle, WriteProbeCommitAndClose) {
     TempDir dir;
     const std::string path = dir.File("f.murv");
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
+    int h = OpenNew(path, {});
     EXPECT_FALSE(fs::exists(path)) << "nothing on disk before the commit";
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_EMPTY_DICT);
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
     EXPECT_FALSE(fs::exists(path)) << "an uncommitted file is never created";
-
     std::ofstream(path) << "keep me";
     fs::permissions(path, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
     // (The superuser may write it all the same: then there is nothing to check.)
     if (!std::ofstream(path, std::ios::app)) {
         EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_FILE_OPEN);
-        std::ifstream in(path);
-        std::string content;
-        std::getline(in, content);
-        EXPECT_EQ(content, "keep me");
-    }
-}
-
-// (The case table checks the other calls in each state.)
-TEST(Lifecycle, CommitAndCloseCodes) {
-    TempDir dir;
-    const int h = OpenNew(dir.File("a"), {});
-    EXPECT_EQ(murvCommitHeader(h), MURV_RC_EMPTY_DICT);
-    EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    for (int bad : {-1, 100, -100000, h}) {
-        EXPECT_EQ(murvCloseRead(bad), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvCloseWrite(bad), MURV_RC_BAD_HANDLE);
-        EXPECT_EQ(murvCloseAppend(bad), MURV_RC_BAD_HANDLE);
+        EXPECT_EQ(FileBytes(path), "keep me");
     }
 }
 
 TEST(Lifecycle, HandleTableOfOneHundred) {
     TempDir dir;
-    const std::string path = dir.File("f.murv");
-    MakeFile(path);
-    MakeFile(dir.File("other.murv"));
-    std::vector<int> handles;
-    for (int i = 0; i < 100; ++i) {
-        int h = -1;
-        ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK) << i;
-        handles.push_back(h);
-    }
+    const std::string path = dir.File("f.murv"), other = dir.File("other.murv");
+    ASSERT_TRUE(WriteCaseFile(path, 0, false).AllOk());
+    ASSERT_TRUE(WriteCaseFile(other, 0, false).AllOk());
+    std::vector<int> handles(100, -1);
+    for (int& h : handles) ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
     int h = 5;
     EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_TABLE_FULL);
     EXPECT_EQ(h, -1);
     // (Another file: where open files deny writers, the first cannot be updated.)
-    EXPECT_EQ(murvOpenAppend(dir.File("other.murv").c_str(), &h), MURV_RC_TABLE_FULL);
+    EXPECT_EQ(murvOpenAppend(other.c_str(), &h), MURV_RC_TABLE_FULL);
     EXPECT_EQ(murvOpenWrite(dir.File("g.murv").c_str(), &h), MURV_RC_FILE_OPEN) << "a full table is 1 for writing";
     EXPECT_EQ(murvCloseRead(handles[37]), MURV_RC_OK);
     ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
@@ -123,20 +91,23 @@ TEST(Lifecycle, HandleTableOfOneHundred) {
 TEST(Lifecycle, CloseAndCopy) {
     TempDir dir;
     const std::string path = dir.File("f.murv"), copy = dir.File("copy.murv");
-    int h = OpenNew(path, {{"x", 0}});
+    int h = OpenNew(path, {{"x", 0}, {"s", 12}});
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
+    Codes codes;
+    WriteCases(h, codes, 0, 3);
     EXPECT_EQ(murvCloseRead(h), MURV_RC_OK);
-    EXPECT_EQ(Counts(path), std::pair(1, 3));
+    EXPECT_TRUE(codes.AllOk() && HoldsCases(path, 0, 3));
 
     ASSERT_EQ(murvOpenWriteCopy(copy.c_str(), path.c_str(), &h), MURV_RC_OK);
     EXPECT_EQ(murvSetVarName(h, "extra", 0), MURV_RC_OK) << "the copy is an uncommitted write handle";
     EXPECT_EQ(murvSetVarName(h, "X", 0), MURV_RC_DUP_VAR) << "the copied names are indexed";
-    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    EXPECT_EQ(Counts(copy), std::pair(2, 0));
+    h = Reopen(h, copy);
+    int vars = 0;
+    EXPECT_EQ(murvGetNumberofVariables(h, &vars), MURV_RC_OK);
+    EXPECT_EQ(vars, 3);
+    ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
+    EXPECT_TRUE(HoldsCases(copy, 0, 0));
 }
-
 
 TEST(ShortNames, SegmentNamesMustNotClash) {
     TempDir dir;
@@ -152,30 +123,28 @@ TEST(ShortNames, CompatNames) {
     TempDir dir;
     const std::string path = dir.File("f.murv");
     int h = OpenNew(path, {{"AgeAtInterview", 0}, {"AgeAtInterview2", 0}, {"q1", 0}});
-    char shortName[9] = "x";
-    EXPECT_EQ(murvGetVarCompatName(h, "nosuch", shortName), MURV_RC_DICT_NOT_COMMITTED)
+    auto compat = [&](const char* name) {  // the code and the short name on h
+        char shortName[9] = "x";
+        const int rc = murvGetVarCompatName(h, name, shortName);
+        return std::pair(rc, std::string(shortName));
+    };
+    auto ok = [](const char* shortName) { return std::pair(MURV_RC_OK, std::string(shortName)); };
+    EXPECT_EQ(compat("nosuch"), std::pair(MURV_RC_DICT_NOT_COMMITTED, std::string()))
         << "before the commit, even for a name that does not exist";
-    EXPECT_STREQ(shortName, "");
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    EXPECT_EQ(murvGetVarCompatName(h, "AgeAtInterview", shortName), MURV_RC_OK);
-    EXPECT_STREQ(shortName, "AGEATINT");
-    EXPECT_EQ(murvGetVarCompatName(h, "ageatinterview2", shortName), MURV_RC_OK);
-    EXPECT_STREQ(shortName, "AGEATI_A");
-    EXPECT_EQ(murvGetVarCompatName(h, "nosuch", shortName), MURV_RC_VAR_NOT_FOUND);
+    EXPECT_EQ(compat("AgeAtInterview"), ok("AGEATINT"));
+    EXPECT_EQ(compat("ageatinterview2"), ok("AGEATI_A"));
+    EXPECT_EQ(compat("nosuch"), std::pair(MURV_RC_VAR_NOT_FOUND, std::string()));
     EXPECT_EQ(murvGetVarCompatName(h, "q1", nullptr), MURV_RC_BAD_HANDLE);
     h = Reopen(h, path, false);
-    EXPECT_EQ(murvGetVarCompatName(h, "AgeAtInterview2", shortName), MURV_RC_OK);
-    EXPECT_STREQ(shortName, "AGEATI_A");
-    EXPECT_EQ(murvGetVarCompatName(h, "Q1", shortName), MURV_RC_OK);
-    EXPECT_STREQ(shortName, "Q1");
+    EXPECT_EQ(compat("AgeAtInterview2"), ok("AGEATI_A"));
+    EXPECT_EQ(compat("Q1"), ok("Q1"));
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
 
     // A file without a long-name record: the first 8 bytes of the name.
-    ByteBuilder b;
-    b.Header(1, 0).Variable(0, "LONGISH8").End().Save(path);
+    ByteBuilder().Header(1, 0).Variable(0, "LONGISH8").End().Save(path);
     h = OpenForRead(path);
-    EXPECT_EQ(murvGetVarCompatName(h, "longish8", shortName), MURV_RC_OK);
-    EXPECT_STREQ(shortName, "longish8");
+    EXPECT_EQ(compat("longish8"), ok("longish8"));
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
 }
 

@@ -3,23 +3,22 @@
 // many threads at once.
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "murvio.h"
+#include "support/api_files.h"
 #include "support/case_files.h"
 #include "support/temp_dir.h"
 
@@ -29,23 +28,19 @@ namespace fs = std::filesystem;
 using namespace murv::testing;
 
 // Limits the size of files this process writes, as a full disk would.
-class FileSizeLimit {
-public:
+struct FileSizeLimit {
     explicit FileSizeLimit(rlim_t bytes) {
-        ::getrlimit(RLIMIT_FSIZE, &saved_);
-        oldHandler_ = ::signal(SIGXFSZ, SIG_IGN);
-        rlimit lim = saved_;
+        ::getrlimit(RLIMIT_FSIZE, &saved);
+        rlimit lim = saved;
         lim.rlim_cur = bytes;
         ::setrlimit(RLIMIT_FSIZE, &lim);
     }
     ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &saved_);
-        ::signal(SIGXFSZ, oldHandler_);
+        ::setrlimit(RLIMIT_FSIZE, &saved);
+        ::signal(SIGXFSZ, handler);
     }
-
-private:
-    rlimit saved_{};
-    void (*oldHandler_)(int) = nullptr;
+    rlimit saved{};
+    void (*handler)(int) = ::signal(SIGXFSZ, SIG_IGN);
 };
 
 // Paths that are no regular files are refused at once, never waited on.
@@ -53,17 +48,11 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
     TempDir dir;
     const std::string fifo = dir.File("pipe");
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    const std::string socketPath = dir.File("sock");
-    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::strncpy(addr.sun_path, socketPath.c_str(), sizeof addr.sun_path - 1);
-    ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
     const std::string good = dir.File("good.murv");
     ASSERT_TRUE(WriteCaseFile(good, 2, false).AllOk());
 
     ::alarm(20);  // a hang ends the test instead of the run
-    for (const std::string& path : {fifo, socketPath, std::string("/dev/null"), std::string("/dev/zero"), dir.Path()}) {
+    for (const std::string& path : {fifo, std::string("/dev/null"), std::string("/dev/zero"), dir.Path()}) {
         SCOPED_TRACE(path);
         int h = 7;
         EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_BAD_FILE);
@@ -75,7 +64,6 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
         EXPECT_EQ(h, -1);
     }
     ::alarm(0);
-    ::close(sock);
     EXPECT_FALSE(fs::exists(dir.File("copy.murv")));
 }
 
@@ -93,10 +81,7 @@ TEST(Replace, OldFileSurvivesUntilTheNewOneIsComplete) {
     ::chmod(path.c_str(), 0640);
     const std::string before = FileBytes(path);
 
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "s", 12), MURV_RC_OK);
+    const int h = OpenNew(path, {{"x", 0}, {"s", 12}});
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
     Codes codes;
     WriteCases(h, codes, 0, 20);
@@ -142,26 +127,16 @@ TEST(Append, TornTailIsOverwrittenAndFailureKeepsTheOldCases) {
 // file states; the example client is one of them.
 TEST(CaseCount, ExampleClientReportsShorterAndLongerFiles) {
     TempDir dir;
-    struct {
-        const char* what;
-        bool compressed;
-        int stated;
-        int exitCode;
-    } const cases[] = {
-        {"as stated", true, 100, 0},
-        {"compressed, shorter", true, 1000, 1},
-        {"compressed, longer", true, 99, 1},
-        {"plain, shorter", false, 1000, 1},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        const std::string path = dir.File("count.murv");
-        ASSERT_TRUE(WriteCaseFile(path, 100, c.compressed).AllOk());
-        ASSERT_TRUE(SetStatedCaseCount(path, c.stated));
-        const std::string cmd = std::string(MURVIO_EXAMPLE) + " '" + path + "' >/dev/null 2>&1";
-        const int status = std::system(cmd.c_str());
+    const std::string path = dir.File("count.murv");
+    // Compressed or not, the count the file states for its 100 cases, the exit code.
+    for (const auto& [compressed, stated, exitCode] : {std::tuple(true, 100, 0), {true, 1000, 1}, {true, 99, 1},
+                                                        {false, 1000, 1}}) {
+        SCOPED_TRACE(testing::Message() << compressed << ' ' << stated);
+        ASSERT_TRUE(WriteCaseFile(path, 100, compressed).AllOk());
+        ASSERT_TRUE(SetStatedCaseCount(path, stated));
+        const int status = std::system((std::string(MURVIO_EXAMPLE) + " '" + path + "' >/dev/null 2>&1").c_str());
         ASSERT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), c.exitCode);
+        EXPECT_EQ(WEXITSTATUS(status), exitCode);
     }
 }
 #endif
@@ -185,27 +160,24 @@ TEST(Threads, HandlesOnDifferentThreadsDoNotInterfere) {
     const std::string shared = dir.File("shared.murv");
     ASSERT_TRUE(WriteCaseFile(shared, 10, true).AllOk());
     std::vector<std::thread> threads;
-    std::vector<int> failures(6, 0);
+    int failures[6] = {};
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
+            const std::string path = dir.File("t" + std::to_string(t) + ".murv");
             for (int round = 0; round < 10; ++round) {
-                const std::string path = dir.File("t" + std::to_string(t) + ".murv");
-                const bool compressed = (t + round) % 2 == 0;
-                if (!WriteCaseFile(path, 200, compressed, t * 1000).AllOk()) ++failures[static_cast<std::size_t>(t)];
-                if (!AppendCases(path, t * 1000 + 200, 50).AllOk()) ++failures[static_cast<std::size_t>(t)];
-                if (!HoldsCases(path, t * 1000, 250)) ++failures[static_cast<std::size_t>(t)];
+                failures[t] += !WriteCaseFile(path, 200, (t + round) % 2 == 0, t * 1000).AllOk() +
+                               !AppendCases(path, t * 1000 + 200, 50).AllOk() + !HoldsCases(path, t * 1000, 250);
             }
         });
     for (int t = 4; t < 6; ++t)
         threads.emplace_back([&, t] {
             for (int round = 0; round < 200; ++round) {
                 int h = -1;
-                if (murvOpenRead(shared.c_str(), &h) != MURV_RC_OK || murvCloseRead(h) != MURV_RC_OK)
-                    ++failures[static_cast<std::size_t>(t)];
+                failures[t] += murvOpenRead(shared.c_str(), &h) != MURV_RC_OK || murvCloseRead(h) != MURV_RC_OK;
             }
         });
     for (auto& th : threads) th.join();
-    for (int t = 0; t < 6; ++t) EXPECT_EQ(failures[static_cast<std::size_t>(t)], 0) << "thread " << t;
+    for (int t = 0; t < 6; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
 }
 
 }  // namespace

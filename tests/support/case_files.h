@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -30,14 +31,12 @@ inline void CaseText(double x, char* out, std::size_t n) { std::snprintf(out, n,
 // Writes the cases [first, first + count) through h value by value.
 inline void WriteCases(int h, Codes& codes, int first, int count) {
     double vx = 0, vs = 0;
-    codes.Note(murvGetVarHandle(h, "x", &vx));
-    codes.Note(murvGetVarHandle(h, "s", &vs));
+    for (int rc : {murvGetVarHandle(h, "x", &vx), murvGetVarHandle(h, "s", &vs)}) codes.Note(rc);
     for (int i = 0; i < count && codes.first == MURV_RC_OK; ++i) {
         char text[32];
         CaseText(first + i, text, sizeof text);
-        codes.Note(murvSetValueNumeric(h, vx, first + i));
-        codes.Note(murvSetValueChar(h, vs, text));
-        codes.Note(murvCommitCaseRecord(h));
+        for (int rc : {murvSetValueNumeric(h, vx, first + i), murvSetValueChar(h, vs, text), murvCommitCaseRecord(h)})
+            codes.Note(rc);
     }
 }
 
@@ -47,10 +46,9 @@ inline Codes WriteCaseFile(const std::string& path, int count, bool compressed, 
     int h = -1;
     codes.Note(murvOpenWrite(path.c_str(), &h));
     if (h < 0) return codes;
-    codes.Note(murvSetVarName(h, "x", 0));
-    codes.Note(murvSetVarName(h, "s", 12));
-    codes.Note(murvSetCompression(h, compressed ? 1 : 0));
-    codes.Note(murvCommitHeader(h));
+    for (int rc : {murvSetVarName(h, "x", 0), murvSetVarName(h, "s", 12), murvSetCompression(h, compressed ? 1 : 0),
+                   murvCommitHeader(h)})
+        codes.Note(rc);
     if (codes.first == MURV_RC_OK) WriteCases(h, codes, first, count);
     codes.close = murvCloseWrite(h);
     return codes;
@@ -129,7 +127,8 @@ inline bool SetStatedCaseCount(const std::string& path, std::int64_t count) {
         if (i < 4) bytes[80 + static_cast<std::size_t>(i)] = b;
         bytes[record + static_cast<std::size_t>(i)] = b;
     }
-    std::ofstream(path, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return true;
 }
 

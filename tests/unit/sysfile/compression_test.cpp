@@ -4,13 +4,13 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "model/constants.h"
 #include "port/errors.h"
+#include "support/byte_builder.h"
 #include "support/case_files.h"
 #include "support/temp_dir.h"
 #include "sysfile/filestream.h"
@@ -36,10 +36,8 @@ TEST(CompressionCodes, EncodeCells) {
                                            {-0.0, 253},   {0.0, 100},        {-1.0, 99},           {std::nan(""), 253},
                                            {LowestValue(), 253}, {1e-300, 253}};
     for (const auto& [value, code] : rows) EXPECT_EQ(Encode(value), code) << value;
-    const unsigned char blanks[8] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
-    EXPECT_EQ(EncodeCell(blanks), 254);
-    const unsigned char text[8] = {'a', 'b', ' ', ' ', ' ', ' ', ' ', ' '};
-    EXPECT_EQ(EncodeCell(text), 253);
+    EXPECT_EQ(EncodeCell(reinterpret_cast<const unsigned char*>("        ")), 254);
+    EXPECT_EQ(EncodeCell(reinterpret_cast<const unsigned char*>("ab      ")), 253);
     // Every code decodes back to the bytes it was chosen for.
     const auto& table = CompressionTable();
     for (int k = 1; k <= 251; ++k) EXPECT_EQ(table[k], std::bit_cast<std::uint64_t>(double(k - 100)));
@@ -49,7 +47,7 @@ TEST(CompressionCodes, EncodeCells) {
 struct Reader {
     Reader(const std::string& path, int cells)
         : stream(path.c_str(), "rb"), c(cells, &stream, &index, 0), got(8 * static_cast<std::size_t>(cells)) {}
-    int Read(const unsigned char* swap = nullptr) { return c.ReadCase(got.data(), swap); }
+    int Read() { return c.ReadCase(got.data(), nullptr); }
     MURV_FileStream stream;
     SparseFileIndex index;
     CompressedSystemFile c;
@@ -70,10 +68,6 @@ struct Fixture : ::testing::Test {
         }  // destruction flushes
         const std::string bytes = testing::FileBytes(path);
         return {bytes.begin(), bytes.end()};
-    }
-    void WriteRaw(const std::vector<unsigned char>& bytes) {
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     }
 };
 
@@ -111,15 +105,6 @@ TEST_F(Fixture, PositioningFillsTheIndexAsItGoes) {
     }
 }
 
-TEST_F(Fixture, SwapFlagsReverseOnlyStoredCells) {
-    Written({{3.5, 1.0}});
-    Reader r(path, 2);
-    const unsigned char swap[2] = {1, 1};
-    ASSERT_EQ(r.Read(swap), 2);
-    EXPECT_EQ(LoadU64(r.got.data()), Swap64(std::bit_cast<std::uint64_t>(3.5)));
-    EXPECT_EQ(LoadU64(r.got.data() + 8), std::bit_cast<std::uint64_t>(1.0)) << "coded cells come from the host's table";
-}
-
 TEST_F(Fixture, MalformedData) {
     // The data, the cells of a case, the cases read and the error that ends them.
     const struct {
@@ -135,7 +120,7 @@ TEST_F(Fixture, MalformedData) {
         {"zero cells per case never loop forever", {101, 102, 252, 0, 0, 0, 0, 0}, 0, 3, 0},
     };
     for (const auto& row : rows) {
-        WriteRaw(row.data);
+        testing::ByteBuilder().Raw(row.data.data(), row.data.size()).Save(path);
         Reader r(path, row.cells);
         long error = 0;
         try {
@@ -146,7 +131,7 @@ TEST_F(Fixture, MalformedData) {
         EXPECT_EQ(error, row.error) << row.what;
     }
     // A 252 ends a block's commands: cells after it in that block are ignored.
-    WriteRaw({101, 252, 103, 103, 103, 103, 103, 103, 102, 0, 0, 0, 0, 0, 0, 0});
+    testing::ByteBuilder().Bytes({101, 252, 103, 103, 103, 103, 103, 103, 102, 0, 0, 0, 0, 0, 0, 0}).Save(path);
     Reader r(path, 2);
     ASSERT_EQ(r.Read(), 2);
     EXPECT_EQ(r.got, Cells({1, 2}));

@@ -1,14 +1,13 @@
 #include "sysfile/filestream.h"
 
 #include <filesystem>
-#include <fstream>
-#include <numeric>
 #include <random>
-#include <vector>
+#include <string>
 
 #include <gtest/gtest.h>
 
 #include "port/errors.h"
+#include "support/byte_builder.h"
 #include "support/case_files.h"
 #include "support/temp_dir.h"
 
@@ -17,17 +16,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<unsigned char> Pattern(std::size_t n, unsigned seed = 1) {
-    std::vector<unsigned char> v(n);
+std::string Pattern(std::size_t n, unsigned seed = 1) {
+    std::string v(n, '\0');
     std::mt19937 gen(seed);
-    for (auto& b : v) b = static_cast<unsigned char>(gen());
+    for (auto& b : v) b = static_cast<char>(gen());
     return v;
 }
 
-void WriteRaw(const std::string& path, const std::vector<unsigned char>& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
+void WriteRaw(const std::string& path, const std::string& bytes) { testing::ByteBuilder().Text(bytes).Save(path); }
 
 TEST(FileStream, OpenFailures) {
     testing::TempDir dir;
@@ -69,7 +65,7 @@ TEST(FileStream, ReadsEveryRangeAndTheEndOfAFileExactly) {
     for (std::int64_t off : {0, 1, 511, 512, 4095, 4096, 4097, 5000, 8191, 12000}) {
         for (unsigned len : {1, 8, 511, 512, 4095, 4096, 4097, 9000}) {
             ASSERT_EQ(s.Seek(off, 0), 0);
-            std::vector<unsigned char> got(len);
+            std::string got(len, '\0');
             const unsigned n = s.Read(got.data(), len);
             const std::size_t expect = std::min<std::size_t>(len, bytes.size() - static_cast<std::size_t>(off));
             ASSERT_EQ(n, expect) << off << '+' << len;
@@ -91,7 +87,7 @@ TEST(FileStream, ReadsEveryRangeAndTheEndOfAFileExactly) {
 
 TEST(FileStream, MixedWritesPatchesAndLargeBlocksLandOnDisk) {
     testing::TempDir dir;
-    std::vector<unsigned char> model;
+    std::string model;
     std::mt19937 gen(7);
     {
         MURV_FileStream s(dir.File("f").c_str(), "wb+");
@@ -102,20 +98,19 @@ TEST(FileStream, MixedWritesPatchesAndLargeBlocksLandOnDisk) {
             if (i % 7 == 3 && pos > 0) pos = gen() % pos;  // go back and overwrite
             ASSERT_EQ(s.Seek(pos, 0), 0);
             ASSERT_EQ(s.Write(chunk.data(), len), len);
-            if (model.size() < static_cast<std::size_t>(pos) + len) model.resize(static_cast<std::size_t>(pos) + len);
-            std::copy(chunk.begin(), chunk.end(), model.begin() + pos);
+            model.resize(std::max(model.size(), static_cast<std::size_t>(pos) + len));
+            model.replace(static_cast<std::size_t>(pos), len, chunk);
             pos += len;
             if (i % 11 == 5) {  // interleave reads through the same stream
                 const std::int64_t at = gen() % model.size();
                 ASSERT_EQ(s.Seek(at, 0), 0);
-                std::vector<unsigned char> got(200);
-                const unsigned n = s.Read(got.data(), 200);
-                ASSERT_EQ(n, std::min<std::size_t>(200, model.size() - at));
-                ASSERT_TRUE(std::equal(got.begin(), got.begin() + n, model.begin() + at));
+                std::string got(200, '\0');
+                got.resize(s.Read(got.data(), 200));
+                ASSERT_TRUE(got == model.substr(static_cast<std::size_t>(at), 200)) << at;
             }
         }
     }  // destruction flushes
-    EXPECT_EQ(testing::FileBytes(dir.File("f")), std::string(model.begin(), model.end()));
+    EXPECT_TRUE(testing::FileBytes(dir.File("f")) == model);
 }
 
 TEST(FileStream, CopiedStreamReadsIndependently) {
@@ -129,9 +124,9 @@ TEST(FileStream, CopiedStreamReadsIndependently) {
     MURV_FileStream reader(writer);  // flushes the writer first
     EXPECT_STREQ(reader.Name(), writer.Name());
     EXPECT_EQ(reader.Tell(), 0);
-    std::vector<unsigned char> got(1000);
+    std::string got(1000, '\0');
     EXPECT_EQ(reader.Read(got.data(), 1000), 1000u);
-    EXPECT_TRUE(std::equal(got.begin(), got.end(), bytes.begin()));
+    EXPECT_TRUE(got == bytes.substr(0, 1000));
     writer.Write(bytes.data() + 1000, 50);
     EXPECT_EQ(writer.Tell(), 1050);
     fs::remove(dir.File("f"));

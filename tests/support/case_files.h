@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
@@ -107,13 +108,12 @@ inline std::pair<std::int64_t, std::int64_t> StatedCaseCounts(const std::string&
     std::ifstream in(path, std::ios::binary);
     in.read(head.data(), static_cast<std::streamsize>(head.size()));
     head.resize(static_cast<std::size_t>(in.gcount()));
-    auto load = [&](std::size_t at, int n) -> std::int64_t {
-        if (at == std::string::npos || at + n > head.size()) return -2;
-        std::uint64_t v = 0;
-        for (int i = n - 1; i >= 0; --i) v = (v << 8) | static_cast<unsigned char>(head[at + i]);
-        return n == 4 ? static_cast<std::int32_t>(v) : static_cast<std::int64_t>(v);
-    };
-    return {load(80, 4), load(CountRecordAt(head), 8)};
+    const std::size_t record = CountRecordAt(head);
+    std::int32_t header = -2;
+    std::int64_t count = -2;
+    if (head.size() >= 84) std::memcpy(&header, head.data() + 80, 4);
+    if (record != std::string::npos && record + 8 <= head.size()) std::memcpy(&count, head.data() + record, 8);
+    return {header, count};
 }
 
 // Overwrites the case count a file written by the library states, in its
@@ -122,11 +122,9 @@ inline bool SetStatedCaseCount(const std::string& path, std::int64_t count) {
     std::string bytes = FileBytes(path);
     const std::size_t record = CountRecordAt(bytes);
     if (bytes.size() < 84 || record == std::string::npos) return false;
-    for (int i = 0; i < 8; ++i) {
-        const char b = static_cast<char>(static_cast<std::uint64_t>(count) >> (8 * i));
-        if (i < 4) bytes[80 + static_cast<std::size_t>(i)] = b;
-        bytes[record + static_cast<std::size_t>(i)] = b;
-    }
+    const auto header = static_cast<std::int32_t>(count);
+    std::memcpy(bytes.data() + 80, &header, 4);
+    std::memcpy(bytes.data() + record, &count, 8);
     std::ofstream(path, std::ios::binary | std::ios::trunc)
         .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return true;

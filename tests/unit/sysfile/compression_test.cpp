@@ -26,8 +26,6 @@ std::vector<unsigned char> Cells(const std::vector<double>& values) {
     return out;
 }
 
-unsigned char Encode(double v) { return EncodeCell(Cells({v}).data()); }
-
 TEST(CompressionCodes, EncodeCells) {
     // Small integers -99..151 are codes 1..251; everything else is stored
     // raw (-0.0 keeps its sign bit that way), but system-missing.
@@ -35,7 +33,7 @@ TEST(CompressionCodes, EncodeCells) {
                                            {-99.0, 1},    {151.0, 251},      {152.0, 253},         {-100.0, 253},
                                            {-0.0, 253},   {0.0, 100},        {-1.0, 99},           {std::nan(""), 253},
                                            {LowestValue(), 253}, {1e-300, 253}};
-    for (const auto& [value, code] : rows) EXPECT_EQ(Encode(value), code) << value;
+    for (const auto& [value, code] : rows) EXPECT_EQ(EncodeCell(Cells({value}).data()), code) << value;
     EXPECT_EQ(EncodeCell(reinterpret_cast<const unsigned char*>("        ")), 254);
     EXPECT_EQ(EncodeCell(reinterpret_cast<const unsigned char*>("ab      ")), 253);
     // Every code decodes back to the bytes it was chosen for.
@@ -83,8 +81,8 @@ TEST_F(Fixture, CodesAndStoredCellsInBlocks) {
 
     const auto bytes = Written({{1.0, 2.0, SysmisValue(), 3.5, 1e10}});
     ASSERT_EQ(bytes.size(), 8u + 16u);
-    const std::vector<unsigned char> key(bytes.begin(), bytes.begin() + 8);
-    EXPECT_EQ(key, (std::vector<unsigned char>{101, 102, 255, 253, 253, 0, 0, 0}));
+    EXPECT_EQ(std::vector<unsigned char>(bytes.begin(), bytes.begin() + 8),
+              (std::vector<unsigned char>{101, 102, 255, 253, 253, 0, 0, 0}));
     EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 8, bytes.end()), Cells({3.5, 1e10}));
 }
 
@@ -99,9 +97,7 @@ TEST_F(Fixture, PositioningFillsTheIndexAsItGoes) {
         r.c.SetTarget(static_cast<std::uint64_t>(k));
         ASSERT_EQ(r.Read(), 3) << k;
         EXPECT_EQ(r.got, Cells({double(k % 7), k + 0.5, SysmisValue()})) << k;
-        if (k == 700) {
-            EXPECT_GE(r.index.Count(), 700 / SparseFileIndex::kFirstSpacing);
-        }
+        EXPECT_TRUE(k != 700 || r.index.Count() >= 700 / SparseFileIndex::kFirstSpacing) << "entries left behind";
     }
 }
 
@@ -156,7 +152,6 @@ TEST(SparseIndex, SpacingAndThinning) {
     idx.Add(40, 4000);
     EXPECT_EQ(idx.Lookup(45).first, 40u);
     EXPECT_EQ(idx.Entries().back(), (std::pair<std::uint64_t, std::int64_t>(40, 4000)));
-    EXPECT_EQ(SparseFileIndex().Spacing(), 16u) << "a seek decodes fewer than 16 cases";
 }
 
 }  // namespace

@@ -14,8 +14,6 @@
 namespace murv {
 namespace {
 
-namespace fs = std::filesystem;
-
 std::string Pattern(std::size_t n, unsigned seed = 1) {
     std::string v(n, '\0');
     std::mt19937 gen(seed);
@@ -41,8 +39,7 @@ TEST(FileStream, OpenFailures) {
         FAIL() << "opening a missing file must throw";
     } catch (const ErrorText& e) {
         EXPECT_EQ(e.Number(), kErrStreamOpen);
-        EXPECT_NE(std::string(e.what()).find("missing"), std::string::npos);
-        EXPECT_EQ(std::string(e.what()).rfind("Datasource error # 1000 involving ", 0), 0u);
+        EXPECT_EQ(std::string(e.what()).rfind("Datasource error # 1000 involving " + dir.File("missing"), 0), 0u);
     }
     WriteRaw(dir.File("ro"), Pattern(10));
     MURV_FileStream ro(dir.File("ro").c_str(), "rb");
@@ -118,7 +115,7 @@ TEST(FileStream, CopiedStreamReadsIndependently) {
     const auto bytes = Pattern(10000);
     MURV_FileStream writer(dir.File("f").c_str(), "wb");
     writer.Write(bytes.data(), 1000);
-    EXPECT_EQ(fs::file_size(dir.File("f")), 0u) << "still in the buffer";
+    EXPECT_EQ(std::filesystem::file_size(dir.File("f")), 0u) << "still in the buffer";
     ASSERT_EQ(writer.Seek(0, 2), 0);
     EXPECT_EQ(writer.Tell(), 1000) << "a seek to the end sees the unflushed data";
     MURV_FileStream reader(writer);  // flushes the writer first
@@ -129,7 +126,7 @@ TEST(FileStream, CopiedStreamReadsIndependently) {
     EXPECT_TRUE(got == bytes.substr(0, 1000));
     writer.Write(bytes.data() + 1000, 50);
     EXPECT_EQ(writer.Tell(), 1050);
-    fs::remove(dir.File("f"));
+    std::filesystem::remove(dir.File("f"));
     EXPECT_THROW(MURV_FileStream gone(writer), ErrorText) << "a copy of a stream whose file is gone";
 }
 

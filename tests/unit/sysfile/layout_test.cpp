@@ -19,9 +19,8 @@ TEST(HeaderRecord, EncodesEveryFieldAtItsOffset) {
     const std::string text(reinterpret_cast<const char*>(b.data()), b.size());
     EXPECT_EQ(text.substr(0, 64), "$FL2" + std::string(kDefaultProduct) + std::string(15, ' '))
         << "product blank-padded";
-    for (auto [at, value] : {std::pair{64, 2}, {68, 5}, {72, 1}, {76, 4}, {80, 1234}}) {
+    for (auto [at, value] : {std::pair{64, 2}, {68, 5}, {72, 1}, {76, 4}, {80, 1234}})
         EXPECT_EQ(LoadI32(b.data() + at, false), value) << at;
-    }
     EXPECT_EQ(LoadF64(b.data() + 84, false), 100.0);
     EXPECT_EQ(text.substr(92), "07 Mar 0614:05:09" + std::string(64, 'L') + std::string(3, '\0'));
 }

@@ -55,8 +55,8 @@ struct SystemFile : ::testing::Test {
         ds.SetExtension(25, 4, 2, "abcdefgh");
     }
 
-    std::vector<std::vector<char>> WriteCases(SystemFileDataSource& ds, int n) {
-        std::vector<std::vector<char>> cases;
+    // Writes n cases more, adding them to cases.
+    static void WriteCases(SystemFileDataSource& ds, int n, std::vector<std::vector<char>>& cases) {
         std::mt19937 gen(5);
         for (int k = 0; k < n; ++k) {
             CaseBuffer c(ds);
@@ -68,7 +68,6 @@ struct SystemFile : ::testing::Test {
             ds.WriteCase(c.bytes.data());
             cases.push_back(c.bytes);
         }
-        return cases;
     }
 };
 
@@ -83,13 +82,12 @@ TEST_F(SystemFile, RoundTripAndAppend) {
             SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
             Define(ds);
             ds.SetCompression(compressed);
-            cases = WriteCases(ds, 37);
+            WriteCases(ds, 37, cases);
         }  // destruction finishes the file
         {
             SystemFileDataSource ds(path);
             ASSERT_EQ(ds.NumberOfCases(), 37);
-            auto more = WriteCases(ds, 21);
-            cases.insert(cases.end(), more.begin(), more.end());
+            WriteCases(ds, 21, cases);
             ds.FinishWriting();
             EXPECT_EQ(ds.NumberOfCases(), 58);
             // The same dataset reads back what it appended.

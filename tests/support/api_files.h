@@ -21,9 +21,7 @@ inline int OpenNew(const std::string& path, std::initializer_list<VarDef> vars, 
     int h = -1;
     EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK) << path;
     for (const VarDef& v : vars) EXPECT_EQ(murvSetVarName(h, v.name, v.type), MURV_RC_OK) << v.name;
-    if (compressed) {
-        EXPECT_EQ(murvSetCompression(h, 1), MURV_RC_OK);
-    }
+    EXPECT_TRUE(!compressed || murvSetCompression(h, 1) == MURV_RC_OK);
     return h;
 }
 
@@ -45,9 +43,7 @@ inline int OpenForRead(const std::string& path) {
 // Closes the write handle h (committing its header first if asked) and
 // opens its file for reading.
 inline int Reopen(int h, const std::string& path, bool commit = true) {
-    if (commit) {
-        EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    }
+    EXPECT_TRUE(!commit || murvCommitHeader(h) == MURV_RC_OK);
     EXPECT_EQ(murvCloseWrite(h), MURV_RC_OK);
     return OpenForRead(path);
 }

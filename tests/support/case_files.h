@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -30,14 +32,12 @@ inline void CaseText(double x, char* out, std::size_t n) { std::snprintf(out, n,
 // Writes the cases [first, first + count) through h value by value.
 inline void WriteCases(int h, Codes& codes, int first, int count) {
     double vx = 0, vs = 0;
-    codes.Note(murvGetVarHandle(h, "x", &vx));
-    codes.Note(murvGetVarHandle(h, "s", &vs));
+    for (int rc : {murvGetVarHandle(h, "x", &vx), murvGetVarHandle(h, "s", &vs)}) codes.Note(rc);
     for (int i = 0; i < count && codes.first == MURV_RC_OK; ++i) {
         char text[32];
         CaseText(first + i, text, sizeof text);
-        codes.Note(murvSetValueNumeric(h, vx, first + i));
-        codes.Note(murvSetValueChar(h, vs, text));
-        codes.Note(murvCommitCaseRecord(h));
+        for (int rc : {murvSetValueNumeric(h, vx, first + i), murvSetValueChar(h, vs, text), murvCommitCaseRecord(h)})
+            codes.Note(rc);
     }
 }
 
@@ -47,10 +47,9 @@ inline Codes WriteCaseFile(const std::string& path, int count, bool compressed, 
     int h = -1;
     codes.Note(murvOpenWrite(path.c_str(), &h));
     if (h < 0) return codes;
-    codes.Note(murvSetVarName(h, "x", 0));
-    codes.Note(murvSetVarName(h, "s", 12));
-    codes.Note(murvSetCompression(h, compressed ? 1 : 0));
-    codes.Note(murvCommitHeader(h));
+    for (int rc : {murvSetVarName(h, "x", 0), murvSetVarName(h, "s", 12), murvSetCompression(h, compressed ? 1 : 0),
+                   murvCommitHeader(h)})
+        codes.Note(rc);
     if (codes.first == MURV_RC_OK) WriteCases(h, codes, first, count);
     codes.close = murvCloseWrite(h);
     return codes;
@@ -109,13 +108,12 @@ inline std::pair<std::int64_t, std::int64_t> StatedCaseCounts(const std::string&
     std::ifstream in(path, std::ios::binary);
     in.read(head.data(), static_cast<std::streamsize>(head.size()));
     head.resize(static_cast<std::size_t>(in.gcount()));
-    auto load = [&](std::size_t at, int n) -> std::int64_t {
-        if (at == std::string::npos || at + n > head.size()) return -2;
-        std::uint64_t v = 0;
-        for (int i = n - 1; i >= 0; --i) v = (v << 8) | static_cast<unsigned char>(head[at + i]);
-        return n == 4 ? static_cast<std::int32_t>(v) : static_cast<std::int64_t>(v);
-    };
-    return {load(80, 4), load(CountRecordAt(head), 8)};
+    const std::size_t record = CountRecordAt(head);
+    std::int32_t header = -2;
+    std::int64_t count = -2;
+    if (head.size() >= 84) std::memcpy(&header, head.data() + 80, 4);
+    if (record != std::string::npos && record + 8 <= head.size()) std::memcpy(&count, head.data() + record, 8);
+    return {header, count};
 }
 
 // Overwrites the case count a file written by the library states, in its
@@ -124,12 +122,11 @@ inline bool SetStatedCaseCount(const std::string& path, std::int64_t count) {
     std::string bytes = FileBytes(path);
     const std::size_t record = CountRecordAt(bytes);
     if (bytes.size() < 84 || record == std::string::npos) return false;
-    for (int i = 0; i < 8; ++i) {
-        const char b = static_cast<char>(static_cast<std::uint64_t>(count) >> (8 * i));
-        if (i < 4) bytes[80 + static_cast<std::size_t>(i)] = b;
-        bytes[record + static_cast<std::size_t>(i)] = b;
-    }
-    std::ofstream(path, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    const auto header = static_cast<std::int32_t>(count);
+    std::memcpy(bytes.data() + 80, &header, 4);
+    std::memcpy(bytes.data() + record, &count, 8);
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return true;
 }
 

@@ -1,10 +1,6 @@
 // Switches the process locale for the length of a test and puts "C" back at
-// the end, whatever the test did in between.
-//
-//   LocaleGuard guard("zh_CN.GBK");
-//   if (!guard.ok()) GTEST_SKIP() << "locale zh_CN.GBK not available";
-//
-// The test locales are found through LOCPATH (the build tree sets it).
+// the end, whatever the test did in between. The test locales are found
+// through LOCPATH (the build tree sets it).
 #pragma once
 
 #include <clocale>

@@ -49,10 +49,10 @@ struct Scenario {
     {"write copy", kCopy, true, WriteCopy},
 };
 
-void MakeOldFile(const Scenario& s, const TempDir& d) {
-    if (s.does != kCreate) {
-        ASSERT_TRUE(WriteCaseFile(d.File("f.murv"), kOld, s.compressed, 0).AllOk());
-    }
+// Writes the file a scenario starts from, if any; returns its bytes.
+std::string MakeOldFile(const Scenario& s, const TempDir& d) {
+    EXPECT_TRUE(s.does == kCreate || WriteCaseFile(d.File("f.murv"), kOld, s.compressed, 0).AllOk());
+    return FileBytes(d.File("f.murv"));
 }
 
 // The files after a run whose calls all succeeded (ok) or not: the new file
@@ -60,9 +60,7 @@ void MakeOldFile(const Scenario& s, const TempDir& d) {
 // never written.
 void Check(const Scenario& s, const TempDir& d, bool ok, const std::string& oldBytes) {
     const std::string target = d.File(s.does == kCopy ? "copy.murv" : "f.murv");
-    if (s.does == kCopy) {
-        EXPECT_EQ(FileBytes(d.File("f.murv")), oldBytes) << "the source is never written";
-    }
+    EXPECT_TRUE(s.does != kCopy || FileBytes(d.File("f.murv")) == oldBytes) << "the source is never written";
     if (s.does == kAppend)
         EXPECT_TRUE(HoldsCases(target, 0, ok ? kOld + kNew : kOld));
     else if (ok)
@@ -77,64 +75,46 @@ void Check(const Scenario& s, const TempDir& d, bool ok, const std::string& oldB
     }
 }
 
-struct Kind {
-    const char* name;
-    faults::Kind kind;
-} const kKinds[] = {{"no space", faults::Kind::NoSpace},
-                    {"i/o error", faults::Kind::IoError},
-                    {"short write", faults::Kind::ShortWrite}};
-
-// Every handle slot is free again.
-bool NoHandleOpen() {
-    for (int h = 0; h < 100; ++h)
-        if (murvCloseRead(h) != MURV_RC_BAD_HANDLE) return false;
-    return true;
-}
-
 TEST(FaultSweep, EveryFailedOperationIsHandled) {
+    const std::pair<const char*, faults::Kind> kinds[] = {{"no space", faults::Kind::NoSpace},
+                                                          {"i/o error", faults::Kind::IoError},
+                                                          {"short write", faults::Kind::ShortWrite}};
     std::uint64_t failedOps = 0, visible = 0;
     for (const Scenario& s : kScenarios) {
-        // How many operations the scenario makes when nothing fails.
-        std::uint64_t total = 0;
-        {
+        SCOPED_TRACE(s.name);
+        std::uint64_t total = 0;  // the operations the scenario makes when nothing fails
+        // Runs the scenario with its nth operation failing as kind (none when
+        // n is 0) and checks what it leaves.
+        const auto run = [&](std::uint64_t n, faults::Kind kind) {
             TempDir dir;
-            MakeOldFile(s, dir);
-            const std::string oldBytes = FileBytes(dir.File("f.murv"));
-            faults::Arm(faults::kAllOps, 0, faults::Kind::NoSpace);
+            const std::string oldBytes = MakeOldFile(s, dir);
+            faults::Arm(faults::kAllOps, n, kind);
             const Codes codes = s.run(dir);
-            total = faults::Counted();
+            const bool fired = faults::Fired();
+            if (n == 0) total = faults::Counted();
             faults::Disarm();
-            ASSERT_TRUE(codes.AllOk()) << s.name;
-            Check(s, dir, true, oldBytes);
-        }
-        ASSERT_GT(total, 5u) << s.name;
-        for (const Kind& k : kKinds) {
-            for (std::uint64_t n = 1; n <= total; ++n) {
-                SCOPED_TRACE(std::string(s.name) + ", " + k.name + ", operation " + std::to_string(n) + " of " +
-                             std::to_string(total));
-                TempDir dir;
-                MakeOldFile(s, dir);
-                const std::string oldBytes = FileBytes(dir.File("f.murv"));
-                faults::Arm(faults::kAllOps, n, k.kind);
-                const Codes codes = s.run(dir);
-                const bool fired = faults::Fired();
-                faults::Disarm();
-                ASSERT_TRUE(fired);
-                ++failedOps;
-                if (!codes.AllOk()) {
-                    ++visible;
-                } else {
-                    // Only a failed look at a file that is not there (the
-                    // probes) or a failed close of a file only read can pass
-                    // unreported.
-                    const faults::Op op = faults::FiredOp();
-                    EXPECT_TRUE(op == faults::Op::Open || op == faults::Op::Close) << static_cast<int>(op);
-                }
-                // A failure that no call reported must have done no harm:
-                // the files are then checked as complete.
-                Check(s, dir, codes.AllOk(), oldBytes);
-                EXPECT_TRUE(NoHandleOpen());
-                if (::testing::Test::HasFailure()) return;
+            ASSERT_EQ(fired, n > 0);
+            ASSERT_TRUE(fired || codes.AllOk());
+            failedOps += fired;
+            if (!codes.AllOk()) {
+                ++visible;
+            } else if (fired) {
+                // Only a failed look at a file that is not there (the probes)
+                // or a failed close of a file only read can pass unreported.
+                const faults::Op op = faults::FiredOp();
+                EXPECT_TRUE(op == faults::Op::Open || op == faults::Op::Close) << static_cast<int>(op);
+            }
+            // A failure that no call reported must have done no harm: the
+            // files are then checked as complete.
+            Check(s, dir, codes.AllOk(), oldBytes);
+            for (int h = 0; h < 100; ++h) EXPECT_EQ(murvCloseRead(h), MURV_RC_BAD_HANDLE) << "handle " << h << " open";
+        };
+        run(0, faults::Kind::NoSpace);
+        ASSERT_GT(total, 5u);
+        for (const auto& [name, kind] : kinds) {
+            for (std::uint64_t n = 1; n <= total && !::testing::Test::HasFailure(); ++n) {
+                SCOPED_TRACE(std::string(name) + ", operation " + std::to_string(n) + " of " + std::to_string(total));
+                run(n, kind);
             }
         }
     }

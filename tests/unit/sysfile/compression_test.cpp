@@ -4,13 +4,14 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "model/constants.h"
 #include "port/errors.h"
+#include "support/byte_builder.h"
+#include "support/case_files.h"
 #include "support/temp_dir.h"
 #include "sysfile/filestream.h"
 #include "sysfile/sparseindex.h"
@@ -18,18 +19,11 @@
 namespace murv {
 namespace {
 
-std::vector<unsigned char> Cells(std::initializer_list<double> values) {
+std::vector<unsigned char> Cells(const std::vector<double>& values) {
     std::vector<unsigned char> out(values.size() * 8);
     std::size_t i = 0;
     for (double v : values) std::memcpy(out.data() + 8 * i++, &v, 8);
     return out;
-}
-
-unsigned char Encode(double v) { return EncodeCell(Cells({v}).data()); }
-
-std::vector<unsigned char> FileBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 TEST(CompressionCodes, EncodeCells) {
@@ -39,138 +33,105 @@ TEST(CompressionCodes, EncodeCells) {
                                            {-99.0, 1},    {151.0, 251},      {152.0, 253},         {-100.0, 253},
                                            {-0.0, 253},   {0.0, 100},        {-1.0, 99},           {std::nan(""), 253},
                                            {LowestValue(), 253}, {1e-300, 253}};
-    for (const auto& [value, code] : rows) EXPECT_EQ(Encode(value), code) << value;
-    const unsigned char blanks[8] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
-    EXPECT_EQ(EncodeCell(blanks), 254);
-    const unsigned char text[8] = {'a', 'b', ' ', ' ', ' ', ' ', ' ', ' '};
-    EXPECT_EQ(EncodeCell(text), 253);
+    for (const auto& [value, code] : rows) EXPECT_EQ(EncodeCell(Cells({value}).data()), code) << value;
+    EXPECT_EQ(EncodeCell(reinterpret_cast<const unsigned char*>("        ")), 254);
+    EXPECT_EQ(EncodeCell(reinterpret_cast<const unsigned char*>("ab      ")), 253);
     // Every code decodes back to the bytes it was chosen for.
     const auto& table = CompressionTable();
     for (int k = 1; k <= 251; ++k) EXPECT_EQ(table[k], std::bit_cast<std::uint64_t>(double(k - 100)));
 }
+
+// Reads cases of a given number of cells from a compressed file.
+struct Reader {
+    Reader(const std::string& path, int cells)
+        : stream(path.c_str(), "rb"), c(cells, &stream, &index, 0), got(8 * static_cast<std::size_t>(cells)) {}
+    int Read() { return c.ReadCase(got.data(), nullptr); }
+    MURV_FileStream stream;
+    SparseFileIndex index;
+    CompressedSystemFile c;
+    std::vector<unsigned char> got;
+};
 
 struct Fixture : ::testing::Test {
     testing::TempDir dir;
     std::string path = dir.File("data");
     SparseFileIndex index;
 
-    // The bytes of one case of the given cells, compressed.
-    std::vector<unsigned char> Written(std::initializer_list<double> values) {
+    // Writes the cases, each of the given cells, compressed; returns the file's bytes.
+    std::vector<unsigned char> Written(const std::vector<std::vector<double>>& cases) {
         {
             MURV_FileStream s(path.c_str(), "wb");
-            CompressedSystemFile c(static_cast<int>(values.size()), &s, &index, 0);
-            c.WriteCase(Cells(values).data());
+            CompressedSystemFile c(static_cast<int>(cases[0].size()), &s, &index, 0);
+            for (const auto& values : cases) c.WriteCase(Cells(values).data());
         }  // destruction flushes
-        return FileBytes(path);
+        const std::string bytes = testing::FileBytes(path);
+        return {bytes.begin(), bytes.end()};
     }
 };
 
 TEST_F(Fixture, CodesAndStoredCellsInBlocks) {
-    EXPECT_EQ(Written({1, 2, 3}), (std::vector<unsigned char>{101, 102, 103, 0, 0, 0, 0, 0}));
-    MURV_FileStream s(path.c_str(), "rb");
-    SparseFileIndex readIndex;
-    CompressedSystemFile c(3, &s, &readIndex, 0);
-    std::vector<unsigned char> got(24);
-    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 3);
-    EXPECT_EQ(got, Cells({1, 2, 3}));
-    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0) << "then the end of the data";
-    c.SetTarget(5);
-    EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0) << "a target beyond the end";
-    EXPECT_LT(c.CurrentCase(), 5u);
+    EXPECT_EQ(Written({{1, 2, 3}}), (std::vector<unsigned char>{101, 102, 103, 0, 0, 0, 0, 0}));
+    Reader r(path, 3);
+    EXPECT_EQ(r.Read(), 3);
+    EXPECT_EQ(r.got, Cells({1, 2, 3}));
+    EXPECT_EQ(r.Read(), 0) << "then the end of the data";
+    r.c.SetTarget(5);
+    EXPECT_EQ(r.Read(), 0) << "a target beyond the end";
+    EXPECT_LT(r.c.CurrentCase(), 5u);
 
-    const auto bytes = Written({1.0, 2.0, SysmisValue(), 3.5, 1e10});
+    const auto bytes = Written({{1.0, 2.0, SysmisValue(), 3.5, 1e10}});
     ASSERT_EQ(bytes.size(), 8u + 16u);
-    const std::vector<unsigned char> key(bytes.begin(), bytes.begin() + 8);
-    EXPECT_EQ(key, (std::vector<unsigned char>{101, 102, 255, 253, 253, 0, 0, 0}));
-    double stored[2];
-    std::memcpy(stored, bytes.data() + 8, 16);
-    EXPECT_EQ(stored[0], 3.5);
-    EXPECT_EQ(stored[1], 1e10);
+    EXPECT_EQ(std::vector<unsigned char>(bytes.begin(), bytes.begin() + 8),
+              (std::vector<unsigned char>{101, 102, 255, 253, 253, 0, 0, 0}));
+    EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 8, bytes.end()), Cells({3.5, 1e10}));
 }
 
 // A seek on a fresh reader skips runs of cases but still leaves an entry
 // every spacing-th case behind it, so later seeks decode only a few cases.
 TEST_F(Fixture, PositioningFillsTheIndexAsItGoes) {
-    const int n = 1000;
-    {
-        MURV_FileStream s(path.c_str(), "wb");
-        CompressedSystemFile c(3, &s, &index, 0);
-        for (int i = 0; i < n; ++i) c.WriteCase(Cells({double(i % 7), i + 0.5, SysmisValue()}).data());
-    }
-    MURV_FileStream s(path.c_str(), "rb");
-    SparseFileIndex readIndex;
-    CompressedSystemFile c(3, &s, &readIndex, 0);
-    std::vector<unsigned char> got(24);
+    std::vector<std::vector<double>> cases;
+    for (int i = 0; i < 1000; ++i) cases.push_back({double(i % 7), i + 0.5, SysmisValue()});
+    Written(cases);
+    Reader r(path, 3);
     for (int k : {700, 699, 300, 999, 16, 0}) {
-        c.SetTarget(static_cast<std::uint64_t>(k));
-        ASSERT_EQ(c.ReadCase(got.data(), nullptr), 3) << k;
-        EXPECT_EQ(got, Cells({double(k % 7), k + 0.5, SysmisValue()})) << k;
-        if (k == 700) {
-            EXPECT_GE(readIndex.Count(), 700 / SparseFileIndex::kFirstSpacing);
-        }
+        r.c.SetTarget(static_cast<std::uint64_t>(k));
+        ASSERT_EQ(r.Read(), 3) << k;
+        EXPECT_EQ(r.got, Cells({double(k % 7), k + 0.5, SysmisValue()})) << k;
+        EXPECT_TRUE(k != 700 || r.index.Count() >= 700 / SparseFileIndex::kFirstSpacing) << "entries left behind";
     }
-}
-
-TEST_F(Fixture, SwapFlagsReverseOnlyStoredCells) {
-    Written({3.5, 1.0});
-    MURV_FileStream s(path.c_str(), "rb");
-    SparseFileIndex readIndex;
-    CompressedSystemFile c(2, &s, &readIndex, 0);
-    const unsigned char swap[2] = {1, 1};
-    std::vector<unsigned char> got(16);
-    ASSERT_EQ(c.ReadCase(got.data(), swap), 2);
-    std::uint64_t first, second;
-    std::memcpy(&first, got.data(), 8);
-    std::memcpy(&second, got.data() + 8, 8);
-    EXPECT_EQ(first, Swap64(std::bit_cast<std::uint64_t>(3.5)));
-    EXPECT_EQ(second, std::bit_cast<std::uint64_t>(1.0)) << "coded cells come from the host's table";
-}
-
-void WriteRaw(const std::string& path, const std::vector<unsigned char>& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-long ReadError(const std::string& path, int cells, int cases) {
-    MURV_FileStream s(path.c_str(), "rb");
-    SparseFileIndex idx;
-    CompressedSystemFile c(cells, &s, &idx, 0);
-    std::vector<unsigned char> got(cells * 8);
-    try {
-        for (int i = 0; i < cases; ++i) c.ReadCase(got.data(), nullptr);
-    } catch (const SystemFileException& e) {
-        return e.Number();
-    }
-    return 0;
 }
 
 TEST_F(Fixture, MalformedData) {
-    // A block cut 4 bytes in.
-    WriteRaw(path, {101, 102, 103, 0});
-    EXPECT_EQ(ReadError(path, 1, 1), kErrFileEnds);
-    // A stored cell that is missing.
-    WriteRaw(path, {253, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3});
-    EXPECT_EQ(ReadError(path, 1, 1), kErrFileEnds);
-    // A case cut short: 3 cells wanted, the data holds 2.
-    WriteRaw(path, {101, 102, 0, 0, 0, 0, 0, 0});
-    EXPECT_EQ(ReadError(path, 3, 1), kErrFileEnds);
-    // A 252 ends a block's commands: cells after it in that block are ignored.
-    WriteRaw(path, {101, 252, 103, 103, 103, 103, 103, 103, 102, 0, 0, 0, 0, 0, 0, 0});
-    EXPECT_EQ(ReadError(path, 2, 2), 0);
-    {
-        MURV_FileStream s(path.c_str(), "rb");
-        SparseFileIndex idx;
-        CompressedSystemFile c(2, &s, &idx, 0);
-        std::vector<unsigned char> got(16);
-        ASSERT_EQ(c.ReadCase(got.data(), nullptr), 2);
-        EXPECT_EQ(got, Cells({1, 2}));
-        EXPECT_EQ(c.ReadCase(got.data(), nullptr), 0);
+    // The data, the cells of a case, the cases read and the error that ends them.
+    const struct {
+        const char* what;
+        std::vector<unsigned char> data;
+        int cells, cases;
+        long error;
+    } rows[] = {
+        {"a block cut 4 bytes in", {101, 102, 103, 0}, 1, 1, kErrFileEnds},
+        {"a stored cell that is missing", {253, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3}, 1, 1, kErrFileEnds},
+        {"a case cut short", {101, 102, 0, 0, 0, 0, 0, 0}, 3, 1, kErrFileEnds},
+        {"a trailing 252 after the last case", {101, 102, 252, 0, 0, 0, 0, 0}, 2, 3, 0},
+        {"zero cells per case never loop forever", {101, 102, 252, 0, 0, 0, 0, 0}, 0, 3, 0},
+    };
+    for (const auto& row : rows) {
+        testing::ByteBuilder().Raw(row.data.data(), row.data.size()).Save(path);
+        Reader r(path, row.cells);
+        long error = 0;
+        try {
+            for (int i = 0; i < row.cases; ++i) r.Read();
+        } catch (const SystemFileException& e) {
+            error = e.Number();
+        }
+        EXPECT_EQ(error, row.error) << row.what;
     }
-    // A trailing 252 after the last case reads to the end cleanly.
-    WriteRaw(path, {101, 102, 252, 0, 0, 0, 0, 0});
-    EXPECT_EQ(ReadError(path, 2, 3), 0);
-    // Zero cells per case never loops forever.
-    EXPECT_EQ(ReadError(path, 0, 3), 0);
+    // A 252 ends a block's commands: cells after it in that block are ignored.
+    testing::ByteBuilder().Bytes({101, 252, 103, 103, 103, 103, 103, 103, 102, 0, 0, 0, 0, 0, 0, 0}).Save(path);
+    Reader r(path, 2);
+    ASSERT_EQ(r.Read(), 2);
+    EXPECT_EQ(r.got, Cells({1, 2}));
+    EXPECT_EQ(r.Read(), 0);
 }
 
 TEST(SparseIndex, SpacingAndThinning) {
@@ -191,7 +152,6 @@ TEST(SparseIndex, SpacingAndThinning) {
     idx.Add(40, 4000);
     EXPECT_EQ(idx.Lookup(45).first, 40u);
     EXPECT_EQ(idx.Entries().back(), (std::pair<std::uint64_t, std::int64_t>(40, 4000)));
-    EXPECT_EQ(SparseFileIndex().Spacing(), 16u) << "a seek decodes fewer than 16 cases";
 }
 
 }  // namespace

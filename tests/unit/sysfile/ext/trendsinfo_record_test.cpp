@@ -26,10 +26,8 @@ struct TrendsRecord : ::testing::Test {
     // A 20-byte string (3 cells) first, so that positions are not indexes.
     void SetUp() override {
         ASSERT_NE(handler, nullptr);
-        ds.Add(20, "label");
-        ds.Add(0, "YEAR_");
-        ds.Add(0, "MONTH_");
-        ds.Add(10, "DATE_");
+        for (const auto& [width, name] : {std::pair{20, "label"}, {0, "YEAR_"}, {0, "MONTH_"}, {10, "DATE_"}})
+            ds.Add(width, name);
     }
 
     Units Written() {

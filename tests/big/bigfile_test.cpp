@@ -7,11 +7,8 @@
 // when asked for the label "big". The files go to MURVIO_BIG_DIR when it is
 // set, else to /dev/shm when it has room, else to MURVIO_BIG_FALLBACK (the
 // build tree); a test is skipped, saying why, when no place has room.
-#include <sys/statvfs.h>
-
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <string>
@@ -27,22 +24,16 @@
 namespace {
 
 using murv::testing::StatedCaseCounts;
+namespace fs = std::filesystem;
 
-constexpr std::int64_t kGiB = std::int64_t{1} << 30;
 constexpr std::int64_t kFourGiB = std::int64_t{4} << 30;
 constexpr std::int64_t kMaxHeaderCount = std::numeric_limits<std::int32_t>::max();
 
-std::int64_t FreeBytes(const std::string& dir) {
-    struct statvfs st;
-    if (dir.empty() || ::statvfs(dir.c_str(), &st) != 0) return -1;
-    return static_cast<std::int64_t>(st.f_bavail) * static_cast<std::int64_t>(st.f_frsize);
-}
-
-// A scratch directory with room for `bytes` (plus a margin), removed with
-// its contents at the end of the test. Path() is empty when no candidate had
-// room; Why() then says what was looked at.
-class BigScratch {
-public:
+// A scratch directory with room for `bytes` and 1 GiB more, removed with its
+// contents at the end of the test. path is empty when no candidate had room;
+// why then says what was looked at.
+struct BigScratch {
+    std::string path, why;
     explicit BigScratch(std::int64_t bytes) {
         std::vector<std::string> candidates;
         if (const char* dir = std::getenv("MURVIO_BIG_DIR"); dir && *dir) {
@@ -51,34 +42,46 @@ public:
             candidates.push_back("/dev/shm");
             if (const char* fb = std::getenv("MURVIO_BIG_FALLBACK"); fb && *fb) candidates.push_back(fb);
         }
-        const std::int64_t need = bytes + kGiB;
+        const std::int64_t need = bytes + (std::int64_t{1} << 30);
         for (const std::string& dir : candidates) {
-            const std::int64_t free = FreeBytes(dir);
-            why_ += dir + ": " + (free < 0 ? std::string("not usable") : std::to_string(free >> 20) + " MiB free") + "; ";
-            if (free < need) continue;
+            std::error_code ec;
+            const auto free = static_cast<std::int64_t>(fs::space(dir, ec).available);
+            why += dir + ": " + (ec ? std::string("not usable") : std::to_string(free >> 20) + " MiB free") + "; ";
             std::string pattern = dir + "/murvio-big-XXXXXX";
-            if (::mkdtemp(pattern.data())) {
-                path_ = pattern;
+            if (!ec && free >= need && ::mkdtemp(pattern.data())) {
+                path = pattern;
                 return;
             }
         }
-        why_ += "need " + std::to_string(need >> 20) + " MiB";
+        why += "need " + std::to_string(need >> 20) + " MiB";
     }
     ~BigScratch() {
         std::error_code ec;
-        if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+        if (!path.empty()) fs::remove_all(path, ec);
     }
     BigScratch(const BigScratch&) = delete;
-    BigScratch& operator=(const BigScratch&) = delete;
-
-    const std::string& Path() const { return path_; }
-    const std::string& Why() const { return why_; }
-    std::string File(const char* name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-    std::string why_;
 };
+
+// A new file of `vars` numeric variables, its header committed.
+int NewFile(const std::string& path, int vars, bool compressed) {
+    int h = -1;
+    EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
+    for (int j = 0; j < vars; ++j) EXPECT_EQ(murvSetVarName(h, ("v" + std::to_string(j)).c_str(), 0), MURV_RC_OK);
+    EXPECT_EQ(murvSetCompression(h, compressed ? 1 : 0), MURV_RC_OK);
+    EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
+    return h;
+}
+
+// Writes the cases [from, to) whole; record(k) gives case k.
+template <class Record>
+void WriteEach(int h, std::int64_t from, std::int64_t to, Record record) {
+    for (std::int64_t k = from; k < to; ++k) {
+        if (murvWholeCaseOut(h, record(k)) != MURV_RC_OK) {
+            ADD_FAILURE() << "case " << k << " not written";
+            return;
+        }
+    }
+}
 
 int Count(int h) {
     int n = -3;
@@ -96,26 +99,12 @@ constexpr int kWideCells = 512;
 constexpr std::int64_t kWideFirst = (kFourGiB / (8 * kWideCells)) + 64;  // cases of the first write
 constexpr std::int64_t kWideAppended = 64;
 
-void FillWide(std::vector<double>& cells, std::int64_t k) {
-    cells.front() = static_cast<double>(k) + 0.5;
-    cells.back() = -static_cast<double>(k) - 0.25;
-}
-
-std::vector<double> WideTemplate() {
+std::vector<double> WideCase(std::int64_t k) {
     std::vector<double> cells(kWideCells);
     for (int j = 0; j < kWideCells; ++j) cells[static_cast<std::size_t>(j)] = j + 0.125;
+    cells.front() = static_cast<double>(k) + 0.5;
+    cells.back() = -static_cast<double>(k) - 0.25;
     return cells;
-}
-
-void WriteWide(int h, std::int64_t from, std::int64_t to) {
-    std::vector<double> cells = WideTemplate();
-    for (std::int64_t k = from; k < to; ++k) {
-        FillWide(cells, k);
-        if (murvWholeCaseOut(h, reinterpret_cast<const char*>(cells.data())) != MURV_RC_OK) {
-            ADD_FAILURE() << "case " << k << " not written";
-            return;
-        }
-    }
 }
 
 // Seeks to case k and reads it whole; compares every cell.
@@ -124,39 +113,33 @@ void ExpectWideCase(int h, std::int64_t k) {
     ASSERT_EQ(murvSeekNextCase(h, static_cast<int>(k)), MURV_RC_OK);
     std::vector<double> got(kWideCells, 0.0);
     ASSERT_EQ(murvWholeCaseIn(h, reinterpret_cast<char*>(got.data())), MURV_RC_OK);
-    std::vector<double> want = WideTemplate();
-    FillWide(want, k);
-    EXPECT_EQ(got, want);
+    EXPECT_EQ(got, WideCase(k));
 }
 
 class BigWideFile : public ::testing::TestWithParam<bool> {};
 
 TEST_P(BigWideFile, WritesAppendsAndReadsBeyondFourGiB) {
     const bool compressed = GetParam();
+    const std::int64_t total = kWideFirst + kWideAppended;
     // A compressed case adds one command byte per cell.
-    const std::int64_t caseBytes = 8 * kWideCells + (compressed ? kWideCells : 0);
-    BigScratch scratch((kWideFirst + kWideAppended) * caseBytes);
-    if (scratch.Path().empty()) GTEST_SKIP() << "no room for a file over 4 GiB: " << scratch.Why();
-    const std::string path = scratch.File("wide.murv");
+    BigScratch scratch(total * (8 * kWideCells + (compressed ? kWideCells : 0)));
+    if (scratch.path.empty()) GTEST_SKIP() << "no room for a file over 4 GiB: " << scratch.why;
+    const std::string path = scratch.path + "/wide.murv";
+    std::vector<double> cells;
+    const auto record = [&cells](std::int64_t k) {
+        cells = WideCase(k);
+        return reinterpret_cast<const char*>(cells.data());
+    };
 
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    for (int j = 0; j < kWideCells; ++j)
-        ASSERT_EQ(murvSetVarName(h, ("v" + std::to_string(j)).c_str(), 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetCompression(h, compressed ? 1 : 0), MURV_RC_OK);
-    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    int caseSize = 0;
-    ASSERT_EQ(murvGetCaseSize(h, &caseSize), MURV_RC_OK);
-    ASSERT_EQ(caseSize, 8 * kWideCells);
-    WriteWide(h, 0, kWideFirst);
+    int h = NewFile(path, kWideCells, compressed);
+    WriteEach(h, 0, kWideFirst, record);
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    ASSERT_GT(static_cast<std::int64_t>(std::filesystem::file_size(path)), kFourGiB);
+    ASSERT_GT(static_cast<std::int64_t>(fs::file_size(path)), kFourGiB);
     EXPECT_EQ(StatedCaseCounts(path), std::pair(kWideFirst, kWideFirst));
 
     ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
-    WriteWide(h, kWideFirst, kWideFirst + kWideAppended);
+    WriteEach(h, kWideFirst, total, record);
     ASSERT_EQ(murvCloseAppend(h), MURV_RC_OK);
-    const std::int64_t total = kWideFirst + kWideAppended;
     EXPECT_EQ(StatedCaseCounts(path), std::pair(total, total));
 
     ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
@@ -164,10 +147,7 @@ TEST_P(BigWideFile, WritesAppendsAndReadsBeyondFourGiB) {
     ExpectWideCase(h, total - 1);
     EXPECT_EQ(murvReadCaseRecord(h), MURV_RC_END_OF_FILE);
     // Back across the end of the first write, and to the start.
-    ExpectWideCase(h, kWideFirst - 1);
-    ExpectWideCase(h, kWideFirst);
-    ExpectWideCase(h, 0);
-    ExpectWideCase(h, total - 2);
+    for (std::int64_t k : {kWideFirst - 1, kWideFirst, std::int64_t{0}, total - 2}) ExpectWideCase(h, k);
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
 }
 
@@ -181,34 +161,20 @@ INSTANTIATE_TEST_SUITE_P(Layouts, BigWideFile, ::testing::Values(false, true),
 
 double SmallValue(std::int64_t k) { return static_cast<double>(k % 251) - 99; }
 
-void WriteSmall(int h, std::int64_t from, std::int64_t to) {
-    double value = 0;
-    const char* rec = reinterpret_cast<const char*>(&value);
-    std::int64_t r = from % 251;
-    for (std::int64_t k = from; k < to; ++k) {
-        value = static_cast<double>(r) - 99;
-        if (++r == 251) r = 0;
-        if (murvWholeCaseOut(h, rec) != MURV_RC_OK) {
-            ADD_FAILURE() << "case " << k << " not written";
-            return;
-        }
-    }
-}
-
 TEST(BigCaseCount, CountsBeyondTheHeaderGoToTheCaseCountRecord) {
-    constexpr std::int64_t kAppended = 9;
-    const std::int64_t total = kMaxHeaderCount + kAppended;
+    const std::int64_t total = kMaxHeaderCount + 9;
     BigScratch scratch(total / 8 * 8 + 64 * 1024);
-    if (scratch.Path().empty()) GTEST_SKIP() << "no room for 2^31 compressed cases: " << scratch.Why();
-    const std::string path = scratch.File("many.murv");
+    if (scratch.path.empty()) GTEST_SKIP() << "no room for 2^31 compressed cases: " << scratch.why;
+    const std::string path = scratch.path + "/many.murv";
+    double value = 0;
+    const auto record = [&value](std::int64_t k) {
+        value = SmallValue(k);
+        return reinterpret_cast<const char*>(&value);
+    };
 
     // Exactly as many cases as the header can count.
-    int h = -1;
-    ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
-    ASSERT_EQ(murvSetCompression(h, 1), MURV_RC_OK);
-    ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    WriteSmall(h, 0, kMaxHeaderCount);
+    int h = NewFile(path, 1, true);
+    WriteEach(h, 0, kMaxHeaderCount, record);
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
     EXPECT_EQ(StatedCaseCounts(path), std::pair(kMaxHeaderCount, kMaxHeaderCount));
     ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
@@ -217,7 +183,7 @@ TEST(BigCaseCount, CountsBeyondTheHeaderGoToTheCaseCountRecord) {
 
     // Appending goes past it: the header says unknown, the record has the count.
     ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
-    WriteSmall(h, kMaxHeaderCount, total);
+    WriteEach(h, kMaxHeaderCount, total, record);
     ASSERT_EQ(murvCloseAppend(h), MURV_RC_OK);
     EXPECT_EQ(StatedCaseCounts(path), std::pair(std::int64_t{-1}, total));
 
@@ -227,9 +193,7 @@ TEST(BigCaseCount, CountsBeyondTheHeaderGoToTheCaseCountRecord) {
     EXPECT_EQ(Count(h), -1);
     const std::int64_t first = kMaxHeaderCount - 1;
     ASSERT_EQ(murvSeekNextCase(h, static_cast<int>(first)), MURV_RC_OK);
-    std::int64_t k = first;
-    double value = 0;
-    for (; k < total; ++k) {
+    for (std::int64_t k = first; k < total; ++k) {
         ASSERT_EQ(murvWholeCaseIn(h, reinterpret_cast<char*>(&value)), MURV_RC_OK) << "case " << k;
         EXPECT_EQ(value, SmallValue(k)) << "case " << k;
     }

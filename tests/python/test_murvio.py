@@ -29,14 +29,6 @@ def table():
     })
 
 
-def expected(df):
-    """What a numeric variable gives back: float64, NaN for a missing value."""
-    out = df.copy()
-    for c in ("count", "flag", "small", "nullable"):
-        out[c] = out[c].astype("float64")
-    return out
-
-
 @pytest.mark.parametrize("compress", [True, False])
 def test_round_trip_every_dtype(tmp_path, table, compress):
     t = table.copy()
@@ -44,8 +36,9 @@ def test_round_trip_every_dtype(tmp_path, table, compress):
     t.loc[4, "when"] = pd.NaT
     path = tmp_path / "t.murv"
     murvio.write(t, path, compress=compress)
-    back = murvio.read(path, labels=True)
-    pd.testing.assert_frame_equal(back, expected(t), check_categorical=True)
+    # A numeric variable gives back float64, NaN for a missing value.
+    want = t.astype({c: "float64" for c in ("count", "flag", "small", "nullable")})
+    pd.testing.assert_frame_equal(murvio.read(path, labels=True), want, check_categorical=True)
     assert murvio.read_metadata(path).variables["long"].type == max(len(s.encode()) for s in t["long"])
 
 
@@ -70,23 +63,16 @@ def test_metadata_round_trip(tmp_path, table):
     path = tmp_path / "m.murv"
     murvio.write(table, path, metadata=meta)
     m = murvio.read_metadata(path)
-    assert (m.file_label, m.documents, m.weight) == ("A survey", meta["documents"], "count")
-    assert m.file_attributes == meta["file_attributes"]
-    assert m.variable_sets == meta["variable_sets"]
-    assert m.mrsets == meta["mrsets"]
-    x = m.variables["x"]
-    assert (x.label, x.print_format, x.write_format, x.missing) == ("The x", (5, 10, 3), (5, 10, 3), (-3, -9.0, -7.0, 99.0))
-    assert (x.measure, x.alignment, x.column_width, x.attributes) == ("scale", "center", 12, {"Unit": "m"})
-    assert m.variables["count"].value_labels == {0.0: "none", 99.0: "many"}
-    assert m.variables["word"].missing == (1, "beta")
-    assert m.variables["word"].value_labels == {"alpha": "A"}
     # What read_metadata returns, written again, gives the same metadata.
     path2 = tmp_path / "m2.murv"
     murvio.write(murvio.read(path, missing="keep", dates=False), path2, metadata=m)
-    m2 = murvio.read_metadata(path2)
-    for key in ("file_label", "documents", "weight", "file_attributes", "variable_sets", "mrsets"):
-        assert getattr(m2, key) == getattr(m, key), key
-    assert list(m2.variables) == list(m.variables)
+    for got in (m, murvio.read_metadata(path2)):
+        for key in ("file_label", "documents", "weight", "file_attributes", "variable_sets", "mrsets"):
+            assert getattr(got, key) == meta[key], key
+        for name, props in meta["variables"].items():
+            for key, value in props.items():
+                assert getattr(got.variables[name], key) == value, (name, key)
+        assert list(got.variables) == list(m.variables)
     assert "A survey" in repr(m) and "Variable('x'" in repr(m)
 
 
@@ -216,29 +202,19 @@ def test_errors_and_warnings_carry_the_library_code(tmp_path):
     assert murvio.read_metadata(ok).variables["a"].value_labels == {1.0: "y" * 120}
 
 
-@pytest.fixture
-def grouped(tmp_path):
+def test_dask_partitions_threaded_and_on_a_local_cluster(tmp_path):
+    from distributed import Client, LocalCluster
     n = 50_000
     rng = np.random.default_rng(1)
     df = pd.DataFrame({"g": rng.integers(0, 7, size=n).astype("float64"), "v": rng.normal(size=n)})
     path = tmp_path / "g.murv"
     murvio.write(df, path)
-    return path, df
-
-
-def test_dask_partitions_threaded(grouped):
-    path, df = grouped
+    want = df.groupby("g").v.mean().sort_index()
     ddf = murvio.dask.read(path, cases_per_partition=12_000)
-    assert ddf.npartitions == 5 and ddf.divisions[0] == 0 and ddf.divisions[-1] == len(df) - 1
-    got = ddf.groupby("g").v.mean().compute(scheduler="threads").sort_index()
-    pd.testing.assert_series_equal(got, df.groupby("g").v.mean().sort_index())
-
-
-def test_dask_local_cluster(grouped):
-    from distributed import Client, LocalCluster
-    path, df = grouped
+    assert ddf.npartitions == 5 and ddf.divisions[0] == 0 and ddf.divisions[-1] == n - 1
+    pd.testing.assert_series_equal(ddf.groupby("g").v.mean().compute(scheduler="threads").sort_index(), want)
     with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as cluster, \
             Client(cluster, timeout=60) as client:
         got = murvio.dask.read(path, cases_per_partition=10_000).groupby("g").v.mean().compute().sort_index()
         assert len(client.scheduler_info()["workers"]) == 2
-    pd.testing.assert_series_equal(got, df.groupby("g").v.mean().sort_index())
+    pd.testing.assert_series_equal(got, want)

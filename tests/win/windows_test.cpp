@@ -1,10 +1,6 @@
 // What the library does on Windows that it does differently elsewhere: files
 // shared with other programs, replacement of a file another program holds,
 // and the ANSI code pages, double-byte ones among them.
-#include <fcntl.h>
-#include <io.h>
-#include <share.h>
-#include <sys/stat.h>
 #include <windows.h>
 
 #include <cstdlib>
@@ -22,13 +18,12 @@ namespace {
 using murv::testing::TempDir;
 namespace fs = std::filesystem;
 
-// Whether another program could open path with the given access, sharing
-// everything itself.
-bool OthersCanOpen(const std::string& path, int access) {
-    int fd = -1;
-    if (_sopen_s(&fd, path.c_str(), access | _O_BINARY, _SH_DENYNO, _S_IREAD | _S_IWRITE) != 0) return false;
-    _close(fd);
-    return true;
+// Whether another program could open path with the given access, letting
+// others read and write it.
+bool OthersCanOpen(const std::string& path, DWORD access) {
+    HANDLE f = CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+    return f != INVALID_HANDLE_VALUE && CloseHandle(f);
 }
 
 // A committed file of one numeric variable and n cases.
@@ -37,12 +32,7 @@ int WriteFile(const std::string& path, int n) {
     if (rc != MURV_RC_OK) return rc;
     murvSetVarName(h, "x", 0);
     murvCommitHeader(h);
-    double x = 0;
-    murvGetVarHandle(h, "x", &x);
-    for (int i = 0; i < n; ++i) {
-        murvSetValueNumeric(h, x, i);
-        murvCommitCaseRecord(h);
-    }
+    for (double x = 0; x < n; ++x) murvWholeCaseOut(h, reinterpret_cast<const char*>(&x));
     return murvCloseWrite(h);
 }
 
@@ -61,15 +51,15 @@ TEST(Windows, FileBeingWrittenIsReadableButNotWritableByOthers) {
     ASSERT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_OK);
     ASSERT_EQ(murvSetVarName(h, "x", 0), MURV_RC_OK);
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    EXPECT_TRUE(OthersCanOpen(path, _O_RDONLY));
-    EXPECT_FALSE(OthersCanOpen(path, _O_RDWR)) << "others must not write while the library writes";
+    EXPECT_TRUE(OthersCanOpen(path, GENERIC_READ));
+    EXPECT_FALSE(OthersCanOpen(path, GENERIC_READ | GENERIC_WRITE)) << "others must not write while the library writes";
     ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-    EXPECT_TRUE(OthersCanOpen(path, _O_RDWR));
+    EXPECT_TRUE(OthersCanOpen(path, GENERIC_READ | GENERIC_WRITE));
 
     // A file being read may be read by others, not written.
     ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
-    EXPECT_TRUE(OthersCanOpen(path, _O_RDONLY));
-    EXPECT_FALSE(OthersCanOpen(path, _O_RDWR));
+    EXPECT_TRUE(OthersCanOpen(path, GENERIC_READ));
+    EXPECT_FALSE(OthersCanOpen(path, GENERIC_READ | GENERIC_WRITE));
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
 }
 
@@ -127,10 +117,8 @@ TEST(Windows, LoadSetsUserAnsiCodePage) {
 // character, never half of it.
 TEST(Windows, DoubleByteCodePages) {
     struct Row {
-        const char* locale;
-        const char* character;  // one double-byte character of the code page
-    };
-    const Row rows[] = {{".932", "\x82\xa0"}, {".936", "\xb0\xa1"}, {".949", "\xb0\xa1"}, {".950", "\xa4\x40"}};
+        const char *locale, *character;  // character: a double-byte one of the code page
+    } const rows[] = {{".932", "\x82\xa0"}, {".936", "\xb0\xa1"}, {".949", "\xb0\xa1"}, {".950", "\xa4\x40"}};
     TempDir dir;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.locale);

@@ -55,10 +55,8 @@ TEST(VariableSetLine, LinesReadBackAndAreWrittenAgainExactly)
     EXPECT_EQ(odd.GetValue(), "a b");
     EXPECT_EQ(odd.GetLabel(), "x=$ y");
     // A line break inside a counted text would split the line on reading.
-    Set broken(Set::eCategorySet);
-    broken.SetName("$b");
+    Set broken = Parsed("$b=C 1 l x");
     broken.SetLabel("one\ntwo\r");
-    broken.AddVariable("x");
     EXPECT_EQ(broken.Encode(), "$b=C 8 one two  x\n");
 
     // A line ends at its first break or NUL, two blanks make an empty token, a
@@ -167,9 +165,7 @@ TEST(VariableSetList, DisplayLabelComesFromFirstLabelledMember)
 TEST(PruneSets, UnknownMembersAndEmptiedSetsGo)
 {
     MemoryDataSource ds;
-    ds.Add(0, "age");
-    ds.Add(0, "Sex");
-    ds.Add(8, "name");
+    for (const auto& [type, name] : {std::pair{0, "age"}, {0, "Sex"}, {8, "name"}}) ds.Add(type, name);
     const std::string long64(64, 'L');
     ds.Add(0, long64.c_str());
     PutRecord(ds, 5, "ghosts= g1 g2\nbad line\n");

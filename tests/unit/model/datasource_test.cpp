@@ -13,13 +13,6 @@ namespace {
 using test::MemoryDataSource;
 using Ints = std::vector<int>;
 
-std::vector<long> Starts(const ObsLayout& layout)
-{
-    std::vector<long> starts;
-    for (std::size_t i = 0; i < layout.ColumnCount(); ++i) starts.push_back(layout.StartCell(long(i)));
-    return starts;
-}
-
 // Every start cell follows from the dictionary's types.
 void ExpectLayoutMatchesDictionary(const MURV_DataSource& ds)
 {
@@ -44,7 +37,9 @@ TEST(ObsLayout, CellsPerWidthAndStarts)
         EXPECT_EQ(CellsForType(type), cells) << type;
     ObsLayout layout;
     for (int type : {1, 8, 9, 255, 256, 0}) layout.AddColumn(type);
-    EXPECT_EQ(Starts(layout), (std::vector<long>{0, 1, 2, 4, 36, 68}));
+    std::vector<long> starts;
+    for (std::size_t i = 0; i < layout.ColumnCount(); ++i) starts.push_back(layout.StartCell(long(i)));
+    EXPECT_EQ(starts, (std::vector<long>{0, 1, 2, 4, 36, 68}));
     EXPECT_EQ(layout.StartCell(-1), -1);
     EXPECT_EQ(layout.StartCell(6), 69);
     EXPECT_EQ(layout.LastWidth(), 1u);
@@ -111,8 +106,7 @@ TEST(Dictionary, LookupsLayoutAndWeightFollowEveryChange)
 TEST(Dictionary, CopiesAreSnapshots)
 {
     MemoryDataSource parent;
-    parent.Add(0, "x");
-    parent.Add(12, "s");
+    for (const auto& [type, name] : {std::pair{0, "x"}, {12, "s"}}) parent.Add(type, name);
     parent.SetWeightVar(0);
     parent.SetExtension(3, 4, 1, "abcd");
 
@@ -165,9 +159,7 @@ TEST(ExtensionTable, SharedBodiesUnitSizesAndHugeTypes)
 TEST(DictionaryIndex, PositionsPerCell)
 {
     MemoryDataSource ds;
-    ds.Add(0, "a");
-    ds.Add(20, "b");
-    ds.Add(0, "c");
+    for (const auto& [type, name] : {std::pair{0, "a"}, {20, "b"}, {0, "c"}}) ds.Add(type, name);
     DictionaryIndex index(ds);
     EXPECT_EQ(index.Size(), 5u);
     Ints found;

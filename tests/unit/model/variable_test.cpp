@@ -98,10 +98,8 @@ TEST(FormatAcceptance, RulesOfTheTable)
         EXPECT_EQ(FormatIsAcceptable(r.print, r.varType, r.code, r.width, r.decimals), r.ok)
             << r.print << ' ' << r.varType << ' ' << r.code << ' ' << r.width << '.' << r.decimals;
     for (int code : {0, 13, 14, 18, 19, 40, 255, -1}) EXPECT_FALSE(FormatIsAcceptable(false, 0, code, 8, 0)) << code;
-    for (int code = 33; code <= 37; ++code) {
-        EXPECT_TRUE(FormatIsAcceptable(true, 0, code, 4, 2)) << code;
-        EXPECT_FALSE(FormatIsAcceptable(true, 0, code, 3, 2)) << code;
-    }
+    for (int code = 33; code <= 37; ++code)
+        EXPECT_TRUE(FormatIsAcceptable(true, 0, code, 4, 2) && !FormatIsAcceptable(true, 0, code, 3, 2)) << code;
 }
 
 }  // namespace

@@ -79,8 +79,6 @@ TEST(Segments, Arithmetic) {
                   std::vector<long>(r + 1, r + 5));
 }
 
-using Plain = MURV_DataSource;
-
 TEST(Segments, CharactersNeverStraddleSegments) {
     MURV_USE_LOCALE(guard, "zh_CN.GBK");
     // 300 bytes whose 255th byte (index 254) starts a two-byte character.
@@ -90,7 +88,7 @@ TEST(Segments, CharactersNeverStraddleSegments) {
     EXPECT_EQ(std::string(file.begin() + 254, file.begin() + 257), std::string("\0 \xB0", 3))
         << "the character goes on in the next segment";
 
-    Plain ds;
+    MURV_DataSource ds;
     for (int width : {0, 255, 48, 0}) ds.AddVariable(width);
     SystemFileDechunker d;
     d.Setup(ds, {{1, 300}});
@@ -110,7 +108,7 @@ TEST(Segments, CharactersNeverStraddleSegments) {
 // Cut, upper-cased and made unique with a suffix that leaves the name 8
 // bytes at most, even among many names of one stem.
 TEST(ShortNames, CutAndMadeUnique) {
-    Plain ds, many;
+    MURV_DataSource ds, many;
     for (const char* n : {"a", "LongNameNumberOne", "LongNameNumberTwo", "X_._yz123", "Income_.Source", "INCOME2",
                           "Income_.Other"})
         ds.AddVariable(0).SetName(n);

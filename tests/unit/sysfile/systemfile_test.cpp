@@ -43,18 +43,6 @@ struct SystemFile : ::testing::Test {
     testing::TempDir dir;
     std::string path = dir.File("test.murv");
 
-    // v0 and v2 numeric, sharing one label set; v1, v3 and v4 strings of
-    // widths 12, 1 and 255.
-    static void Define(MURV_DataSource& ds) {
-        int i = 0;
-        for (int width : {0, 12, 0, 1, 255}) ds.AddVariable(width).SetName("v" + std::to_string(i++));
-        MURV_ValueLabelMap shared;
-        shared.SetLabel(NumericKey(1), "one");
-        ds.GetVariable(0).SetValueLabels(shared);
-        ds.GetVariable(2).SetValueLabels(shared);
-        ds.SetExtension(25, 4, 2, "abcdefgh");
-    }
-
     // Writes n cases more, adding them to cases.
     static void WriteCases(SystemFileDataSource& ds, int n, std::vector<std::vector<char>>& cases) {
         std::mt19937 gen(5);
@@ -80,7 +68,12 @@ TEST_F(SystemFile, RoundTripAndAppend) {
         std::vector<std::vector<char>> cases;
         {
             SystemFileDataSource ds(path, SystemFileDataSource::CreateTag{});
-            Define(ds);
+            int i = 0;  // v0 and v2 numeric, sharing one label set; v1, v3 and v4 strings
+            for (int width : {0, 12, 0, 1, 255}) ds.AddVariable(width).SetName("v" + std::to_string(i++));
+            MURV_ValueLabelMap shared;
+            shared.SetLabel(NumericKey(1), "one");
+            for (int v : {0, 2}) ds.GetVariable(v).SetValueLabels(shared);
+            ds.SetExtension(25, 4, 2, "abcdefgh");
             ds.SetCompression(compressed);
             WriteCases(ds, 37, cases);
         }  // destruction finishes the file
@@ -224,7 +217,7 @@ TEST_F(SystemFile, RefusedStatesAndDuplicateNames) {
 
 ByteBuilder SmallFile(bool big, std::int32_t caseCount, int casesPresent, bool compressed = false) {
     ByteBuilder b(big);
-    b.Header(3, caseCount, compressed).Variable(0, "X").StringVariable(9, "S").NumericLabels({{1.0, "one"}}, {1});
+    b.Header(3, caseCount, compressed, 1).Variable(0, "X").StringVariable(9, "S").NumericLabels({{1.0, "one"}}, {1});
     b.ExtensionI32(3, {15, 0, 0, 720, 1, 1, big ? 1 : 2, 2}).End();
     for (int k = 0; k < casesPresent; ++k) b.Number(k + 0.5).StringCell("abcdefgh").StringCell("i       ");
     return b;
@@ -247,9 +240,8 @@ TEST_F(SystemFile, ReadsBigEndianFiles) {
         ASSERT_EQ(rd.ColumnCount(), 2u);
         EXPECT_EQ(rd.GetVariable(1).GetType(), 9);
         EXPECT_NE(rd.GetVariable(0).GetValueLabels().GetLabel(NumericKey(1.0)), nullptr);
-        int release[3];
-        ASSERT_TRUE(rd.GetReleaseInfo(release));
-        EXPECT_EQ(release[0], 15);
+        const SystemFileInfo& o = rd.Options();  // the header's numbers and the source parameters
+        EXPECT_EQ(std::tuple(o.nominalCaseSize, o.weightIndex, o.bias, o.release[0]), std::tuple(3, 1, 100.0, 15));
         auto it = rd.NewInputCaseIterator(nullptr);
         for (const auto& [number, text] : cases) {
             ASSERT_TRUE(it->ReadNext());

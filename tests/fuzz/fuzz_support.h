@@ -84,7 +84,6 @@ public:
         for (int i = 0; i < n; ++i) v |= static_cast<std::uint64_t>(Byte()) << (8 * i);
         return v;
     }
-    std::uint32_t U32() { return static_cast<std::uint32_t>(Bits(4)); }
     double Double() { return std::bit_cast<double>(Bits(8)); }
     // A text of up to max bytes: a length byte, then the bytes (a NUL ends it
     // early, as it would for the library).

@@ -27,13 +27,12 @@ struct Slot {
 void ReadVariable(int h, const char* name, int type, std::vector<Slot>& slots) {
     double vh = 0;
     if (murvGetVarHandle(h, name, &vh) == MURV_RC_OK) slots.push_back({vh, type});
-    char label[121], small[7], shortName[9];
-    int len = 0;
+    char label[121], small[7], shortName[9], c1[9], c2[9], c3[9];
+    int len = 0, a = 0, b = 0, c = 0;
     murvGetVarLabel(h, name, label);
     murvGetVarLabelLong(h, name, small, sizeof small, &len);
     std::vector<char> big(1024);
     murvGetVarLabelLong(h, name, big.data(), static_cast<int>(big.size()), nullptr);
-    int a = 0, b = 0, c = 0;
     for (auto get : {murvGetVarPrintFormat, murvGetVarWriteFormat}) get(h, name, &a, &b, &c);
     for (auto get : {murvGetVarAlignment, murvGetVarColumnWidth, murvGetVarMeasureLevel}) get(h, name, &a);
     murvGetVarCompatName(h, name, shortName);
@@ -41,7 +40,6 @@ void ReadVariable(int h, const char* name, int type, std::vector<Slot>& slots) {
     int kind = 0;
     double m1, m2, m3;
     murvGetVarNMissingValues(h, name, &kind, &m1, &m2, &m3);
-    char c1[9], c2[9], c3[9];
     murvGetVarCMissingValues(h, name, &kind, c1, c2, c3);
 
     // Each value label, whole and into a small buffer, then a value that may have none.
@@ -76,13 +74,11 @@ void ReadFileLevel(int h) {
     for (auto get : {murvGetNumberofVariables, murvGetCaseSize, murvGetNumberofCases, murvGetEstimatedNofCases,
                      murvGetCompression})
         get(h, &n);
-    char text[257];
+    char text[257], date[10], time[9], info[256];
     for (auto get : {murvGetCaseWeightVar, murvGetIdString, murvGetSystemString}) get(h, text);
     int release[3];
     murvGetReleaseInfo(h, release);
-    char date[10], time[9];
     murvGetTimeStamp(h, date, time);
-    char info[256];
     murvGetTextInfo(h, info);
 
     // Every subtype the interface reaches, and a few it refuses; extension

@@ -2,6 +2,7 @@
 // call, the bytes after it its arguments. The file written is then read
 // back; when the writer reported success throughout, the file must open and
 // hold the variables and cases that were written, value for value.
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -15,6 +16,7 @@ namespace {
 
 using murv::fuzz::Fail;
 using murv::fuzz::Input;
+using std::tuple;
 
 // Names that meet the interesting rules: short and long, equal but for case,
 // sharing their first eight bytes, reserved, invalid.
@@ -33,6 +35,15 @@ class Writer {
 public:
     Writer(Input& in, int handle) : in_(in), h_(handle) {}
 
+    // Runs the commands and closes the file; when the writer reported success
+    // throughout, the file holds what was written.
+    void Run(const char* path) {
+        for (int steps = 0; steps < 4096 && Step(); ++steps) {
+        }
+        if (murvCloseWrite(h_) == MURV_RC_OK && committed_) ReadBack(path);
+    }
+
+private:
     std::string Name() {
         const std::uint8_t pick = in_.Byte();
         if (pick < 200) return kNames[pick % kNameCount];
@@ -43,7 +54,7 @@ public:
         const std::uint8_t t = in_.Byte();
         if (t < 128) return 0;
         if (t < 240) return 1 + t % 40;
-        return static_cast<int>(in_.U32() % 1200);  // up to very long strings
+        return static_cast<int>(in_.Bits(4) % 1200);  // up to very long strings
     }
     // Calls f on the handle and the arguments, which are read from the input
     // in order (a braced list is evaluated left to right); texts go as C strings.
@@ -65,22 +76,21 @@ public:
         if (in_.Empty()) return false;
         switch (in_.Byte() % 24) {
             case 0: {
-                const std::string name = Name();
-                const int type = Type();
-                if (murvSetVarName(h_, name.c_str(), type) == MURV_RC_OK) {
-                    if (murvValidateVarname(name.c_str()) != 0) Fail("a variable took a name that fails validation");
-                    vars_.push_back({name, type});
+                const Var v{Name(), Type()};
+                if (murvSetVarName(h_, v.name.c_str(), v.type) == MURV_RC_OK) {
+                    if (murvValidateVarname(v.name.c_str()) != 0) Fail("a variable took a name that fails validation");
+                    vars_.push_back(v);
                 }
                 break;
             }
-            case 1: Call(murvSetVarLabel, std::tuple{Name(), in_.Text()}); break;
-            case 2: Call(murvSetVarNValueLabel, std::tuple{Name(), in_.Double(), in_.Text()}); break;
-            case 3: Call(murvSetVarCValueLabel, std::tuple{Name(), in_.Text(40), in_.Text()}); break;
+            case 1: Call(murvSetVarLabel, tuple{Name(), in_.Text()}); break;
+            case 2: Call(murvSetVarNValueLabel, tuple{Name(), in_.Double(), in_.Text()}); break;
+            case 3: Call(murvSetVarCValueLabel, tuple{Name(), in_.Text(40), in_.Text()}); break;
             case 4:
-                Call(murvSetVarNMissingValues, std::tuple{Name(), in_.Signed(), in_.Double(), in_.Double(), in_.Double()});
+                Call(murvSetVarNMissingValues, tuple{Name(), in_.Signed(), in_.Double(), in_.Double(), in_.Double()});
                 break;
             case 5:
-                Call(murvSetVarCMissingValues, std::tuple{Name(), in_.Signed(), in_.Text(12), in_.Text(12), in_.Text(12)});
+                Call(murvSetVarCMissingValues, tuple{Name(), in_.Signed(), in_.Text(12), in_.Text(12), in_.Text(12)});
                 break;
             case 6: {
                 const std::string name = Name();
@@ -91,7 +101,7 @@ public:
             case 7: {
                 const std::string name = Name();
                 const int which = in_.Byte() % 3, value = in_.Signed();
-                decltype(&murvSetVarAlignment) set[] = {murvSetVarAlignment, murvSetVarColumnWidth, murvSetVarMeasureLevel};
+                const auto set = std::array{murvSetVarAlignment, murvSetVarColumnWidth, murvSetVarMeasureLevel};
                 set[which](h_, name.c_str(), value);
                 break;
             }
@@ -106,12 +116,10 @@ public:
                 const std::string attr = in_.Text(70);
                 const int sub = in_.Signed();
                 const std::string text = in_.Text();
-                if (sub & 1) {
+                if (sub & 1)
                     murvAddFileAttribute(h_, attr.c_str(), sub / 2, text.c_str());
-                } else {
-                    const std::string name = Name();
-                    murvAddVarAttribute(h_, name.c_str(), attr.c_str(), sub / 2, text.c_str());
-                }
+                else
+                    murvAddVarAttribute(h_, Name().c_str(), attr.c_str(), sub / 2, text.c_str());
                 break;
             }
             case 12: {
@@ -119,15 +127,12 @@ public:
                 std::vector<std::string> members;
                 for (int i = in_.Byte() % 5; i > 0; --i) members.push_back(Name());
                 std::vector<const char*> ptrs = Ptrs(members);
-                const int mode = in_.Byte();
-                if (mode & 1) {
-                    const std::string counted = in_.Text(20);
-                    murvAddMultRespDefC(h_, set.c_str(), label.c_str(), (mode >> 1) & 1, counted.c_str(), ptrs.data(),
-                                        static_cast<int>(ptrs.size()));
-                } else {
-                    murvAddMultRespDefN(h_, set.c_str(), label.c_str(), (mode >> 1) & 1,
-                                        in_.Signed(), ptrs.data(), static_cast<int>(ptrs.size()));
-                }
+                const int mode = in_.Byte(), dichotomy = (mode >> 1) & 1, count = static_cast<int>(ptrs.size());
+                if (mode & 1)
+                    murvAddMultRespDefC(h_, set.c_str(), label.c_str(), dichotomy, in_.Text(20).c_str(), ptrs.data(),
+                                        count);
+                else
+                    murvAddMultRespDefN(h_, set.c_str(), label.c_str(), dichotomy, in_.Signed(), ptrs.data(), count);
                 break;
             }
             case 13: {
@@ -163,16 +168,16 @@ public:
             case 18: {
                 if (vars_.empty()) break;
                 const std::size_t i = in_.Byte() % vars_.size();
-                const int type = vars_[i].type;
+                const Var& v = vars_[i];
                 double vh = 0;
-                if (murvGetVarHandle(h_, vars_[i].name.c_str(), &vh) != MURV_RC_OK) Fail("a defined variable has no handle");
-                if (type == 0) {
+                if (murvGetVarHandle(h_, v.name.c_str(), &vh) != MURV_RC_OK) Fail("a defined variable has no handle");
+                if (v.type == 0) {
                     const double value = in_.Double();
                     if (murvSetValueNumeric(h_, vh, value) == MURV_RC_OK) current_[i] = Cell(value);
                 } else {
-                    const std::string value = in_.Text(static_cast<std::size_t>(type) + 2);
+                    const std::string value = in_.Text(static_cast<std::size_t>(v.type) + 2);
                     if (murvSetValueChar(h_, vh, value.c_str()) == MURV_RC_OK)
-                        current_[i] = value + std::string(static_cast<std::size_t>(type) - value.size(), ' ');
+                        current_[i] = value + std::string(static_cast<std::size_t>(v.type) - value.size(), ' ');
                 }
                 break;
             }
@@ -217,15 +222,6 @@ public:
         return true;
     }
 
-    // Runs the commands and closes the file; when the writer reported success
-    // throughout, the file holds what was written.
-    void Run(const char* path) {
-        for (int steps = 0; steps < 4096 && Step(); ++steps) {
-        }
-        if (murvCloseWrite(h_) == MURV_RC_OK && committed_) ReadBack(path);
-    }
-
-private:
     void ReadBack(const char* path) const;
     static std::string Cell(double d) { return std::string(reinterpret_cast<const char*>(&d), 8); }
     // The empty case: system-missing and blanks.

@@ -70,8 +70,7 @@ void RoundTrip(Input& in, const char* path) {
     // Out of order through the index, then past the end.
     const std::size_t n = cases.size();
     if (n == 0) return;
-    const std::size_t targets[] = {n - 1, 0, n / 2, n / 3, n - 1, n / 2 + 1};
-    for (std::size_t t : targets) {
+    for (const std::size_t t : {n - 1, std::size_t{0}, n / 2, n / 3, n - 1, n / 2 + 1}) {
         if (t >= n) continue;
         reader.SetTarget(t);
         if (reader.ReadCase(got.data(), nullptr) != cells || got != cases[t]) Fail("a case found by seeking differs");
@@ -80,20 +79,15 @@ void RoundTrip(Input& in, const char* path) {
     if (reader.ReadCase(got.data(), nullptr) != 0) Fail("a case read beyond the end");
 }
 
-void Decode(Input& in, const std::uint8_t* rest, std::size_t size, murv::fuzz::MemoryFile& file) {
-    const int cells = in.Byte() % 33;  // 0 included: it must not loop
-    file.Fill(rest + 1, size > 0 ? size - 1 : 0);
+void Decode(int cells, const char* path) {
     std::vector<unsigned char> swap(static_cast<std::size_t>(cells), 1);
     std::vector<unsigned char> got(static_cast<std::size_t>(cells) * 8 + 8);
     try {
-        MURV_FileStream s(file.Path(), "rb");
+        MURV_FileStream s(path, "rb");
         SparseFileIndex index;
         CompressedSystemFile reader(cells, &s, &index, 0);
-        int read = 0;
-        for (int i = 0; i < kMaxCases; ++i) {
-            if (reader.ReadCase(got.data(), (i & 1) ? swap.data() : nullptr) == 0) break;
-            ++read;
-        }
+        int read = 0;  // every other case with its cells swapped
+        while (read < kMaxCases && reader.ReadCase(got.data(), (read & 1) ? swap.data() : nullptr) != 0) ++read;
         reader.SetTarget(static_cast<std::uint64_t>(read / 2));
         reader.ReadCase(got.data(), nullptr);
         reader.SetTarget(static_cast<std::uint64_t>(read) + 3);
@@ -109,7 +103,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static murv::fuzz::MemoryFile file("murvio-fuzz-codec");
     Input in(data, size);
     if (in.Byte() & 1) {
-        Decode(in, data + 1, size > 0 ? size - 1 : 0, file);
+        const int cells = in.Byte() % 33;  // 0 included: it must not loop
+        file.Fill(data + 2, size > 2 ? size - 2 : 0);
+        Decode(cells, file.Path());
     } else {
         file.Fill(nullptr, 0);
         RoundTrip(in, file.Path());

@@ -4,38 +4,34 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 namespace murv::fuzz {
 
 // A file in memory that the library opens by name (/proc/self/fd/N), reused
-// by every run of a target: nothing reaches the disk and nothing is left
-// behind when the process ends.
+// by every run of a target: nothing reaches the disk, and the memory goes
+// with the process.
 class MemoryFile {
 public:
-    explicit MemoryFile(const char* tag) {
-        fd_ = ::memfd_create(tag, 0);
+    explicit MemoryFile(const char* tag) : fd_(::memfd_create(tag, 0)) {
         if (fd_ < 0) {
             std::perror("memfd_create");
             std::abort();
         }
         path_ = "/proc/self/fd/" + std::to_string(fd_);
     }
-    ~MemoryFile() { ::close(fd_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
 
     const char* Path() const { return path_.c_str(); }
 
     // Replaces the content with the given bytes (none: empties it).
     void Fill(const std::uint8_t* data, std::size_t size) {
         if (::ftruncate(fd_, 0) != 0) std::abort();
-        std::size_t done = 0;
-        while (done < size) {
+        for (std::size_t done = 0; done < size;) {
             const ssize_t n = ::pwrite(fd_, data + done, size - done, static_cast<off_t>(done));
             if (n <= 0) std::abort();
             done += static_cast<std::size_t>(n);
@@ -43,7 +39,7 @@ public:
     }
 
 private:
-    int fd_ = -1;
+    int fd_;
     std::string path_;
 };
 
@@ -54,20 +50,17 @@ class ScratchFile {
 public:
     explicit ScratchFile(const char* name) {
         const char* tmp = std::getenv("TMPDIR");
-        std::string dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/murvio-fuzz-XXXXXX";
-        if (!::mkdtemp(dir.data())) {
+        dir_ = std::string(tmp && *tmp ? tmp : "/tmp") + "/murvio-fuzz-XXXXXX";
+        if (!::mkdtemp(dir_.data())) {
             std::perror("mkdtemp");
             std::abort();
         }
-        dir_ = dir;
         path_ = dir_ + "/" + name;
     }
     ~ScratchFile() {
         Remove();
         ::rmdir(dir_.c_str());
     }
-    ScratchFile(const ScratchFile&) = delete;
-    ScratchFile& operator=(const ScratchFile&) = delete;
 
     const char* Path() const { return path_.c_str(); }
     void Remove() { ::unlink(path_.c_str()); }
@@ -83,27 +76,19 @@ public:
     Input(const std::uint8_t* data, std::size_t size) : p_(data), end_(data + size) {}
 
     bool Empty() const { return p_ >= end_; }
-    std::size_t Left() const { return static_cast<std::size_t>(end_ - p_); }
     std::uint8_t Byte() { return p_ < end_ ? *p_++ : 0; }
+    int Signed() { return static_cast<std::int8_t>(Byte()); }
     // n bytes, least significant first.
     std::uint64_t Bits(int n) {
         std::uint64_t v = 0;
         for (int i = 0; i < n; ++i) v |= static_cast<std::uint64_t>(Byte()) << (8 * i);
         return v;
     }
-    std::uint32_t U32() { return static_cast<std::uint32_t>(Bits(4)); }
-    double Double() {
-        const std::uint64_t u = Bits(8);
-        double d;
-        std::memcpy(&d, &u, 8);
-        return d;
-    }
+    double Double() { return std::bit_cast<double>(Bits(8)); }
     // A text of up to max bytes: a length byte, then the bytes (a NUL ends it
     // early, as it would for the library).
     std::string Text(std::size_t max = 255) {
-        std::size_t n = Byte();
-        if (n > max) n = max;
-        if (n > Left()) n = Left();
+        const std::size_t n = std::min({std::size_t{Byte()}, max, static_cast<std::size_t>(end_ - p_)});
         std::string s(reinterpret_cast<const char*>(p_), n);
         p_ += n;
         return s.c_str();

@@ -3,6 +3,7 @@
 // records, the data-entry block, cases value by value and whole, and seeks.
 // Whatever the bytes, the library must answer with codes, not crash, hang
 // or leak.
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -17,58 +18,50 @@ constexpr int kMaxCases = 1000;
 constexpr int kMaxValueCalls = 20000;
 constexpr int kMaxChunks = 64;
 
-void ReadVariable(int h, const char* name, int type) {
+struct Slot {
+    double handle;
+    int type;
+};
+
+// Asks every dictionary call about one variable; keeps its handle for the cases.
+void ReadVariable(int h, const char* name, int type, std::vector<Slot>& slots) {
     double vh = 0;
-    murvGetVarHandle(h, name, &vh);
-    char label[121];
+    if (murvGetVarHandle(h, name, &vh) == MURV_RC_OK) slots.push_back({vh, type});
+    char label[121], small[7], shortName[9], c1[9], c2[9], c3[9];
+    int len = 0, a = 0, b = 0, c = 0;
     murvGetVarLabel(h, name, label);
-    char small[7];
-    int len = 0;
     murvGetVarLabelLong(h, name, small, sizeof small, &len);
     std::vector<char> big(1024);
     murvGetVarLabelLong(h, name, big.data(), static_cast<int>(big.size()), nullptr);
-    int a = 0, b = 0, c = 0;
-    murvGetVarPrintFormat(h, name, &a, &b, &c);
-    murvGetVarWriteFormat(h, name, &a, &b, &c);
-    murvGetVarAlignment(h, name, &a);
-    murvGetVarColumnWidth(h, name, &a);
-    murvGetVarMeasureLevel(h, name, &a);
-    char shortName[9];
+    for (auto get : {murvGetVarPrintFormat, murvGetVarWriteFormat}) get(h, name, &a, &b, &c);
+    for (auto get : {murvGetVarAlignment, murvGetVarColumnWidth, murvGetVarMeasureLevel}) get(h, name, &a);
     murvGetVarCompatName(h, name, shortName);
 
     int kind = 0;
     double m1, m2, m3;
     murvGetVarNMissingValues(h, name, &kind, &m1, &m2, &m3);
-    char c1[9], c2[9], c3[9];
     murvGetVarCMissingValues(h, name, &kind, c1, c2, c3);
 
-    char vlabel[61];
-    char vsmall[5];
-    if (type == 0) {
-        double* values = nullptr;
+    // Each value label, whole and into a small buffer, then a value that may have none.
+    char vlabel[61], vsmall[5];
+    auto valueLabels = [&](auto* values, auto getAll, auto getOne, auto getLong, auto freeAll, auto probe) {
         char** labels = nullptr;
         int n = 0;
-        if (murvGetVarNValueLabels(h, name, &values, &labels, &n) == MURV_RC_OK) {
+        if (getAll(h, name, &values, &labels, &n) == MURV_RC_OK) {
             for (int i = 0; i < n && i < 64; ++i) {
-                murvGetVarNValueLabel(h, name, values[i], vlabel);
-                murvGetVarNValueLabelLong(h, name, values[i], vsmall, sizeof vsmall, &len);
+                getOne(h, name, values[i], vlabel);
+                getLong(h, name, values[i], vsmall, static_cast<int>(sizeof vsmall), &len);
             }
-            murvFreeVarNValueLabels(values, labels, n);
+            freeAll(values, labels, n);
         }
-        murvGetVarNValueLabel(h, name, 1.0, vlabel);
-    } else {
-        char** values = nullptr;
-        char** labels = nullptr;
-        int n = 0;
-        if (murvGetVarCValueLabels(h, name, &values, &labels, &n) == MURV_RC_OK) {
-            for (int i = 0; i < n && i < 64; ++i) {
-                murvGetVarCValueLabel(h, name, values[i], vlabel);
-                murvGetVarCValueLabelLong(h, name, values[i], vsmall, sizeof vsmall, &len);
-            }
-            murvFreeVarCValueLabels(values, labels, n);
-        }
-        murvGetVarCValueLabel(h, name, "a", vlabel);
-    }
+        getOne(h, name, probe, vlabel);
+    };
+    if (type == 0)
+        valueLabels(static_cast<double*>(nullptr), murvGetVarNValueLabels, murvGetVarNValueLabel,
+                    murvGetVarNValueLabelLong, murvFreeVarNValueLabels, 1.0);
+    else
+        valueLabels(static_cast<char**>(nullptr), murvGetVarCValueLabels, murvGetVarCValueLabel,
+                    murvGetVarCValueLabelLong, murvFreeVarCValueLabels, "a");
 
     char** names = nullptr;
     char** texts = nullptr;
@@ -78,31 +71,24 @@ void ReadVariable(int h, const char* name, int type) {
 
 void ReadFileLevel(int h) {
     int n = 0;
-    murvGetNumberofVariables(h, &n);
-    murvGetCaseSize(h, &n);
-    murvGetNumberofCases(h, &n);
-    murvGetEstimatedNofCases(h, &n);
-    murvGetCompression(h, &n);
-    char text[257];
-    murvGetCaseWeightVar(h, text);
-    murvGetIdString(h, text);
-    murvGetSystemString(h, text);
+    for (auto get : {murvGetNumberofVariables, murvGetCaseSize, murvGetNumberofCases, murvGetEstimatedNofCases,
+                     murvGetCompression})
+        get(h, &n);
+    char text[257], date[10], time[9], info[256];
+    for (auto get : {murvGetCaseWeightVar, murvGetIdString, murvGetSystemString}) get(h, text);
     int release[3];
     murvGetReleaseInfo(h, release);
-    char date[10], time[9];
     murvGetTimeStamp(h, date, time);
-    char info[256];
     murvGetTextInfo(h, info);
 
     // Every subtype the interface reaches, and a few it refuses; extension
-    // records are read in chunks until their count is delivered.
-    std::vector<unsigned char> chunk(100);
+    // records are read in chunks of at least 100 bytes until their count is
+    // delivered.
     for (int subtype = -1; subtype <= 34; ++subtype) {
-        int found = 0;
+        int found = 0, unit = 0, count = 0;
         murvQueryType7(h, subtype, &found);
-        int unit = 0, count = 0;
         if (murvGetExtensionDataDesc(h, subtype, &unit, &count) != MURV_RC_OK || count <= 0 || unit <= 0) continue;
-        const int size = unit > static_cast<int>(chunk.size()) ? unit : static_cast<int>(chunk.size());
+        const int size = std::max(unit, 100);
         std::vector<unsigned char> buffer(static_cast<std::size_t>(size));
         int delivered = 0;
         for (int i = 0; i < kMaxChunks && delivered < count; ++i) {
@@ -145,11 +131,6 @@ void ReadFileLevel(int h) {
     if (murvGetVariableSets(h, &varSets) == MURV_RC_OK) murvFreeVariableSets(varSets);
 }
 
-struct Slot {
-    double handle;
-    int type;
-};
-
 // Reads cases value by value; returns the number of cases read.
 int ReadCases(int h, const std::vector<Slot>& slots, int maxCases, int& budget) {
     std::vector<char> text(32768 + 1);
@@ -182,22 +163,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ReadFileLevel(h);
 
     std::vector<Slot> slots;
-    int numVars = 0;
+    int numVars = 0, type = 0;
     char** names = nullptr;
     int* types = nullptr;
+    char name[65];
     if (murvGetVarNames(h, &numVars, &names, &types) == MURV_RC_OK) {
         for (int i = 0; i < numVars && i < kMaxVariables; ++i) {
-            char name[65];
-            int type = 0;
             murvGetVarInfo(h, i, name, &type);
-            ReadVariable(h, names[i], types[i]);
-            double vh = 0;
-            if (murvGetVarHandle(h, names[i], &vh) == MURV_RC_OK) slots.push_back({vh, types[i]});
+            ReadVariable(h, names[i], types[i], slots);
         }
         murvFreeVarNames(names, types, numVars);
     }
-    char name[65];
-    int type = 0;
     murvGetVarInfo(h, numVars, name, &type);  // one past the end
 
     int caseSize = 0;
@@ -205,16 +181,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     int budget = kMaxValueCalls;
     const int read = ReadCases(h, slots, kMaxCases, budget);
 
-    // Back to some cases and on from there, including beyond the end.
-    const int targets[] = {0, read / 2, read - 1, read, read + 1, 1 << 30, -1};
-    for (int target : targets) {
+    // Back to some cases and on from there, including beyond the end; then
+    // whole cases from the first.
+    for (int target : {0, read / 2, read - 1, read, read + 1, 1 << 30, -1}) {
         if (murvSeekNextCase(h, target) == MURV_RC_OK) ReadCases(h, slots, 2, budget);
     }
-    if (caseSize > 0 && caseSize <= (1 << 20)) {
+    if (caseSize > 0 && caseSize <= (1 << 20) && murvSeekNextCase(h, 0) == MURV_RC_OK) {
         std::vector<char> record(static_cast<std::size_t>(caseSize));
-        if (murvSeekNextCase(h, 0) == MURV_RC_OK) {
-            for (int i = 0; i < 16 && murvWholeCaseIn(h, record.data()) == MURV_RC_OK; ++i) {
-            }
+        for (int i = 0; i < 16 && murvWholeCaseIn(h, record.data()) == MURV_RC_OK; ++i) {
         }
     }
 

@@ -66,20 +66,20 @@ private:
 std::vector<Cell> CaseCells(int i, bool rich) {
     static const char* const kCities[] = {"LDN", "Paris", "", "Zurich"};
     std::vector<Cell> cells;
+    // Cells of a text from byte `at` on, blank past its end.
+    auto texts = [&cells](const std::string& text, std::size_t at, int count) {
+        for (int k = 0; k < count; ++k, at += 8) cells.push_back({true, 0, text.size() > at ? text.substr(at, 8) : ""});
+    };
     cells.push_back({false, i % 5 == 4 ? kSysmis : 20.0 + i % 70 + (i % 3 ? 0.0 : 0.25), {}});
     cells.push_back({true, 0, kCities[i % 4]});
-    const std::string note = i % 2 ? "a note that runs on" : "";
-    for (int k = 0; k < 3; ++k) cells.push_back({true, 0, note.size() > 8u * k ? note.substr(8u * k, 8) : ""});
+    texts(i % 2 ? "a note that runs on" : "", 0, 3);
     if (rich) {
         cells.push_back({false, 1990.0 + i % 30, {}});
         const std::string text(static_cast<std::size_t>(i * 7 % 300), static_cast<char>('a' + i % 26));
         // A 300-byte string stored as segments of 255 and 48 bytes (252 and 48 of the text), each
         // padded to whole cells.
-        for (int k = 0; k < 32; ++k) cells.push_back({true, 0, text.size() > 8u * k ? text.substr(8u * k, 8) : ""});
-        for (int k = 0; k < 6; ++k) {
-            const std::size_t at = 252 + 8u * k;
-            cells.push_back({true, 0, text.size() > at ? text.substr(at, 8) : ""});
-        }
+        texts(text, 0, 32);
+        texts(text, 252, 6);
     }
     return cells;
 }
@@ -136,13 +136,12 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string dir = argv[1];
-    for (int big = 0; big < 2; ++big)
-        for (int compressed = 0; compressed < 2; ++compressed)
-            for (int rich = 0; rich < 2; ++rich)
-                for (int cases : {0, 3, 40}) {
-                    const std::string name = dir + "/" + (big ? "b" : "l") + (compressed ? "c" : "p") + (rich ? "r" : "s") +
-                                             std::to_string(cases) + ".murv";
-                    Build(big, compressed, rich, cases).Save(name);
-                }
+    // Named by byte order (l, b), layout (p, c), extent (s, r) and case count.
+    for (int kind = 0; kind < 8; ++kind)
+        for (int cases : {0, 3, 40}) {
+            const bool big = kind & 4, compressed = kind & 2, rich = kind & 1;
+            Build(big, compressed, rich, cases)
+                .Save(dir + "/" + "lb"[big] + "pc"[compressed] + "sr"[rich] + std::to_string(cases) + ".murv");
+        }
     return 0;
 }

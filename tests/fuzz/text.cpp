@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fuzz_support.h"
@@ -24,23 +25,20 @@ namespace text = murv::text;
 locale_t g_locales[3];
 
 // The text decodes into whole valid characters up to its end.
-bool WholeCharacters(const char* s, std::size_t n) {
+bool Clean(std::string_view s) {
     std::size_t i = 0;
-    while (i < n) {
-        const int len = text::CharacterLengthAt(s + i, n - i);
+    while (i < s.size()) {
+        const int len = text::CharacterLengthAt(s.data() + i, s.size() - i);
         if (len <= 0) return false;
         i += static_cast<std::size_t>(len);
     }
-    return i == n;
+    return i == s.size();
 }
-
-// The text decodes cleanly to its end (no byte that is not a character).
-bool Clean(const std::string& s) { return WholeCharacters(s.c_str(), s.size()); }
 
 void CheckCuts(const std::string& s, std::size_t n) {
     const std::string cut = text::Truncated(s, n);
     if (cut.size() > n || s.compare(0, cut.size(), cut) != 0) Fail("Truncated is not a prefix within the bound");
-    if (!WholeCharacters(cut.c_str(), cut.size())) Fail("Truncated ends inside a character");
+    if (!Clean(cut)) Fail("Truncated ends inside a character");
 
     if (n > 0) {
         // An exactly sized heap buffer, so that the sanitizer sees any overrun.
@@ -109,8 +107,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
     uselocale(g_locales[data[0] % 3]);
-    const char* begin = reinterpret_cast<const char*>(data + 1);
-    const std::string rest(begin, size - 1);
+    const std::string rest(reinterpret_cast<const char*>(data + 1), size - 1);
     const std::size_t split = rest.find('\xff');
     // Texts end at their first NUL, as they would at the interface.
     const std::string a = rest.substr(0, split).c_str();

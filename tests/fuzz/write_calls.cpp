@@ -2,9 +2,11 @@
 // call, the bytes after it its arguments. The file written is then read
 // back; when the writer reported success throughout, the file must open and
 // hold the variables and cases that were written, value for value.
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "fuzz_support.h"
@@ -14,6 +16,7 @@ namespace {
 
 using murv::fuzz::Fail;
 using murv::fuzz::Input;
+using std::tuple;
 
 // Names that meet the interesting rules: short and long, equal but for case,
 // sharing their first eight bytes, reserved, invalid.
@@ -32,6 +35,15 @@ class Writer {
 public:
     Writer(Input& in, int handle) : in_(in), h_(handle) {}
 
+    // Runs the commands and closes the file; when the writer reported success
+    // throughout, the file holds what was written.
+    void Run(const char* path) {
+        for (int steps = 0; steps < 4096 && Step(); ++steps) {
+        }
+        if (murvCloseWrite(h_) == MURV_RC_OK && committed_) ReadBack(path);
+    }
+
+private:
     std::string Name() {
         const std::uint8_t pick = in_.Byte();
         if (pick < 200) return kNames[pick % kNameCount];
@@ -42,140 +54,107 @@ public:
         const std::uint8_t t = in_.Byte();
         if (t < 128) return 0;
         if (t < 240) return 1 + t % 40;
-        return static_cast<int>(in_.U32() % 1200);  // up to very long strings
+        return static_cast<int>(in_.Bits(4) % 1200);  // up to very long strings
     }
-    const Var* PickVar() {
-        if (vars_.empty()) return nullptr;
-        return &vars_[in_.Byte() % vars_.size()];
+    // Calls f on the handle and the arguments, which are read from the input
+    // in order (a braced list is evaluated left to right); texts go as C strings.
+    template <typename F, typename... A>
+    int Call(F f, const std::tuple<A...>& args) {
+        return std::apply([&](const A&... a) { return f(h_, Raw(a)...); }, args);
+    }
+    static const char* Raw(const std::string& s) { return s.c_str(); }
+    template <typename T>
+    static T Raw(T v) { return v; }
+    static std::vector<const char*> Ptrs(const std::vector<std::string>& texts) {
+        std::vector<const char*> ptrs;
+        for (const auto& t : texts) ptrs.push_back(t.c_str());
+        return ptrs;
     }
 
     // Runs one command; false when the input is used up.
     bool Step() {
         if (in_.Empty()) return false;
-        const std::uint8_t op = in_.Byte() % 24;
-        int n = 0;
-        switch (op) {
+        switch (in_.Byte() % 24) {
             case 0: {
-                const std::string name = Name();
-                const int type = Type();
-                if (murvSetVarName(h_, name.c_str(), type) == MURV_RC_OK) {
-                    if (murvValidateVarname(name.c_str()) != 0) Fail("a variable took a name that fails validation");
-                    vars_.push_back({name, type});
+                const Var v{Name(), Type()};
+                if (murvSetVarName(h_, v.name.c_str(), v.type) == MURV_RC_OK) {
+                    if (murvValidateVarname(v.name.c_str()) != 0) Fail("a variable took a name that fails validation");
+                    vars_.push_back(v);
                 }
                 break;
             }
-            case 1: {
-                const std::string name = Name(), label = in_.Text();
-                murvSetVarLabel(h_, name.c_str(), label.c_str());
+            case 1: Call(murvSetVarLabel, tuple{Name(), in_.Text()}); break;
+            case 2: Call(murvSetVarNValueLabel, tuple{Name(), in_.Double(), in_.Text()}); break;
+            case 3: Call(murvSetVarCValueLabel, tuple{Name(), in_.Text(40), in_.Text()}); break;
+            case 4:
+                Call(murvSetVarNMissingValues, tuple{Name(), in_.Signed(), in_.Double(), in_.Double(), in_.Double()});
                 break;
-            }
-            case 2: {
-                const std::string name = Name();
-                const double value = in_.Double();
-                const std::string label = in_.Text();
-                murvSetVarNValueLabel(h_, name.c_str(), value, label.c_str());
+            case 5:
+                Call(murvSetVarCMissingValues, tuple{Name(), in_.Signed(), in_.Text(12), in_.Text(12), in_.Text(12)});
                 break;
-            }
-            case 3: {
-                const std::string name = Name(), value = in_.Text(40), label = in_.Text();
-                murvSetVarCValueLabel(h_, name.c_str(), value.c_str(), label.c_str());
-                break;
-            }
-            case 4: {
-                const std::string name = Name();
-                const int kind = static_cast<int8_t>(in_.Byte());
-                const double a = in_.Double(), b = in_.Double(), c = in_.Double();
-                murvSetVarNMissingValues(h_, name.c_str(), kind, a, b, c);
-                break;
-            }
-            case 5: {
-                const std::string name = Name();
-                const int kind = static_cast<int8_t>(in_.Byte());
-                const std::string a = in_.Text(12), b = in_.Text(12), c = in_.Text(12);
-                murvSetVarCMissingValues(h_, name.c_str(), kind, a.c_str(), b.c_str(), c.c_str());
-                break;
-            }
             case 6: {
                 const std::string name = Name();
                 const int type = in_.Byte(), dec = in_.Byte() % 20, wid = in_.Byte();
-                if (type & 1)
-                    murvSetVarPrintFormat(h_, name.c_str(), type / 2, dec, wid);
-                else
-                    murvSetVarWriteFormat(h_, name.c_str(), type / 2, dec, wid);
+                (type & 1 ? murvSetVarPrintFormat : murvSetVarWriteFormat)(h_, name.c_str(), type / 2, dec, wid);
                 break;
             }
             case 7: {
                 const std::string name = Name();
-                const int which = in_.Byte(), value = static_cast<int8_t>(in_.Byte());
-                if (which % 3 == 0) murvSetVarAlignment(h_, name.c_str(), value);
-                if (which % 3 == 1) murvSetVarColumnWidth(h_, name.c_str(), value);
-                if (which % 3 == 2) murvSetVarMeasureLevel(h_, name.c_str(), value);
+                const int which = in_.Byte() % 3, value = in_.Signed();
+                const auto set = std::array{murvSetVarAlignment, murvSetVarColumnWidth, murvSetVarMeasureLevel};
+                set[which](h_, name.c_str(), value);
                 break;
             }
             case 8: {
                 const std::string text = in_.Text();
-                if (in_.Byte() & 1)
-                    murvSetIdString(h_, text.c_str());
-                else
-                    murvSetTextInfo(h_, text.c_str());
+                (in_.Byte() & 1 ? murvSetIdString : murvSetTextInfo)(h_, text.c_str());
                 break;
             }
             case 9: murvSetCaseWeightVar(h_, Name().c_str()); break;
             case 10: murvSetCompression(h_, in_.Byte() % 3); break;
             case 11: {
                 const std::string attr = in_.Text(70);
-                const int sub = static_cast<int8_t>(in_.Byte());
+                const int sub = in_.Signed();
                 const std::string text = in_.Text();
-                if (sub & 1) {
+                if (sub & 1)
                     murvAddFileAttribute(h_, attr.c_str(), sub / 2, text.c_str());
-                } else {
-                    const std::string name = Name();
-                    murvAddVarAttribute(h_, name.c_str(), attr.c_str(), sub / 2, text.c_str());
-                }
+                else
+                    murvAddVarAttribute(h_, Name().c_str(), attr.c_str(), sub / 2, text.c_str());
                 break;
             }
             case 12: {
                 const std::string set = "$" + in_.Text(20), label = in_.Text();
                 std::vector<std::string> members;
                 for (int i = in_.Byte() % 5; i > 0; --i) members.push_back(Name());
-                std::vector<const char*> ptrs;
-                for (const auto& m : members) ptrs.push_back(m.c_str());
-                const int mode = in_.Byte();
-                if (mode & 1) {
-                    const std::string counted = in_.Text(20);
-                    murvAddMultRespDefC(h_, set.c_str(), label.c_str(), (mode >> 1) & 1, counted.c_str(), ptrs.data(),
-                                        static_cast<int>(ptrs.size()));
-                } else {
-                    murvAddMultRespDefN(h_, set.c_str(), label.c_str(), (mode >> 1) & 1,
-                                        static_cast<int8_t>(in_.Byte()), ptrs.data(), static_cast<int>(ptrs.size()));
-                }
+                std::vector<const char*> ptrs = Ptrs(members);
+                const int mode = in_.Byte(), dichotomy = (mode >> 1) & 1, count = static_cast<int>(ptrs.size());
+                if (mode & 1)
+                    murvAddMultRespDefC(h_, set.c_str(), label.c_str(), dichotomy, in_.Text(20).c_str(), ptrs.data(),
+                                        count);
+                else
+                    murvAddMultRespDefN(h_, set.c_str(), label.c_str(), dichotomy, in_.Signed(), ptrs.data(), count);
                 break;
             }
             case 13: {
                 const std::string text = in_.Text();
-                if (in_.Byte() & 1)
-                    murvSetMultRespDefs(h_, text.c_str());
-                else
-                    murvSetVariableSets(h_, text.c_str());
+                (in_.Byte() & 1 ? murvSetMultRespDefs : murvSetVariableSets)(h_, text.c_str());
                 break;
             }
             case 14: {
                 std::vector<int> info(in_.Byte() % 12);
-                for (int& v : info) v = static_cast<int8_t>(in_.Byte());
+                for (int& v : info) v = in_.Signed();
                 murvSetDateVariables(h_, static_cast<int>(info.size()), info.data());
                 break;
             }
             case 15: {
                 const std::string data = in_.Text();
-                const int which = in_.Byte() % 3;
+                const int which = in_.Byte() % 3, size = static_cast<int>(data.size());
                 if (which == 0) murvSetZOPGUID(h_, data.c_str());
-                if (which == 1) murvSetZOPFirst(h_, data.data(), static_cast<int>(data.size()));
-                if (which == 2) murvSetZOPNext(h_, data.data(), static_cast<int>(data.size()));
+                if (which != 0) (which == 1 ? murvSetZOPFirst : murvSetZOPNext)(h_, data.data(), size);
                 break;
             }
             case 16: {
-                const int subtype = in_.Byte() % 40;
-                const int unit = 1 << (in_.Byte() % 4);
+                const int subtype = in_.Byte() % 40, unit = 1 << (in_.Byte() % 4);
                 const std::string data = in_.Text();
                 murvSetExtensionData(h_, subtype, unit, static_cast<int>(data.size()) / unit, data.data());
                 break;
@@ -187,17 +166,18 @@ public:
                 }
                 break;
             case 18: {
-                const Var* v = PickVar();
-                if (!v) break;
+                if (vars_.empty()) break;
+                const std::size_t i = in_.Byte() % vars_.size();
+                const Var& v = vars_[i];
                 double vh = 0;
-                if (murvGetVarHandle(h_, v->name.c_str(), &vh) != MURV_RC_OK) Fail("a defined variable has no handle");
-                if (v->type == 0) {
+                if (murvGetVarHandle(h_, v.name.c_str(), &vh) != MURV_RC_OK) Fail("a defined variable has no handle");
+                if (v.type == 0) {
                     const double value = in_.Double();
-                    if (murvSetValueNumeric(h_, vh, value) == MURV_RC_OK) Current(*v) = Cell(value);
+                    if (murvSetValueNumeric(h_, vh, value) == MURV_RC_OK) current_[i] = Cell(value);
                 } else {
-                    const std::string value = in_.Text(static_cast<std::size_t>(v->type) + 2);
+                    const std::string value = in_.Text(static_cast<std::size_t>(v.type) + 2);
                     if (murvSetValueChar(h_, vh, value.c_str()) == MURV_RC_OK)
-                        Current(*v) = value + std::string(static_cast<std::size_t>(v->type) - value.size(), ' ');
+                        current_[i] = value + std::string(static_cast<std::size_t>(v.type) - value.size(), ' ');
                 }
                 break;
             }
@@ -208,6 +188,7 @@ public:
                 }
                 break;
             case 20: {
+                int n = 0;
                 if (murvGetCaseSize(h_, &n) != MURV_RC_OK || n <= 0 || n > (1 << 20)) break;
                 std::vector<char> record(static_cast<std::size_t>(n), ' ');
                 for (char& c : record) c = static_cast<char>(in_.Byte());
@@ -218,24 +199,21 @@ public:
                 break;
             }
             case 21: {
-                const std::string name = Name();
                 char shortName[9];
-                murvGetVarCompatName(h_, name.c_str(), shortName);
+                murvGetVarCompatName(h_, Name().c_str(), shortName);
                 break;
             }
             case 22: {
                 const std::string name = Name();
-                const std::uint8_t count = in_.Byte() % 4;
-                std::vector<double> values(count);
-                std::vector<std::string> labels(count);
-                std::vector<const char*> ptrs;
-                for (std::size_t i = 0; i < count; ++i) {
-                    values[i] = in_.Double();
-                    labels[i] = in_.Text(80);
+                std::vector<double> values(in_.Byte() % 4);
+                std::vector<std::string> labels;
+                for (double& v : values) {
+                    v = in_.Double();
+                    labels.push_back(in_.Text(80));
                 }
-                for (const auto& l : labels) ptrs.push_back(l.c_str());
                 const char* varNames[] = {name.c_str()};
-                murvSetVarNValueLabels(h_, varNames, 1, values.data(), ptrs.data(), count);
+                const int count = static_cast<int>(values.size());
+                murvSetVarNValueLabels(h_, varNames, 1, values.data(), Ptrs(labels).data(), count);
                 break;
             }
             default:
@@ -244,14 +222,8 @@ public:
         return true;
     }
 
-    bool Committed() const { return committed_; }
-    const std::vector<Var>& Vars() const { return vars_; }
-    const std::vector<std::vector<std::string>>& Cases() const { return cases_; }
-    bool CheckValues() const { return checkValues_; }
-
-private:
+    void ReadBack(const char* path) const;
     static std::string Cell(double d) { return std::string(reinterpret_cast<const char*>(&d), 8); }
-    std::string& Current(const Var& v) { return current_[static_cast<std::size_t>(&v - vars_.data())]; }
     // The empty case: system-missing and blanks.
     void Reset() {
         current_.clear();
@@ -268,17 +240,17 @@ private:
     bool checkValues_ = true;
 };
 
-void ReadBack(const char* path, const Writer& w) {
+void Writer::ReadBack(const char* path) const {
     int h = -1;
     if (murvOpenRead(path, &h) != MURV_RC_OK) Fail("a file closed without error cannot be read");
     int numVars = 0, numCases = 0;
     murvGetNumberofVariables(h, &numVars);
-    if (numVars != static_cast<int>(w.Vars().size())) Fail("variable count differs from the variables written");
+    if (numVars != static_cast<int>(vars_.size())) Fail("variable count differs from the variables written");
     murvGetNumberofCases(h, &numCases);
-    if (numCases != static_cast<int>(w.Cases().size())) Fail("case count differs from the cases written");
+    if (numCases != static_cast<int>(cases_.size())) Fail("case count differs from the cases written");
 
     std::vector<double> handles;
-    for (const Var& v : w.Vars()) {
+    for (const Var& v : vars_) {
         double vh = 0;
         if (murvGetVarHandle(h, v.name.c_str(), &vh) != MURV_RC_OK) Fail("a variable written is missing");
         handles.push_back(vh);
@@ -286,11 +258,11 @@ void ReadBack(const char* path, const Writer& w) {
     std::vector<char> text(32768 + 1);
     std::size_t read = 0;
     while (murvReadCaseRecord(h) == MURV_RC_OK) {
-        if (read >= w.Cases().size()) Fail("more cases read than written");
-        if (w.CheckValues()) {
-            const auto& expect = w.Cases()[read];
-            for (std::size_t i = 0; i < w.Vars().size(); ++i) {
-                const Var& v = w.Vars()[i];
+        if (read >= cases_.size()) Fail("more cases read than written");
+        if (checkValues_) {
+            const auto& expect = cases_[read];
+            for (std::size_t i = 0; i < vars_.size(); ++i) {
+                const Var& v = vars_[i];
                 if (v.type == 0) {
                     double d;
                     if (murvGetValueNumeric(h, handles[i], &d) != MURV_RC_OK) Fail("numeric value unreadable");
@@ -305,7 +277,7 @@ void ReadBack(const char* path, const Writer& w) {
         }
         ++read;
     }
-    if (read != w.Cases().size()) Fail("fewer cases read than written");
+    if (read != cases_.size()) Fail("fewer cases read than written");
     murvCloseRead(h);
 }
 
@@ -317,10 +289,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input in(data, size);
     int h = -1;
     if (murvOpenWrite(file.Path(), &h) != MURV_RC_OK) Fail("cannot open the output file");
-    Writer w(in, h);
-    for (int steps = 0; steps < 4096 && w.Step(); ++steps) {
-    }
-    const int rc = murvCloseWrite(h);
-    if (rc == MURV_RC_OK && w.Committed()) ReadBack(file.Path(), w);
+    Writer(in, h).Run(file.Path());
     return 0;
 }

@@ -88,14 +88,11 @@ TEST_F(VariableCalls, NamesAreCheckedInOrderAndFoundIgnoringCaseAndBlanks) {
         EXPECT_EQ(murvGetVarHandle(h, name, &vh), rc) << name;
         EXPECT_EQ(vh, handle) << name;
     }
-    double vh = -1;
-    EXPECT_EQ(murvGetVarHandle(h, nullptr, &vh), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetVarHandle(h, "s", nullptr), MURV_RC_BAD_HANDLE);
 
     // The stored name keeps its case, without blanks; a refused index resets
     // the outputs.
     char name[65];
-    int type = -1, count = -1;
+    int type = -1, count = -1, call = 0;
     for (const auto& [index, rc, stored, width] :
          {std::tuple{0, MURV_RC_OK, "MixedCase", 0}, {1, MURV_RC_OK, "s", 32767},
           {2, MURV_RC_OK, first64.c_str(), 0}, {3, MURV_RC_VAR_NOT_FOUND, "", 0},
@@ -103,14 +100,14 @@ TEST_F(VariableCalls, NamesAreCheckedInOrderAndFoundIgnoringCaseAndBlanks) {
         std::strcpy(name, "junk");
         type = -1;
         EXPECT_EQ(murvGetVarInfo(h, index, name, &type), rc) << index;
-        EXPECT_STREQ(name, stored) << index;
-        EXPECT_EQ(type, width) << index;
+        EXPECT_EQ(std::pair(std::string(name), type), std::pair(std::string(stored), width)) << index;
     }
-    EXPECT_EQ(murvGetVarInfo(h, 0, nullptr, &type), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetNumberofVariables(h, &count), MURV_RC_OK);
-    EXPECT_EQ(count, 3);
-    EXPECT_EQ(murvGetNumberofVariables(h, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetNumberofVariables(99, &count), MURV_RC_BAD_HANDLE);
+    EXPECT_TRUE(murvGetNumberofVariables(h, &count) == MURV_RC_OK && count == 3) << count;
+    double vh = -1;
+    for (const int rc : {murvGetVarInfo(h, 0, nullptr, &type), murvGetNumberofVariables(h, nullptr),
+                         murvGetVarHandle(h, nullptr, &vh), murvGetVarHandle(h, "s", nullptr),
+                         murvGetNumberofVariables(99, &count)})
+        EXPECT_EQ(rc, MURV_RC_BAD_HANDLE) << "call " << call++;
     EXPECT_EQ(count, 0);
 
     // The name arrays come from the library and go back to it.
@@ -164,24 +161,34 @@ TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
     EXPECT_EQ(murvGetVarHandle(h, "CAF\xC3\x89", &vh), MURV_RC_OK);
 }
 
-TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariableAndReadBack) {
-    Define({{"n", 0}, {"s", 10}});
-    EXPECT_EQ(murvSetVarPrintFormat(h, "nope", 13, 0, 8), MURV_RC_BAD_PRINT_FORMAT) << "type before lookup";
-    EXPECT_EQ(murvSetVarWriteFormat(h, "nope", 5, 0, 8), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(murvSetVarPrintFormat(h, "n", 6, 0, 4), MURV_RC_BAD_PRINT_FORMAT) << "a write-only format";
-    EXPECT_EQ(murvSetVarWriteFormat(h, "n", 6, 0, 4), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarPrintFormat(h, "n", 5, 3, 10), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarPrintFormat(h, "s", 1, 0, 9), MURV_RC_BAD_PRINT_FORMAT);
-    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 1, 0, 9), MURV_RC_BAD_WRITE_FORMAT);
-    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 5, 2, 8), MURV_RC_BAD_WRITE_FORMAT);
-    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 2, 0, 20), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarLabel(h, "n", "Age in years"), MURV_RC_OK);
+// Formats are checked against the variable's type, the format's type
+// before the variable's name, and a write-only format (6) is no print
+// format; out-of-range display properties are ignored. Once committed the
+// dictionary is final, and reading it is still allowed.
+TEST_F(VariableCalls, FormatsAndDisplayPropertiesAreCheckedAndReadBack) {
+    Define({{"n", 0}, {"s", 10}, {"t", 200}});
+    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "n"), (std::array{5, 2, 8}));
+    EXPECT_EQ(Format(murvGetVarWriteFormat, h, "n"), (std::array{5, 2, 8}));
+    const int OK = MURV_RC_OK, BPF = MURV_RC_BAD_PRINT_FORMAT, BWF = MURV_RC_BAD_WRITE_FORMAT;
+    EXPECT_EQ((std::array{murvSetVarPrintFormat(h, "nope", 13, 0, 8), murvSetVarWriteFormat(h, "nope", 5, 0, 8),
+                          murvSetVarPrintFormat(h, "n", 6, 0, 4), murvSetVarWriteFormat(h, "n", 6, 0, 4),
+                          murvSetVarPrintFormat(h, "n", 5, 3, 10), murvSetVarPrintFormat(h, "s", 1, 0, 9),
+                          murvSetVarWriteFormat(h, "s", 1, 0, 9), murvSetVarWriteFormat(h, "s", 5, 2, 8),
+                          murvSetVarWriteFormat(h, "s", 2, 0, 20), murvSetVarLabel(h, "n", "Age in years")}),
+              (std::array{BPF, MURV_RC_VAR_NOT_FOUND, BPF, OK, OK, BPF, BWF, BWF, OK, OK}));
+    for (int bad : {-1, 3}) EXPECT_EQ(murvSetVarAlignment(h, "n", bad), MURV_RC_OK);
+    for (int bad : {0, -5, 70000}) EXPECT_EQ(murvSetVarColumnWidth(h, "n", bad), MURV_RC_OK);
+    for (int bad : {-1, 4}) EXPECT_EQ(murvSetVarMeasureLevel(h, "n", bad), MURV_RC_OK);
+    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
+    EXPECT_EQ((std::array{murvSetVarAlignment(h, "n", 2), murvSetVarColumnWidth(h, "n", 12),
+                          murvSetVarMeasureLevel(h, "n", 3), murvSetVarAlignment(h, "x", 0)}),
+              (std::array{OK, OK, OK, MURV_RC_VAR_NOT_FOUND}));
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    // The dictionary is final once committed; reading it is still allowed.
     EXPECT_EQ(murvSetVarLabel(h, "n", "x"), MURV_RC_DICT_COMMITTED);
     EXPECT_EQ(murvSetVarPrintFormat(h, "n", 13, 0, 8), MURV_RC_DICT_COMMITTED) << "handle before type";
     int count = 0;
-    EXPECT_TRUE(murvGetNumberofVariables(h, &count) == MURV_RC_OK && count == 2);
+    EXPECT_TRUE(murvGetNumberofVariables(h, &count) == MURV_RC_OK && count == 3);
 
     const int r = Reread(false);
     char name[65], label[121];
@@ -194,11 +201,17 @@ TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariableAndReadBack) {
     EXPECT_EQ(Format(murvGetVarWriteFormat, r, "N"), (std::array{6, 0, 4}));
     EXPECT_EQ(Format(murvGetVarPrintFormat, r, "n"), (std::array{5, 3, 10}));
     EXPECT_EQ(Format(murvGetVarWriteFormat, r, "s"), (std::array{2, 0, 20}));
-    EXPECT_EQ(Format(murvGetVarPrintFormat, r, "s"), (std::array{1, 0, 10}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, r, "t"), (std::array{1, 0, 200}));
     EXPECT_EQ(Format(murvGetVarPrintFormat, r, "x", MURV_RC_VAR_NOT_FOUND), (std::array{5, 2, 8}))
         << "outputs reset to the defaults";
+    EXPECT_EQ(Display(r, "n"), (std::array{2, 12, 3}));
+    EXPECT_EQ(Display(r, "t"), (std::array{0, 50, 1}));
+    int a = -1;
+    EXPECT_TRUE(murvGetVarAlignment(r, "x", &a) == MURV_RC_VAR_NOT_FOUND && a == 1) << a;
     EXPECT_EQ(murvGetVarPrintFormat(r, "n", &type, nullptr, &wid), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetVarColumnWidth(r, "n", nullptr), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvSetVarCMissingValues(r, "s", 0, nullptr, nullptr, nullptr), MURV_RC_READ_MODE);
+    EXPECT_EQ(murvSetVarMeasureLevel(r, "nope", 1), MURV_RC_READ_MODE) << "handle before variable";
     murvCloseRead(r);
 }
 
@@ -230,32 +243,6 @@ TEST_F(VariableCalls, MissingValuesByKind) {
     EXPECT_EQ(murvGetVarCMissingValues(r, "n", &kind, c[0], c[1], c[2]), MURV_RC_STRING_EXPECTED);
     EXPECT_EQ(murvGetVarCMissingValues(r, "s10", &kind, c[0], c[1], c[2]), MURV_RC_SHORT_STRING_EXPECTED);
     EXPECT_EQ(murvGetVarCMissingValues(r, "s4", &kind, c[0], c[1], nullptr), MURV_RC_BAD_HANDLE);
-    murvCloseRead(r);
-}
-
-TEST_F(VariableCalls, DisplayPropertiesIgnoreValuesOutOfRange) {
-    Define({{"n", 0}, {"s", 200}});
-    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
-    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "n"), (std::array{5, 2, 8}));
-    EXPECT_EQ(Format(murvGetVarWriteFormat, h, "n"), (std::array{5, 2, 8}));
-    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "s"), (std::array{1, 0, 200}));
-    for (int bad : {-1, 3}) EXPECT_EQ(murvSetVarAlignment(h, "n", bad), MURV_RC_OK);
-    for (int bad : {0, -5, 70000}) EXPECT_EQ(murvSetVarColumnWidth(h, "n", bad), MURV_RC_OK);
-    for (int bad : {-1, 4}) EXPECT_EQ(murvSetVarMeasureLevel(h, "n", bad), MURV_RC_OK);
-    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
-    EXPECT_EQ(murvSetVarAlignment(h, "n", 2), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarColumnWidth(h, "n", 12), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarMeasureLevel(h, "n", 3), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarAlignment(h, "x", 0), MURV_RC_VAR_NOT_FOUND);
-
-    const int r = Reread();
-    EXPECT_EQ(Display(r, "n"), (std::array{2, 12, 3}));
-    EXPECT_EQ(Display(r, "s"), (std::array{0, 50, 1}));
-    int a = -1;
-    EXPECT_EQ(murvGetVarAlignment(r, "x", &a), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(a, 1);
-    EXPECT_EQ(murvGetVarColumnWidth(r, "n", nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarMeasureLevel(r, "nope", 1), MURV_RC_READ_MODE) << "handle before variable";
     murvCloseRead(r);
 }
 

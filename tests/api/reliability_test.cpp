@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
@@ -55,12 +56,11 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
     for (const std::string& path : {fifo, std::string("/dev/null"), std::string("/dev/zero"), dir.Path()}) {
         SCOPED_TRACE(path);
         int h = 7;
-        EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_BAD_FILE);
-        EXPECT_EQ(h, -1);
-        EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_FILE_OPEN);
-        EXPECT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_FILE_OPEN);
-        EXPECT_EQ(murvOpenWriteCopy(path.c_str(), good.c_str(), &h), MURV_RC_FILE_OPEN);
-        EXPECT_EQ(murvOpenWriteCopy(dir.File("copy.murv").c_str(), path.c_str(), &h), MURV_RC_FILE_OPEN);
+        const int FO = MURV_RC_FILE_OPEN;
+        EXPECT_EQ((std::array{murvOpenRead(path.c_str(), &h), murvOpenWrite(path.c_str(), &h),
+                              murvOpenAppend(path.c_str(), &h), murvOpenWriteCopy(path.c_str(), good.c_str(), &h),
+                              murvOpenWriteCopy(dir.File("copy.murv").c_str(), path.c_str(), &h)}),
+                  (std::array{MURV_RC_BAD_FILE, FO, FO, FO, FO}));
         EXPECT_EQ(h, -1);
     }
     ::alarm(0);

@@ -162,8 +162,8 @@ TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
     EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", "a", std::string(100000, 'z').c_str()), MURV_RC_VALUE_LABEL_CUT);
     EXPECT_EQ(Label(h_, "s8", "a"), std::string(120, 'z'));
     char label[61];
-    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 1, label), MURV_RC_OK);
-    EXPECT_EQ(std::string(label), std::string(60, 'x'));  // the fixed-size getters give 60 bytes
+    EXPECT_TRUE(murvGetVarNValueLabel(h_, "age", 1, label) == MURV_RC_OK && label == std::string(60, 'x'))
+        << "the fixed-size getters give 60 bytes: " << label;
     // The multi-variable setters cut too, and still store every label.
     EXPECT_EQ(SetNLabels(h_, {"income"}, {1, 2}, {long121.c_str(), "short"}), MURV_RC_VALUE_LABEL_CUT);
     EXPECT_EQ(NumericSet(h_, "income"), "1=" + x120 + "; 2=short");
@@ -174,8 +174,7 @@ TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
     EXPECT_EQ(Label(h_, "age", 3), std::string(119, 'a'));
     const std::string label61 = std::string(59, 'b') + e;
     EXPECT_EQ(murvSetVarNValueLabel(h_, "age", 4, label61.c_str()), MURV_RC_OK);
-    EXPECT_EQ(murvGetVarNValueLabel(h_, "age", 4, label), MURV_RC_OK);
-    EXPECT_EQ(std::string(label), std::string(59, 'b'));
+    EXPECT_TRUE(murvGetVarNValueLabel(h_, "age", 4, label) == MURV_RC_OK && label == std::string(59, 'b')) << label;
     EXPECT_EQ(Label(h_, "age", 4), label61);
     // Four two-byte characters make an 8-byte value.
     EXPECT_EQ(murvSetVarCValueLabel(h_, "s8", (e + e + e + e).c_str(), "four"), MURV_RC_OK);
@@ -186,8 +185,7 @@ TEST_F(ValueLabels, LongLabelsAreCutOnACharacterBoundary) {
 }
 
 TEST_F(ValueLabels, LongGettersWithSmallBuffers) {
-    ASSERT_EQ(murvSetVarNValueLabel(h_, "age", 1, "label"), MURV_RC_OK);
-    ASSERT_EQ(murvSetVarCValueLabel(h_, "s4", "a", "label"), MURV_RC_OK);
+    ASSERT_FALSE(murvSetVarNValueLabel(h_, "age", 1, "label") || murvSetVarCValueLabel(h_, "s4", "a", "label"));
     // Room below 1 leaves none even for the NUL: refused, the buffer as it
     // was. The text is cut to the room and not a byte more is written; an
     // absent label (age 2) still resets the outputs. Room -5 asks no length.
@@ -203,12 +201,7 @@ TEST_F(ValueLabels, LongGettersWithSmallBuffers) {
                         : murvGetVarCValueLabelLong(h_, var, "a", buffer, room, out),
                   rc);
         EXPECT_TRUE(!out || length == static_cast<int>(std::strlen(text))) << length;
-        if (room < 1) {
-            EXPECT_EQ(buffer[0], '#');
-        } else {
-            EXPECT_STREQ(buffer, text);
-            EXPECT_TRUE(room == 8 || buffer[room] == '#');
-        }
+        EXPECT_TRUE(room < 1 ? buffer[0] == '#' : std::string(buffer) == text && (room == 8 || buffer[room] == '#'));
     }
 }
 

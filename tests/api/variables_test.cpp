@@ -141,17 +141,14 @@ TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
     EXPECT_EQ(murvSetVarLabel(h, "V", label300.c_str()), MURV_RC_VAR_LABEL_CUT);
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_OK);
     EXPECT_EQ(std::pair(std::string(buf), len), std::pair(label300.substr(0, 256), 256));
-    EXPECT_EQ(murvGetVarLabel(h, "v", buf), MURV_RC_OK);
-    EXPECT_EQ(std::string(buf), label300.substr(0, 120));
-    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 5, nullptr), MURV_RC_OK);
-    EXPECT_STREQ(buf, "aaaa");
+    EXPECT_TRUE(murvGetVarLabel(h, "v", buf) == MURV_RC_OK && buf == label300.substr(0, 120)) << buf;
+    EXPECT_TRUE(murvGetVarLabelLong(h, "v", buf, 5, nullptr) == MURV_RC_OK && std::string(buf) == "aaaa") << buf;
 
     MURV_USE_LOCALE(utf8, "en_US.UTF-8");
     // 255 bytes and a two-byte character that would cross the limit.
     const std::string accented = std::string(255, 'x') + "\xC3\xA9";
     EXPECT_EQ(murvSetVarLabel(h, "v", accented.c_str()), MURV_RC_VAR_LABEL_CUT);
-    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_OK);
-    EXPECT_EQ(len, 255);
+    EXPECT_TRUE(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len) == MURV_RC_OK && len == 255) << len;
     EXPECT_EQ(murvSetVarLabel(h, "v", "\xC3\xA9\xC3\xA9"), MURV_RC_OK);
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 4, &len), MURV_RC_OK);
     EXPECT_EQ(std::pair(std::string(buf), len), std::pair(std::string("\xC3\xA9"), 2));
@@ -193,10 +190,8 @@ TEST_F(VariableCalls, FormatsAndDisplayPropertiesAreCheckedAndReadBack) {
     const int r = Reread(false);
     char name[65], label[121];
     int type = -1, wid = 0;
-    EXPECT_EQ(murvGetVarInfo(r, 1, name, &type), MURV_RC_OK);
-    EXPECT_EQ(name + std::to_string(type), "s10");
-    EXPECT_EQ(murvGetVarLabel(r, "N", label), MURV_RC_OK);
-    EXPECT_STREQ(label, "Age in years");
+    EXPECT_TRUE(murvGetVarInfo(r, 1, name, &type) == MURV_RC_OK && name + std::to_string(type) == "s10") << name;
+    EXPECT_TRUE(murvGetVarLabel(r, "N", label) == MURV_RC_OK && std::string(label) == "Age in years") << label;
     EXPECT_EQ(murvGetVarLabel(r, "s", label), MURV_RC_NO_LABEL);
     EXPECT_EQ(Format(murvGetVarWriteFormat, r, "N"), (std::array{6, 0, 4}));
     EXPECT_EQ(Format(murvGetVarPrintFormat, r, "n"), (std::array{5, 3, 10}));

@@ -57,11 +57,9 @@ TEST(ConvertDate, EveryDayLimitsAndImpossibleDays) {
         EXPECT_EQ(murvConvertMURVDate(&dmy[0], &dmy[1], &dmy[2], no), MURV_RC_BAD_DATE) << no;
         EXPECT_EQ(dmy, (std::array{7, 7, 7})) << no;
     }
-    std::array<int, 3> dmy{};  // the last moments of the first and the last day
-    EXPECT_EQ(murvConvertMURVDate(&dmy[0], &dmy[1], &dmy[2], 86399.9), 0);
-    EXPECT_EQ(dmy, (std::array{14, 10, 1582}));
-    EXPECT_EQ(murvConvertMURVDate(&dmy[0], &dmy[1], &dmy[2], kLast + 86399.0), 0);
-    EXPECT_EQ(dmy, (std::array{31, 12, 9999}));
+    std::array<int, 3> d{};  // the last moments of the first and the last day
+    EXPECT_TRUE(murvConvertMURVDate(&d[0], &d[1], &d[2], 86399.9) == 0 && (d == std::array{14, 10, 1582}));
+    EXPECT_TRUE(murvConvertMURVDate(&d[0], &d[1], &d[2], kLast + 86399) == 0 && (d == std::array{31, 12, 9999}));
     EXPECT_EQ(murvConvertMURVDate(nullptr, nullptr, nullptr, 0.0), 0);
 
     // Walk day by day across leap days and century years, both directions.
@@ -103,9 +101,8 @@ TEST(ConvertTime, SpansBothWays) {
                               {0, -1, 0, 0},   {0, 0, 60, 0},     {0, 0, -1, 0}, {0, 0, 0, std::nan("")}};
     for (const auto& [days, hours, minutes, seconds] : badParts) {
         double t = 3;
-        EXPECT_EQ(murvConvertTime(days, hours, minutes, seconds, &t), MURV_RC_BAD_TIME)
+        EXPECT_TRUE(murvConvertTime(days, hours, minutes, seconds, &t) == MURV_RC_BAD_TIME && t == 3.0)
             << days << ' ' << hours << ' ' << minutes << ' ' << seconds;
-        EXPECT_EQ(t, 3.0);
     }
     for (double bad : {-0.5, std::nan(""), kInf, 2147483648 * kDay}) {
         int d = 9, h = 9, m = 9;

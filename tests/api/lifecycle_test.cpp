@@ -79,8 +79,7 @@ TEST(Lifecycle, HandleTableOfOneHundred) {
     std::vector<int> handles(100, -1);
     for (int& h : handles) ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
     int h = 5;
-    EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_TABLE_FULL);
-    EXPECT_EQ(h, -1);
+    EXPECT_TRUE(murvOpenRead(path.c_str(), &h) == MURV_RC_TABLE_FULL && h == -1) << h;
     // (Another file: where open files deny writers, the first cannot be updated.)
     EXPECT_EQ(murvOpenAppend(other.c_str(), &h), MURV_RC_TABLE_FULL);
     EXPECT_EQ(murvOpenWrite(dir.File("g.murv").c_str(), &h), MURV_RC_FILE_OPEN) << "a full table is 1 for writing";

@@ -78,13 +78,12 @@ TEST(MultResp, SetsOfEveryKindRoundTrip) {
         EXPECT_EQ(rc, MURV_RC_OK);
     const int r = Reopen(h, path);
 
+    // The extended set's label comes from the first member that has one.
+    const char* sets[] = {
+        "$num 'Numeric set' '1' 1100 1 n1 n2", "$str '' 'yes' 1000 0 s1 s2", "$cat 'Cats' '' 0000 0 n1 n2 n3",
+        "$cat2 '' '' 0000 0 s1 s2", "$ext 'Third' '-2' 1111 -2 n2 n3"};
     ASSERT_EQ(Count(r), 5);
-    EXPECT_EQ(ByIndex(r, 0), "$num 'Numeric set' '1' 1100 1 n1 n2");
-    EXPECT_EQ(ByIndex(r, 1), "$str '' 'yes' 1000 0 s1 s2");
-    EXPECT_EQ(ByIndex(r, 2), "$cat 'Cats' '' 0000 0 n1 n2 n3");
-    EXPECT_EQ(ByIndex(r, 3), "$cat2 '' '' 0000 0 s1 s2");
-    // The label comes from the first member that has one.
-    EXPECT_EQ(ByIndex(r, 4), "$ext 'Third' '-2' 1111 -2 n2 n3");
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(ByIndex(r, i), sets[i]);
 
     // The extended set travels in its own record (19), the others in 7.
     EXPECT_EQ(MultRespText(r),

@@ -124,9 +124,7 @@ TEST_F(CaseCalls, CodesByHandleState) {
             if (expected == X) continue;
             double out = kNone;
             EXPECT_EQ(row.run(h, out), expected) << row.call << " on " << state << ' ' << h;
-            if (expected != OK) {
-                EXPECT_EQ(out, row.reset) << row.call << " on " << state << ' ' << h;
-            }
+            EXPECT_TRUE(expected == OK || out == row.reset) << row.call << " on " << state << ' ' << h << ": " << out;
         }
     };
     check("an uncommitted write handle", w, 0);
@@ -265,9 +263,8 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
         ASSERT_TRUE(murvSeekNextCase(r, static_cast<int>(k)) == MURV_RC_OK && murvReadCaseRecord(r) == MURV_RC_OK) << k;
         EXPECT_EQ(Num(r, 1), value) << "case " << k;
     }
-    ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(cases + 2)), MURV_RC_OK);
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    EXPECT_EQ((std::array{murvSeekNextCase(r, static_cast<int>(cases + 2)), murvReadCaseRecord(r), murvCloseRead(r)}),
+              (std::array{MURV_RC_OK, MURV_RC_END_OF_FILE, MURV_RC_OK}));
 }
 
 // Whole records written, mixed with single values, then more cases appended
@@ -320,8 +317,7 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
             double d = 0;
             EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE) << "a whole record is no current case";
         }
-        EXPECT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_END_OF_FILE);
-        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+        EXPECT_EQ((std::array{murvWholeCaseIn(r, rec.data()), murvCloseRead(r)}), (std::array{MURV_RC_END_OF_FILE, 0}));
     }
 }
 

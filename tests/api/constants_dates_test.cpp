@@ -138,8 +138,7 @@ TEST(ValidateVarname, VerdictsUnderEachLocale) {
     EXPECT_STREQ(murvSetLocale(MURV_LC_CTYPE, nullptr), "C") << "a null locale asks without changing";
     for (int unknown : {99, -1}) EXPECT_EQ(murvSetLocale(unknown, "C"), nullptr) << unknown;
     // The library keeps no temporary files: any directory, or none, is accepted.
-    EXPECT_EQ(murvSetTempDir("/no/such/dir"), MURV_RC_OK);
-    EXPECT_EQ(murvSetTempDir(nullptr), MURV_RC_OK);
+    EXPECT_TRUE(murvSetTempDir("/no/such/dir") == MURV_RC_OK && murvSetTempDir(nullptr) == MURV_RC_OK);
     if (!missing.empty()) GTEST_SKIP() << "rows left out, no locale:" << missing;
 }
 

@@ -74,8 +74,7 @@ TEST(Lifecycle, WriteProbeCommitAndClose) {
 TEST(Lifecycle, HandleTableOfOneHundred) {
     TempDir dir;
     const std::string path = dir.File("f.murv"), other = dir.File("other.murv");
-    ASSERT_TRUE(WriteCaseFile(path, 0, false).AllOk());
-    ASSERT_TRUE(WriteCaseFile(other, 0, false).AllOk());
+    ASSERT_TRUE(WriteCaseFile(path, 0, false).AllOk() && WriteCaseFile(other, 0, false).AllOk());
     std::vector<int> handles(100, -1);
     for (int& h : handles) ASSERT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_OK);
     int h = 5;

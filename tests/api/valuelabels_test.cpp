@@ -228,8 +228,8 @@ TEST_F(ValueLabels, RefusedArgumentsHandleStatesAndArraysThatOutliveTheHandle) {
     EXPECT_TRUE(label[0] == '\0' && nValues == nullptr && count == 0);  // outputs reset
     EXPECT_EQ(NumericSet(h_, "age"), Refused(MURV_RC_NO_VALUE_LABELS));  // nothing was stored
 
-    // No variables, or no labels, is not an error; no labels empties a set.
-    // The handle is still fine.
+    // The handle is still fine. No variables, or no labels, is not an error;
+    // no labels empties a set.
     for (const int rc : {murvSetVarNValueLabel(h_, "income", 1, "one"),
                          murvSetVarNValueLabels(h_, nullptr, 0, values, texts, 1), SetNLabels(h_, {"income"}, {}, {}),
                          murvFreeVarCValueLabels(nullptr, nullptr, 5), murvSetVarNValueLabel(h_, "age", 1, "one"),

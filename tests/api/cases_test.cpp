@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #endif
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -36,15 +37,19 @@ protected:
                bool commit = true) {
         const int h = OpenNew(path, vars);
         for (int on : {-7, compressed ? 2 : 0}) EXPECT_EQ(murvSetCompression(h, on), MURV_RC_OK);
-        if (commit) {
-            EXPECT_EQ(murvCommitHeader(h), MURV_RC_OK);
-        }
+        EXPECT_TRUE(!commit || murvCommitHeader(h) == MURV_RC_OK);
         return h;
     }
     double Num(int h, double var) {
         double v = 0;
         EXPECT_EQ(murvGetValueNumeric(h, var, &v), MURV_RC_OK);
         return v;
+    }
+    // What an int getter (cases, variables, compression, case size) gives; -99 when it fails.
+    template <class Get>
+    int Int(Get get, int h) {
+        int v = -99;
+        return get(h, &v) == MURV_RC_OK ? v : -99;
     }
     std::string Str(int h, double var) {
         std::vector<char> buf(32768 + 1);
@@ -119,9 +124,7 @@ TEST_F(CaseCalls, CodesByHandleState) {
             if (expected == X) continue;
             double out = kNone;
             EXPECT_EQ(row.run(h, out), expected) << row.call << " on " << state << ' ' << h;
-            if (expected != OK) {
-                EXPECT_EQ(out, row.reset) << row.call << " on " << state << ' ' << h;
-            }
+            EXPECT_TRUE(expected == OK || out == row.reset) << row.call << " on " << state << ' ' << h << ": " << out;
         }
     };
     check("an uncommitted write handle", w, 0);
@@ -145,55 +148,44 @@ TEST_F(CaseCalls, ValueCallChecksAndDefaults) {
     const std::string path = dir_.File("values.murv");
     const int w = Create(path, {{"a", 0}, {"b", 0}, {"s", 8}, {"t", 9}});
     // Variable handles: truncated toward zero, 1-based.
-    for (double bad : {0.0, 0.5, -1.0, 5.0, 5.5, 1e300, std::nan("")}) {
-        EXPECT_EQ(murvSetValueNumeric(w, bad, 1.0), MURV_RC_BAD_VAR_HANDLE) << bad;
-        EXPECT_EQ(murvSetValueChar(w, bad, "x"), MURV_RC_BAD_VAR_HANDLE) << bad;
-    }
-    EXPECT_EQ(murvSetValueNumeric(w, 3, 1.0), MURV_RC_STRING_EXPECTED);
-    EXPECT_EQ(murvSetValueChar(w, 1, "x"), MURV_RC_STRING_EXPECTED);
-    EXPECT_EQ(murvSetValueChar(w, 3, nullptr), MURV_RC_FILE_WRITE);
-    EXPECT_EQ(murvWholeCaseOut(w, nullptr), MURV_RC_FILE_WRITE);
+    for (double bad : {0.0, 0.5, -1.0, 5.0, 5.5, 1e300, std::nan("")})
+        EXPECT_EQ(std::pair(murvSetValueNumeric(w, bad, 1.0), murvSetValueChar(w, bad, "x")),
+                  std::pair(MURV_RC_BAD_VAR_HANDLE, MURV_RC_BAD_VAR_HANDLE)) << bad;
+    const int OK = MURV_RC_OK, SE = MURV_RC_STRING_EXPECTED, BVH = MURV_RC_BAD_VAR_HANDLE;
+    EXPECT_EQ((std::array{murvSetValueNumeric(w, 3, 1.0), murvSetValueChar(w, 1, "x"), murvSetValueChar(w, 3, nullptr),
+                          murvWholeCaseOut(w, nullptr)}),
+              (std::array{SE, SE, MURV_RC_FILE_WRITE, MURV_RC_FILE_WRITE}));
     // Case 0: b set through handle 2.9, s to its width (a longer string then
     // changes nothing), t shorter. Case 1: nothing set. Case 2: a, and an
-    // empty string over t's.
-    EXPECT_EQ(murvSetValueNumeric(w, 2.9, 42.0), MURV_RC_OK);
-    EXPECT_EQ(murvSetValueChar(w, 3, "12345678"), MURV_RC_OK);
-    EXPECT_EQ(murvSetValueChar(w, 3, "abcdefghi"), MURV_RC_STRING_TOO_LONG);
-    EXPECT_EQ(murvSetValueChar(w, 4, "ab"), MURV_RC_OK);
-    EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
-    EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
-    EXPECT_EQ(murvSetValueNumeric(w, 1, -1.5), MURV_RC_OK);
-    EXPECT_EQ(murvSetValueChar(w, 4, "xyz"), MURV_RC_OK);
-    EXPECT_EQ(murvSetValueChar(w, 4, ""), MURV_RC_OK);
-    EXPECT_EQ(murvCommitCaseRecord(w), MURV_RC_OK);
-    ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
+    // empty string over t's. Any close finishes a written file.
+    EXPECT_EQ((std::array{murvSetValueNumeric(w, 2.9, 42.0), murvSetValueChar(w, 3, "12345678"),
+                          murvSetValueChar(w, 3, "abcdefghi"), murvSetValueChar(w, 4, "ab"), murvCommitCaseRecord(w),
+                          murvCommitCaseRecord(w), murvSetValueNumeric(w, 1, -1.5), murvSetValueChar(w, 4, "xyz"),
+                          murvSetValueChar(w, 4, ""), murvCommitCaseRecord(w), murvCloseRead(w)}),
+              (std::array{OK, OK, MURV_RC_STRING_TOO_LONG, OK, OK, OK, OK, OK, OK, OK, OK}));
 
     const int r = OpenForRead(path);
     double d = 5;
     char buf[32];
     // No case read yet: that comes before the variable handle and kind checks.
-    EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE);
-    EXPECT_EQ(murvGetValueNumeric(r, 99, &d), MURV_RC_NO_CURRENT_CASE);
-    EXPECT_EQ(murvGetValueChar(r, 3, buf, sizeof buf), MURV_RC_NO_CURRENT_CASE);
+    for (const int rc : {murvGetValueNumeric(r, 1, &d), murvGetValueNumeric(r, 99, &d), murvGetValueChar(r, 3, buf, 9)})
+        EXPECT_EQ(rc, MURV_RC_NO_CURRENT_CASE);
     ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
-    EXPECT_EQ(murvGetValueNumeric(r, 0.5, &d), MURV_RC_BAD_VAR_HANDLE);
-    EXPECT_EQ(murvGetValueNumeric(r, 5, &d), MURV_RC_BAD_VAR_HANDLE);
-    EXPECT_EQ(murvGetValueNumeric(r, 3, &d), MURV_RC_NUMERIC_EXPECTED);
-    EXPECT_EQ(murvGetValueChar(r, 1, buf, sizeof buf), MURV_RC_STRING_EXPECTED);
-    EXPECT_EQ(murvGetValueChar(r, 5, buf, sizeof buf), MURV_RC_BAD_VAR_HANDLE);
+    EXPECT_EQ((std::array{murvGetValueNumeric(r, 0.5, &d), murvGetValueNumeric(r, 5, &d), murvGetValueNumeric(r, 3, &d),
+                          murvGetValueChar(r, 1, buf, 32), murvGetValueChar(r, 5, buf, 32)}),
+              (std::array{BVH, BVH, MURV_RC_NUMERIC_EXPECTED, SE, BVH}));
     // The width plus a NUL must fit; nothing is copied otherwise.
     const std::tuple<int, int, int, const char*> sizes[] = {
         {3, 8, MURV_RC_BUFFER_SHORT, ""}, {3, 9, MURV_RC_OK, "12345678"},
         {4, 9, MURV_RC_BUFFER_SHORT, ""}, {4, 10, MURV_RC_OK, "ab       "}};
     for (const auto& [var, size, rc, value] : sizes) {
         std::strcpy(buf, "junk");
-        EXPECT_EQ(murvGetValueChar(r, var, buf, size), rc) << var << ' ' << size;
-        EXPECT_STREQ(buf, value);
+        EXPECT_TRUE(murvGetValueChar(r, var, buf, size) == rc && std::string(buf) == value) << var << ' ' << size;
     }
     // Null outputs give the fixed code and do not move the file.
-    EXPECT_EQ(murvGetValueNumeric(r, 1, nullptr), MURV_RC_FILE_READ);
-    EXPECT_EQ(murvGetValueChar(r, 3, nullptr, 9), MURV_RC_FILE_READ);
-    EXPECT_EQ(murvWholeCaseIn(r, nullptr), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ((std::array{murvGetValueNumeric(r, 1, nullptr), murvGetValueChar(r, 3, nullptr, 9),
+                          murvWholeCaseIn(r, nullptr)}),
+              (std::array{MURV_RC_FILE_READ, MURV_RC_FILE_READ, MURV_RC_BAD_HANDLE}));
     const std::string s8(8, ' '), s9(9, ' ');
     const std::tuple<double, double, std::string, std::string> cases[] = {
         {kSysmis, 42.0, "12345678", "ab       "}, {kSysmis, kSysmis, s8, s9}, {-1.5, kSysmis, s8, s9}};
@@ -201,9 +193,8 @@ TEST_F(CaseCalls, ValueCallChecksAndDefaults) {
         EXPECT_EQ(std::tuple(Num(r, 1), Num(r, 2), Str(r, 3), Str(r, 4)), cases[i]) << i;
         ASSERT_EQ(murvReadCaseRecord(r), i < 2 ? MURV_RC_OK : MURV_RC_END_OF_FILE);
     }
-    EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE);
-    EXPECT_EQ(murvSeekNextCase(r, -1), MURV_RC_FILE_READ);
-    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    EXPECT_EQ((std::array{murvGetValueNumeric(r, 1, &d), murvSeekNextCase(r, -1), murvCloseRead(r)}),
+              (std::array{MURV_RC_NO_CURRENT_CASE, MURV_RC_FILE_READ, OK}));
 }
 
 TEST_F(CaseCalls, SeekAndEndOfFile) {
@@ -224,11 +215,9 @@ TEST_F(CaseCalls, SeekAndEndOfFile) {
         }
         // Past the end: accepted, then the read reports the end, and keeps
         // doing so without reading until the next seek.
-        EXPECT_EQ(murvSeekNextCase(r, 1005), MURV_RC_OK);
-        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-        EXPECT_EQ(murvSeekNextCase(r, 3), MURV_RC_OK);
-        EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_OK);
+        const int OK = MURV_RC_OK, END = MURV_RC_END_OF_FILE;
+        EXPECT_EQ((std::array{murvSeekNextCase(r, 1005), murvReadCaseRecord(r), murvReadCaseRecord(r),
+                              murvSeekNextCase(r, 3), murvReadCaseRecord(r)}), (std::array{OK, END, END, OK, OK}));
         EXPECT_EQ(Num(r, 1), 3.0);
         EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
     }
@@ -247,9 +236,8 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
     ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
     const auto row0 = static_cast<std::int64_t>(std::filesystem::file_size(path)) - 3 * 8;
     ASSERT_TRUE(SetStatedCaseCount(path, -1));  // as a writer that could not count leaves it
-    int r = OpenForRead(path), n = 0;
-    EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-    EXPECT_EQ(n, -1);
+    int r = OpenForRead(path);
+    EXPECT_EQ(Int(murvGetNumberofCases, r), -1);
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 
     const std::int64_t cases = (std::int64_t{1} << 29) + 3;  // the data pass 4 GiB
@@ -268,18 +256,15 @@ TEST_F(CaseCalls, UnknownCaseCountAndPlainCasesBeyondFourGiB) {
     EXPECT_EQ(static_cast<std::int64_t>(std::filesystem::file_size(path)), row0 + 8 * (cases + 2));
 
     r = OpenForRead(path);
-    EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-    EXPECT_EQ(n, cases + 2);
+    EXPECT_EQ(Int(murvGetNumberofCases, r), cases + 2);
     const std::pair<std::int64_t, double> expected[] = {
         {cases + 1, 8.0}, {cases, 7.0}, {cases - 1, 0.0}, {2, 1.0}, {3, 0.0}};
     for (const auto& [k, value] : expected) {
-        ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(k)), MURV_RC_OK);
-        ASSERT_EQ(murvReadCaseRecord(r), MURV_RC_OK) << "case " << k;
+        ASSERT_TRUE(murvSeekNextCase(r, static_cast<int>(k)) == MURV_RC_OK && murvReadCaseRecord(r) == MURV_RC_OK) << k;
         EXPECT_EQ(Num(r, 1), value) << "case " << k;
     }
-    ASSERT_EQ(murvSeekNextCase(r, static_cast<int>(cases + 2)), MURV_RC_OK);
-    EXPECT_EQ(murvReadCaseRecord(r), MURV_RC_END_OF_FILE);
-    EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+    EXPECT_EQ((std::array{murvSeekNextCase(r, static_cast<int>(cases + 2)), murvReadCaseRecord(r), murvCloseRead(r)}),
+              (std::array{MURV_RC_OK, MURV_RC_END_OF_FILE, MURV_RC_OK}));
 }
 
 // Whole records written, mixed with single values, then more cases appended
@@ -294,9 +279,7 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
         const std::string path = dir_.File("whole.murv");
         int w = Create(path, {{"n", 0}, {"s", 10}, {"m", 0}}, compressed);
-        int size = 0;
-        ASSERT_EQ(murvGetCaseSize(w, &size), MURV_RC_OK);
-        ASSERT_EQ(size, 32);
+        ASSERT_EQ(Int(murvGetCaseSize, w), 32);
         std::vector<std::vector<char>> written;
         auto record = [&](double n, const char* s, double m) {
             std::vector<char> rec(32, ' ');
@@ -306,10 +289,8 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
             written.push_back(rec);
             return written.back().data();
         };
-        for (int i = 0; i < 20; ++i) {
-            const char* rec = record(numbers[i % 15], texts[i % 5], i % 3 ? 0.125 * i : kSysmis);
-            ASSERT_EQ(murvWholeCaseOut(w, rec), MURV_RC_OK);
-        }
+        for (int i = 0; i < 20; ++i)
+            ASSERT_EQ(murvWholeCaseOut(w, record(numbers[i % 15], texts[i % 5], i % 3 ? 0.125 * i : kSysmis)), 0);
         // Records and single values mix: a value set before a whole record
         // belongs to a case that is dropped by it.
         EXPECT_EQ(murvSetValueNumeric(w, 1, 77.0), MURV_RC_OK);
@@ -318,22 +299,17 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
         record(kSysmis, "", kSysmis);
         ASSERT_EQ(murvCloseWrite(w), MURV_RC_OK);
 
-        int a = -1, n = 0;
+        int a = -1;
         ASSERT_EQ(murvOpenAppend(path.c_str(), &a), MURV_RC_OK);
-        EXPECT_EQ(murvGetNumberofCases(a, &n), MURV_RC_OK);
-        EXPECT_EQ(n, 22);
-        EXPECT_EQ(murvSetValueNumeric(a, 1, 22.5), MURV_RC_OK);
-        EXPECT_EQ(murvSetValueChar(a, 2, "five"), MURV_RC_OK);
-        EXPECT_EQ(murvCommitCaseRecord(a), MURV_RC_OK);
+        EXPECT_EQ(Int(murvGetNumberofCases, a), 22);
+        for (const int rc : {murvSetValueNumeric(a, 1, 22.5), murvSetValueChar(a, 2, "five"), murvCommitCaseRecord(a)})
+            EXPECT_EQ(rc, MURV_RC_OK);
         record(22.5, "five", kSysmis);
         EXPECT_EQ(murvWholeCaseOut(a, record(23.5, "rec", 2.0)), MURV_RC_OK);
         ASSERT_EQ(murvCloseAppend(a), MURV_RC_OK);
 
-        int r = OpenForRead(path), comp = -1;
-        EXPECT_EQ(murvGetCompression(r, &comp), MURV_RC_OK);
-        EXPECT_EQ(comp, compressed ? 1 : 0);
-        EXPECT_EQ(murvGetNumberofCases(r, &n), MURV_RC_OK);
-        EXPECT_EQ(n, 24);
+        const int r = OpenForRead(path);
+        EXPECT_EQ(std::pair(Int(murvGetCompression, r), Int(murvGetNumberofCases, r)), std::pair(int{compressed}, 24));
         std::vector<char> rec(32);
         for (std::size_t i = 0; i < written.size(); ++i) {
             ASSERT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_OK);
@@ -341,8 +317,7 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
             double d = 0;
             EXPECT_EQ(murvGetValueNumeric(r, 1, &d), MURV_RC_NO_CURRENT_CASE) << "a whole record is no current case";
         }
-        EXPECT_EQ(murvWholeCaseIn(r, rec.data()), MURV_RC_END_OF_FILE);
-        EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
+        EXPECT_EQ((std::array{murvWholeCaseIn(r, rec.data()), murvCloseRead(r)}), (std::array{MURV_RC_END_OF_FILE, 0}));
     }
 }
 
@@ -352,18 +327,18 @@ TEST_F(CaseCalls, WholeCaseRecordsAndAppending) {
 // them, the case weight among them, keep their places.
 TEST_F(CaseCalls, VeryLongStrings) {
     const int widths[] = {256, 504, 510, 600, 32767};
-    auto value = [&](int k, int v) {  // of every length, and some that fill the width
+    // Of every length, and some that fill the width; blank-padded to it if asked.
+    auto value = [&](int k, int v, bool padded = false) {
         const int w = widths[v], len = k % 3 == 0 ? w : (k * 37 + v * 101) % (w + 1);
-        std::string s;
-        for (int b = 0; b < len; ++b) s += static_cast<char>('a' + (b + k) % 26);
+        std::string s(static_cast<std::size_t>(padded ? w : len), ' ');
+        for (int b = 0; b < len; ++b) s[static_cast<std::size_t>(b)] = static_cast<char>('a' + (b + k) % 26);
         return s;
     };
     auto write = [&](int h, int k) {
-        EXPECT_EQ(murvSetValueNumeric(h, 1, k), MURV_RC_OK);
         for (int v = 0; v < 5; ++v) EXPECT_EQ(murvSetValueChar(h, 2 + v, value(k, v).c_str()), MURV_RC_OK);
-        EXPECT_EQ(murvSetValueNumeric(h, 7, -k), MURV_RC_OK);
-        EXPECT_EQ(murvSetValueChar(h, 8, "xyz"), MURV_RC_OK);
-        EXPECT_EQ(murvCommitCaseRecord(h), MURV_RC_OK);
+        for (const int rc : {murvSetValueNumeric(h, 1, k), murvSetValueNumeric(h, 7, -k), murvSetValueChar(h, 8, "xyz"),
+                             murvCommitCaseRecord(h)})
+            EXPECT_EQ(rc, MURV_RC_OK);
     };
     for (bool compressed : {false, true}) {
         SCOPED_TRACE(compressed ? "compressed" : "plain");
@@ -371,22 +346,18 @@ TEST_F(CaseCalls, VeryLongStrings) {
         int h = Create(path, {{"before", 0}, {"comment1", 256}, {"comment2", 504}, {"comment3", 510}, {"comment4", 600},
                               {"comment5", 32767}, {"wt", 0}, {"after", 3}}, compressed, false);
         // The weight's name is found ignoring case and blanks; the last call counts.
-        ASSERT_EQ(murvSetCaseWeightVar(h, "before"), MURV_RC_OK);
-        ASSERT_EQ(murvSetCaseWeightVar(h, "  WT "), MURV_RC_OK);
-        ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
+        for (const int rc : {murvSetCaseWeightVar(h, "before"), murvSetCaseWeightVar(h, "  WT "), murvCommitHeader(h)})
+            ASSERT_EQ(rc, MURV_RC_OK);
         for (int k = 0; k < 20; ++k) write(h, k);
-        ASSERT_EQ(murvCloseWrite(h), MURV_RC_OK);
-        ASSERT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_OK);
+        ASSERT_TRUE(murvCloseWrite(h) == MURV_RC_OK && murvOpenAppend(path.c_str(), &h) == MURV_RC_OK);
         write(h, 20);
         ASSERT_EQ(murvCloseAppend(h), MURV_RC_OK);
 
         h = OpenForRead(path);
         char name[65];
-        int n = 0, type = -1, format = 0, dec = 0, width = 0;
-        EXPECT_EQ(murvGetNumberofVariables(h, &n), MURV_RC_OK);
-        EXPECT_EQ(n, 8);
-        EXPECT_EQ(murvGetCaseWeightVar(h, name), MURV_RC_OK);
-        EXPECT_STREQ(name, "wt");
+        int type = -1, format = 0, dec = 0, width = 0;
+        EXPECT_EQ(Int(murvGetNumberofVariables, h), 8);
+        EXPECT_TRUE(murvGetCaseWeightVar(h, name) == MURV_RC_OK && std::string(name) == "wt") << name;
         for (int v = 0; v < 5; ++v) {
             ASSERT_EQ(murvGetVarInfo(h, 1 + v, name, &type), MURV_RC_OK);
             EXPECT_EQ(murvGetVarPrintFormat(h, name, &format, &dec, &width), MURV_RC_OK);
@@ -396,17 +367,10 @@ TEST_F(CaseCalls, VeryLongStrings) {
         for (int i = 0; i <= 21; ++i) {  // every case in order, then case 17 again
             const int k = i == 21 ? 17 : i;
             SCOPED_TRACE(k);
-            if (i == 21) {
-                ASSERT_EQ(murvSeekNextCase(h, k), MURV_RC_OK);
-            }
+            ASSERT_TRUE(i < 21 || murvSeekNextCase(h, k) == MURV_RC_OK);
             ASSERT_EQ(murvReadCaseRecord(h), MURV_RC_OK);
-            EXPECT_EQ(Num(h, 1), k);
-            for (int v = 0; v < 5; ++v) {
-                const std::string s = value(k, v);
-                EXPECT_EQ(Str(h, 2 + v), s + std::string(static_cast<std::size_t>(widths[v]) - s.size(), ' '));
-            }
-            EXPECT_EQ(Num(h, 7), -k);
-            EXPECT_EQ(Str(h, 8), "xyz");
+            for (int v = 0; v < 5; ++v) EXPECT_EQ(Str(h, 2 + v), value(k, v, true)) << v;
+            EXPECT_EQ(std::tuple(Num(h, 1), Num(h, 7), Str(h, 8)), std::tuple(1.0 * k, -1.0 * k, std::string("xyz")));
         }
         EXPECT_EQ(murvCloseRead(h), MURV_RC_OK);
     }

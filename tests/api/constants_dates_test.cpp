@@ -37,10 +37,10 @@ TEST(SpecialValues, BitPatternsAndOrder) {
     murvLowHighVal(nullptr, nullptr);
 }
 
-// What the day-by-day walk below does not reach: the calendar's last day,
-// the impossible days, and seconds that are no date. A refused date leaves 0;
+// Every day over centuries both ways; the calendar's last day, the
+// impossible days, and seconds that are no date. A refused date leaves 0;
 // refused seconds leave the day, month and year as they were.
-TEST(ConvertDate, LimitsAndImpossibleDays) {
+TEST(ConvertDate, EveryDayLimitsAndImpossibleDays) {
     constexpr double kLast = 265621593600.0;  // 31 December 9999
     const int bad[][3] = {{13, 10, 1582}, {1, 1, 1582}, {1, 1, 10000}, {0, 1, 2000}, {32, 1, 2000}, {1, 0, 2000},
                           {1, 13, 2000},  {-5, -5, -5}, {29, 2, 1900}, {29, 2, 2001}, {30, 2, 2000}, {31, 4, 2001}};
@@ -50,23 +50,18 @@ TEST(ConvertDate, LimitsAndImpossibleDays) {
         EXPECT_EQ(seconds, 0.0);
     }
     double seconds = 5;
-    EXPECT_EQ(murvConvertDate(31, 12, 9999, &seconds), 0);
-    EXPECT_EQ(seconds, kLast);
+    EXPECT_TRUE(murvConvertDate(31, 12, 9999, &seconds) == 0 && seconds == kLast) << seconds;
     EXPECT_EQ(murvConvertDate(1, 1, 2000, nullptr), 0);
     for (double no : {-1.0, std::nan(""), kInf, 1e300, murvSysmisVal(), kLast + kDay}) {
         std::array<int, 3> dmy{7, 7, 7};
         EXPECT_EQ(murvConvertMURVDate(&dmy[0], &dmy[1], &dmy[2], no), MURV_RC_BAD_DATE) << no;
         EXPECT_EQ(dmy, (std::array{7, 7, 7})) << no;
     }
-    std::array<int, 3> dmy{};  // the last moments of the first and the last day
-    EXPECT_EQ(murvConvertMURVDate(&dmy[0], &dmy[1], &dmy[2], 86399.9), 0);
-    EXPECT_EQ(dmy, (std::array{14, 10, 1582}));
-    EXPECT_EQ(murvConvertMURVDate(&dmy[0], &dmy[1], &dmy[2], kLast + 86399.0), 0);
-    EXPECT_EQ(dmy, (std::array{31, 12, 9999}));
+    std::array<int, 3> d{};  // the last moments of the first and the last day
+    EXPECT_TRUE(murvConvertMURVDate(&d[0], &d[1], &d[2], 86399.9) == 0 && (d == std::array{14, 10, 1582}));
+    EXPECT_TRUE(murvConvertMURVDate(&d[0], &d[1], &d[2], kLast + 86399) == 0 && (d == std::array{31, 12, 9999}));
     EXPECT_EQ(murvConvertMURVDate(nullptr, nullptr, nullptr, 0.0), 0);
-}
 
-TEST(ConvertDate, RoundTripsEveryDayOverCenturies) {
     // Walk day by day across leap days and century years, both directions.
     int day = 14, month = 10, year = 1582;
     const int lengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -106,9 +101,8 @@ TEST(ConvertTime, SpansBothWays) {
                               {0, -1, 0, 0},   {0, 0, 60, 0},     {0, 0, -1, 0}, {0, 0, 0, std::nan("")}};
     for (const auto& [days, hours, minutes, seconds] : badParts) {
         double t = 3;
-        EXPECT_EQ(murvConvertTime(days, hours, minutes, seconds, &t), MURV_RC_BAD_TIME)
+        EXPECT_TRUE(murvConvertTime(days, hours, minutes, seconds, &t) == MURV_RC_BAD_TIME && t == 3.0)
             << days << ' ' << hours << ' ' << minutes << ' ' << seconds;
-        EXPECT_EQ(t, 3.0);
     }
     for (double bad : {-0.5, std::nan(""), kInf, 2147483648 * kDay}) {
         int d = 9, h = 9, m = 9;
@@ -144,8 +138,7 @@ TEST(ValidateVarname, VerdictsUnderEachLocale) {
     EXPECT_STREQ(murvSetLocale(MURV_LC_CTYPE, nullptr), "C") << "a null locale asks without changing";
     for (int unknown : {99, -1}) EXPECT_EQ(murvSetLocale(unknown, "C"), nullptr) << unknown;
     // The library keeps no temporary files: any directory, or none, is accepted.
-    EXPECT_EQ(murvSetTempDir("/no/such/dir"), MURV_RC_OK);
-    EXPECT_EQ(murvSetTempDir(nullptr), MURV_RC_OK);
+    EXPECT_TRUE(murvSetTempDir("/no/such/dir") == MURV_RC_OK && murvSetTempDir(nullptr) == MURV_RC_OK);
     if (!missing.empty()) GTEST_SKIP() << "rows left out, no locale:" << missing;
 }
 

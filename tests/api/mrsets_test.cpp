@@ -1,6 +1,7 @@
 // Multiple-response sets and variable sets through the public header: sets
 // added as structures and through the C and N calls, read back by index and
 // as text after a round trip through a file, and the codes for refused sets.
+#include <array>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -66,28 +67,23 @@ TEST(MultResp, SetsOfEveryKindRoundTrip) {
     const std::string path = dir.File("mr.murv");
     const int h = NewFile(path);
     Names nums = {"n1", "n2"}, strs = {"s1", "s2"}, cats = {"n1", "n2", "n3"};
-    EXPECT_EQ(murvAddMultRespDefN(h, "$num", "Numeric set", 1, 1, nums.data(), 2), MURV_RC_OK);
-    EXPECT_EQ(murvAddMultRespDefC(h, "$str", nullptr, 1, "yes", strs.data(), 2), MURV_RC_OK);
-    EXPECT_EQ(murvAddMultRespDefC(h, "$cat", "Cats", 0, nullptr, cats.data(), 3), MURV_RC_OK);
-    EXPECT_EQ(murvAddMultRespDefN(h, "$cat2", "", 0, 99, strs.data(), 2), MURV_RC_OK);
-    murvMultRespDef ext{};
-    std::strcpy(ext.setName, "$ext");
-    std::strcpy(ext.setLabel, "not shown");
-    ext.isDichotomy = ext.isNumeric = ext.useCategoryLabels = ext.useFirstVarLabel = 1;
-    ext.countedValue = -2;
+    // A set as a structure: name, label, the flags (dichotomy, numeric,
+    // category labels, first variable's label), counted value and members.
     const char* extVars[] = {"N2", "n3"};  // any case names the variable
-    ext.varNames = const_cast<char**>(extVars);
-    ext.varCount = 2;
-    EXPECT_EQ(murvAddMultRespDefExt(h, &ext), MURV_RC_OK);
+    murvMultRespDef ext{"$ext", "not shown", 1, 1, 1, 1, {}, -2, nullptr, const_cast<char**>(extVars), 2};
+    for (const int rc : {murvAddMultRespDefN(h, "$num", "Numeric set", 1, 1, nums.data(), 2),
+                         murvAddMultRespDefC(h, "$str", nullptr, 1, "yes", strs.data(), 2),
+                         murvAddMultRespDefC(h, "$cat", "Cats", 0, nullptr, cats.data(), 3),
+                         murvAddMultRespDefN(h, "$cat2", "", 0, 99, strs.data(), 2), murvAddMultRespDefExt(h, &ext)})
+        EXPECT_EQ(rc, MURV_RC_OK);
     const int r = Reopen(h, path);
 
+    // The extended set's label comes from the first member that has one.
+    const char* sets[] = {
+        "$num 'Numeric set' '1' 1100 1 n1 n2", "$str '' 'yes' 1000 0 s1 s2", "$cat 'Cats' '' 0000 0 n1 n2 n3",
+        "$cat2 '' '' 0000 0 s1 s2", "$ext 'Third' '-2' 1111 -2 n2 n3"};
     ASSERT_EQ(Count(r), 5);
-    EXPECT_EQ(ByIndex(r, 0), "$num 'Numeric set' '1' 1100 1 n1 n2");
-    EXPECT_EQ(ByIndex(r, 1), "$str '' 'yes' 1000 0 s1 s2");
-    EXPECT_EQ(ByIndex(r, 2), "$cat 'Cats' '' 0000 0 n1 n2 n3");
-    EXPECT_EQ(ByIndex(r, 3), "$cat2 '' '' 0000 0 s1 s2");
-    // The label comes from the first member that has one.
-    EXPECT_EQ(ByIndex(r, 4), "$ext 'Third' '-2' 1111 -2 n2 n3");
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(ByIndex(r, i), sets[i]);
 
     // The extended set travels in its own record (19), the others in 7.
     EXPECT_EQ(MultRespText(r),
@@ -99,10 +95,10 @@ TEST(MultResp, SetsOfEveryKindRoundTrip) {
 
     murvMultRespDef* p = &ext;
     EXPECT_TRUE(murvGetMultRespDefByIndex(r, 5, &p) == MURV_RC_BAD_MRSET_INDEX && p == nullptr);
-    EXPECT_EQ(murvGetMultRespDefByIndex(r, -1, &p), MURV_RC_BAD_MRSET_INDEX);
-    EXPECT_EQ(murvGetMultRespDefByIndex(r, 0, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetMultRespDefByIndex(-1, 0, &p), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvAddMultRespDefN(r, "$more", "", 1, 1, nums.data(), 2), MURV_RC_READ_MODE);
+    EXPECT_EQ((std::array{murvGetMultRespDefByIndex(r, -1, &p), murvGetMultRespDefByIndex(r, 0, nullptr),
+                          murvGetMultRespDefByIndex(-1, 0, &p),
+                          murvAddMultRespDefN(r, "$more", "", 1, 1, nums.data(), 2)}),
+              (std::array{MURV_RC_BAD_MRSET_INDEX, MURV_RC_BAD_HANDLE, MURV_RC_BAD_HANDLE, MURV_RC_READ_MODE}));
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 }
 
@@ -120,28 +116,22 @@ TEST(MultResp, RefusedSetsChangeNothing) {
                   MURV_RC_BAD_MRSET_DEF)
             << vars.size();
     // A category set takes the kind of its first member; a string dichotomy
-    // set needs a counted value and string members.
+    // set needs a counted value and string members. The first variable's
+    // label goes only with category labels, and those not with categories.
+    char** vars = const_cast<char**>(nums.data());
+    murvMultRespDef firstLabel{"$x", "", 1, 1, 0, 1, {}, 1, nullptr, vars, 2},
+        categoryLabels{"$x", "", 0, 0, 1, 0, {}, 0, nullptr, vars, 2};
     int call = 0;
     for (const int rc : {murvAddMultRespDefN(h, "$x", "", 1, 1, nullptr, 2),
                          murvAddMultRespDefC(h, "$x", "", 0, nullptr, mixed.data(), 2),
                          murvAddMultRespDefC(h, "$x", "", 1, nullptr, strs.data(), 2),
                          murvAddMultRespDefC(h, "$x", "", 1, "", strs.data(), 2),
-                         murvAddMultRespDefC(h, "$x", "", 1, "1", nums.data(), 2)})
+                         murvAddMultRespDefC(h, "$x", "", 1, "1", nums.data(), 2),
+                         murvAddMultRespDefExt(h, &firstLabel), murvAddMultRespDefExt(h, &categoryLabels)})
         EXPECT_EQ(rc, MURV_RC_BAD_MRSET_DEF) << "call " << call++;
-
-    murvMultRespDef def{};
-    std::strcpy(def.setName, "$x");
-    def.isDichotomy = def.isNumeric = 1;
-    def.varNames = const_cast<char**>(nums.data());
-    def.varCount = 2;
-    def.useFirstVarLabel = 1;  // only together with category labels
-    EXPECT_EQ(murvAddMultRespDefExt(h, &def), MURV_RC_BAD_MRSET_DEF);
-    def.isDichotomy = def.useFirstVarLabel = 0;
-    def.useCategoryLabels = 1;  // not for category sets
-    EXPECT_EQ(murvAddMultRespDefExt(h, &def), MURV_RC_BAD_MRSET_DEF);
-    EXPECT_EQ(murvAddMultRespDefExt(h, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvAddMultRespDefN(h, nullptr, "", 1, 1, nums.data(), 2), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvAddMultRespDefN(-1, "$y", "", 1, 1, nums.data(), 2), MURV_RC_BAD_HANDLE);
+    for (const int rc : {murvAddMultRespDefExt(h, nullptr), murvAddMultRespDefN(h, nullptr, "", 1, 1, nums.data(), 2),
+                         murvAddMultRespDefN(-1, "$y", "", 1, 1, nums.data(), 2)})
+        EXPECT_EQ(rc, MURV_RC_BAD_HANDLE);
 
     EXPECT_EQ(Count(h), 1);
     EXPECT_EQ(ByIndex(h, 0), "$set '' '1' 1100 1 n1 n2");
@@ -175,15 +165,14 @@ TEST(SetTexts, RawDefinitionsRoundTrip) {
     int r = Reopen(h, path);
     EXPECT_EQ(MultRespText(r), "$a=D1 1 0  s1 s2\n$c=C 1 c n2 n3\n$d=D1 5 1 D n1 n3\n");
     EXPECT_EQ(VariableSetText(r), "Nums= n1 n2 n3\nMixed= s1\n");
-    EXPECT_EQ(murvGetMultRespDefs(r, nullptr), MURV_RC_FILE_READ);
-    EXPECT_EQ(murvGetVariableSets(r, nullptr), MURV_RC_FILE_READ);
-    EXPECT_EQ(murvSetVariableSets(-1, "A= n1"), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ((std::array{murvGetMultRespDefs(r, nullptr), murvGetVariableSets(r, nullptr),
+                          murvSetVariableSets(-1, "A= n1")}),
+              (std::array{MURV_RC_FILE_READ, MURV_RC_FILE_READ, MURV_RC_BAD_HANDLE}));
     EXPECT_EQ(murvCloseRead(r), MURV_RC_OK);
 
     // A null text removes the definitions; a file without any has none.
     h = NewFile(path);
-    EXPECT_EQ(murvSetMultRespDefs(h, "$a=C 3 abc n1 n2\n"), MURV_RC_OK);
-    EXPECT_EQ(murvSetMultRespDefs(h, nullptr), MURV_RC_OK);
+    EXPECT_TRUE(murvSetMultRespDefs(h, "$a=C 3 abc n1 n2\n") == MURV_RC_OK && murvSetMultRespDefs(h, nullptr) == 0);
     r = Reopen(h, path);
     EXPECT_EQ(MultRespText(r), Refused(MURV_RC_NO_MRSETS));  // a null text is released too
     EXPECT_EQ(Count(r), 0);

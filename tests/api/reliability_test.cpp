@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -31,8 +33,7 @@ using namespace murv::testing;
 struct FileSizeLimit {
     explicit FileSizeLimit(rlim_t bytes) {
         ::getrlimit(RLIMIT_FSIZE, &saved);
-        rlimit lim = saved;
-        lim.rlim_cur = bytes;
+        const rlimit lim{bytes, saved.rlim_max};
         ::setrlimit(RLIMIT_FSIZE, &lim);
     }
     ~FileSizeLimit() {
@@ -55,12 +56,11 @@ TEST(NotAFile, EveryOpenCallRefusesAtOnce) {
     for (const std::string& path : {fifo, std::string("/dev/null"), std::string("/dev/zero"), dir.Path()}) {
         SCOPED_TRACE(path);
         int h = 7;
-        EXPECT_EQ(murvOpenRead(path.c_str(), &h), MURV_RC_BAD_FILE);
-        EXPECT_EQ(h, -1);
-        EXPECT_EQ(murvOpenWrite(path.c_str(), &h), MURV_RC_FILE_OPEN);
-        EXPECT_EQ(murvOpenAppend(path.c_str(), &h), MURV_RC_FILE_OPEN);
-        EXPECT_EQ(murvOpenWriteCopy(path.c_str(), good.c_str(), &h), MURV_RC_FILE_OPEN);
-        EXPECT_EQ(murvOpenWriteCopy(dir.File("copy.murv").c_str(), path.c_str(), &h), MURV_RC_FILE_OPEN);
+        const int FO = MURV_RC_FILE_OPEN;
+        EXPECT_EQ((std::array{murvOpenRead(path.c_str(), &h), murvOpenWrite(path.c_str(), &h),
+                              murvOpenAppend(path.c_str(), &h), murvOpenWriteCopy(path.c_str(), good.c_str(), &h),
+                              murvOpenWriteCopy(dir.File("copy.murv").c_str(), path.c_str(), &h)}),
+                  (std::array{MURV_RC_BAD_FILE, FO, FO, FO, FO}));
         EXPECT_EQ(h, -1);
     }
     ::alarm(0);
@@ -110,13 +110,11 @@ TEST(Append, TornTailIsOverwrittenAndFailureKeepsTheOldCases) {
         EXPECT_EQ(fs::file_size(path), fs::file_size(fresh));
 
         const std::string before = FileBytes(path);
-        Codes codes;
-        {
-            FileSizeLimit limit(before.size() + 2048);
-            codes = AppendCases(path, 10, 20000);
-        }
-        EXPECT_EQ(codes.first, MURV_RC_FILE_WRITE);
-        EXPECT_NE(codes.close, MURV_RC_OK);
+        const Codes codes = [&] {
+            const FileSizeLimit limit(before.size() + 2048);
+            return AppendCases(path, 10, 20000);
+        }();
+        EXPECT_EQ(std::pair(codes.first, codes.close != MURV_RC_OK), std::pair(MURV_RC_FILE_WRITE, true));
         EXPECT_EQ(FileBytes(path), before);
         EXPECT_TRUE(HoldsCases(path, 0, 10));
     }
@@ -164,10 +162,9 @@ TEST(Threads, HandlesOnDifferentThreadsDoNotInterfere) {
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
             const std::string path = dir.File("t" + std::to_string(t) + ".murv");
-            for (int round = 0; round < 10; ++round) {
+            for (int round = 0; round < 10; ++round)
                 failures[t] += !WriteCaseFile(path, 200, (t + round) % 2 == 0, t * 1000).AllOk() +
                                !AppendCases(path, t * 1000 + 200, 50).AllOk() + !HoldsCases(path, t * 1000, 250);
-            }
         });
     for (int t = 4; t < 6; ++t)
         threads.emplace_back([&, t] {

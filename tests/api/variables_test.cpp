@@ -21,9 +21,7 @@ using namespace murv::testing;
 // A file open for writing, closed (and so finished) when the test ends.
 class VariableCalls : public ::testing::Test {
 protected:
-    void TearDown() override {
-        if (h >= 0) murvCloseWrite(h);
-    }
+    void TearDown() override { murvCloseWrite(h); }  // (-1 once reread)
     void Define(std::initializer_list<VarDef> vars) {
         for (const VarDef& v : vars) ASSERT_EQ(murvSetVarName(h, v.name, v.type), MURV_RC_OK) << v.name;
     }
@@ -67,8 +65,8 @@ std::array<int, 3> Display(int handle, const char* name) {
 TEST_F(VariableCalls, NamesAreCheckedInOrderAndFoundIgnoringCaseAndBlanks) {
     int n = -1, *types = nullptr;
     char** names = nullptr;
-    EXPECT_EQ(murvGetVarNames(h, &n, &names, &types), MURV_RC_BAD_FILE) << "no variables yet";
-    EXPECT_TRUE(n == 0 && names == nullptr && types == nullptr);
+    EXPECT_TRUE(murvGetVarNames(h, &n, &names, &types) == MURV_RC_BAD_FILE && n == 0 && !names && !types)
+        << "no variables yet";
     EXPECT_EQ(murvGetVarNames(h, &n, nullptr, &types), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvSetVarName(h, nullptr, 0), MURV_RC_BAD_HANDLE);
     // The name is judged before the type, the type before a duplicate; a
@@ -85,17 +83,13 @@ TEST_F(VariableCalls, NamesAreCheckedInOrderAndFoundIgnoringCaseAndBlanks) {
     for (const auto& [name, rc, handle] : {std::tuple{" mixedCASE", MURV_RC_OK, 1.0}, {"S", MURV_RC_OK, 2.0},
                                            {"nope", MURV_RC_VAR_NOT_FOUND, 0.0}}) {
         double vh = -1;
-        EXPECT_EQ(murvGetVarHandle(h, name, &vh), rc) << name;
-        EXPECT_EQ(vh, handle) << name;
+        EXPECT_TRUE(murvGetVarHandle(h, name, &vh) == rc && vh == handle) << name << ' ' << vh;
     }
-    double vh = -1;
-    EXPECT_EQ(murvGetVarHandle(h, nullptr, &vh), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetVarHandle(h, "s", nullptr), MURV_RC_BAD_HANDLE);
 
     // The stored name keeps its case, without blanks; a refused index resets
     // the outputs.
     char name[65];
-    int type = -1, count = -1;
+    int type = -1, count = -1, call = 0;
     for (const auto& [index, rc, stored, width] :
          {std::tuple{0, MURV_RC_OK, "MixedCase", 0}, {1, MURV_RC_OK, "s", 32767},
           {2, MURV_RC_OK, first64.c_str(), 0}, {3, MURV_RC_VAR_NOT_FOUND, "", 0},
@@ -103,58 +97,51 @@ TEST_F(VariableCalls, NamesAreCheckedInOrderAndFoundIgnoringCaseAndBlanks) {
         std::strcpy(name, "junk");
         type = -1;
         EXPECT_EQ(murvGetVarInfo(h, index, name, &type), rc) << index;
-        EXPECT_STREQ(name, stored) << index;
-        EXPECT_EQ(type, width) << index;
+        EXPECT_EQ(std::pair(std::string(name), type), std::pair(std::string(stored), width)) << index;
     }
-    EXPECT_EQ(murvGetVarInfo(h, 0, nullptr, &type), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetNumberofVariables(h, &count), MURV_RC_OK);
-    EXPECT_EQ(count, 3);
-    EXPECT_EQ(murvGetNumberofVariables(h, nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetNumberofVariables(99, &count), MURV_RC_BAD_HANDLE);
+    EXPECT_TRUE(murvGetNumberofVariables(h, &count) == MURV_RC_OK && count == 3) << count;
+    double vh = -1;
+    for (const int rc : {murvGetVarInfo(h, 0, nullptr, &type), murvGetNumberofVariables(h, nullptr),
+                         murvGetVarHandle(h, nullptr, &vh), murvGetVarHandle(h, "s", nullptr),
+                         murvGetNumberofVariables(99, &count)})
+        EXPECT_EQ(rc, MURV_RC_BAD_HANDLE) << "call " << call++;
     EXPECT_EQ(count, 0);
 
     // The name arrays come from the library and go back to it.
-    ASSERT_EQ(murvGetVarNames(h, &n, &names, &types), MURV_RC_OK);
-    ASSERT_EQ(n, 3);
+    ASSERT_TRUE(murvGetVarNames(h, &n, &names, &types) == MURV_RC_OK && n == 3) << n;
     EXPECT_EQ(std::string(names[0]) + ' ' + names[1] + ' ' + names[2], "MixedCase s " + first64);
     EXPECT_EQ(std::vector(types, types + 3), (std::vector{0, 32767, 0}));
     // Each array can go back on its own; the leak checkers see that nothing is left.
-    EXPECT_EQ(murvFreeVarNames(nullptr, types, n), MURV_RC_OK);
-    EXPECT_EQ(murvFreeVarNames(names, nullptr, n), MURV_RC_OK);
+    EXPECT_TRUE(murvFreeVarNames(nullptr, types, n) == MURV_RC_OK && murvFreeVarNames(names, nullptr, n) == MURV_RC_OK);
     // A count below 1 reaches no string, but the arrays still go back.
     ASSERT_EQ(murvGetVarNames(h, &n, &names, &types), MURV_RC_OK);
     for (int i = 0; i < n; ++i) std::free(names[i]);
     EXPECT_EQ(murvFreeVarNames(names, types, 0), MURV_RC_OK);
-    EXPECT_EQ(murvGetVarNames(-3, &n, &names, &types), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(names, nullptr);
+    EXPECT_TRUE(murvGetVarNames(-3, &n, &names, &types) == MURV_RC_BAD_HANDLE && names == nullptr);
 }
 
 TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
     Define({{"v", 0}});
     char buf[400] = "junk";
     int len = -1;
-    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_NO_LABEL);
-    EXPECT_STREQ(buf, "");
-    EXPECT_EQ(murvSetVarLabel(h, "w", "x"), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(murvSetVarLabel(h, "v", nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetVarLabel(h, "v", nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 0, &len), MURV_RC_BAD_HANDLE);
+    EXPECT_TRUE(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len) == MURV_RC_NO_LABEL && buf[0] == '\0') << buf;
+    const int BH = MURV_RC_BAD_HANDLE;
+    EXPECT_EQ((std::array{murvSetVarLabel(h, "w", "x"), murvSetVarLabel(h, "v", nullptr),
+                          murvGetVarLabel(h, "v", nullptr), murvGetVarLabelLong(h, "v", buf, 0, &len)}),
+              (std::array{MURV_RC_VAR_NOT_FOUND, BH, BH, BH}));
 
     const std::string label300 = std::string(100, 'a') + std::string(100, 'b') + std::string(100, 'c');
     EXPECT_EQ(murvSetVarLabel(h, "V", label300.c_str()), MURV_RC_VAR_LABEL_CUT);
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_OK);
     EXPECT_EQ(std::pair(std::string(buf), len), std::pair(label300.substr(0, 256), 256));
-    EXPECT_EQ(murvGetVarLabel(h, "v", buf), MURV_RC_OK);
-    EXPECT_EQ(std::string(buf), label300.substr(0, 120));
-    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 5, nullptr), MURV_RC_OK);
-    EXPECT_STREQ(buf, "aaaa");
+    EXPECT_TRUE(murvGetVarLabel(h, "v", buf) == MURV_RC_OK && buf == label300.substr(0, 120)) << buf;
+    EXPECT_TRUE(murvGetVarLabelLong(h, "v", buf, 5, nullptr) == MURV_RC_OK && std::string(buf) == "aaaa") << buf;
 
     MURV_USE_LOCALE(utf8, "en_US.UTF-8");
     // 255 bytes and a two-byte character that would cross the limit.
     const std::string accented = std::string(255, 'x') + "\xC3\xA9";
     EXPECT_EQ(murvSetVarLabel(h, "v", accented.c_str()), MURV_RC_VAR_LABEL_CUT);
-    EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len), MURV_RC_OK);
-    EXPECT_EQ(len, 255);
+    EXPECT_TRUE(murvGetVarLabelLong(h, "v", buf, sizeof buf, &len) == MURV_RC_OK && len == 255) << len;
     EXPECT_EQ(murvSetVarLabel(h, "v", "\xC3\xA9\xC3\xA9"), MURV_RC_OK);
     EXPECT_EQ(murvGetVarLabelLong(h, "v", buf, 4, &len), MURV_RC_OK);
     EXPECT_EQ(std::pair(std::string(buf), len), std::pair(std::string("\xC3\xA9"), 2));
@@ -164,41 +151,55 @@ TEST_F(VariableCalls, LabelsAreCutOnCharacterBoundaries) {
     EXPECT_EQ(murvGetVarHandle(h, "CAF\xC3\x89", &vh), MURV_RC_OK);
 }
 
-TEST_F(VariableCalls, FormatsAreCheckedAgainstTheVariableAndReadBack) {
-    Define({{"n", 0}, {"s", 10}});
-    EXPECT_EQ(murvSetVarPrintFormat(h, "nope", 13, 0, 8), MURV_RC_BAD_PRINT_FORMAT) << "type before lookup";
-    EXPECT_EQ(murvSetVarWriteFormat(h, "nope", 5, 0, 8), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(murvSetVarPrintFormat(h, "n", 6, 0, 4), MURV_RC_BAD_PRINT_FORMAT) << "a write-only format";
-    EXPECT_EQ(murvSetVarWriteFormat(h, "n", 6, 0, 4), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarPrintFormat(h, "n", 5, 3, 10), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarPrintFormat(h, "s", 1, 0, 9), MURV_RC_BAD_PRINT_FORMAT);
-    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 1, 0, 9), MURV_RC_BAD_WRITE_FORMAT);
-    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 5, 2, 8), MURV_RC_BAD_WRITE_FORMAT);
-    EXPECT_EQ(murvSetVarWriteFormat(h, "s", 2, 0, 20), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarLabel(h, "n", "Age in years"), MURV_RC_OK);
+// Formats are checked against the variable's type, the format's type
+// before the variable's name, and a write-only format (6) is no print
+// format; out-of-range display properties are ignored. Once committed the
+// dictionary is final, and reading it is still allowed.
+TEST_F(VariableCalls, FormatsAndDisplayPropertiesAreCheckedAndReadBack) {
+    Define({{"n", 0}, {"s", 10}, {"t", 200}});
+    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "n"), (std::array{5, 2, 8}));
+    EXPECT_EQ(Format(murvGetVarWriteFormat, h, "n"), (std::array{5, 2, 8}));
+    const int OK = MURV_RC_OK, BPF = MURV_RC_BAD_PRINT_FORMAT, BWF = MURV_RC_BAD_WRITE_FORMAT;
+    EXPECT_EQ((std::array{murvSetVarPrintFormat(h, "nope", 13, 0, 8), murvSetVarWriteFormat(h, "nope", 5, 0, 8),
+                          murvSetVarPrintFormat(h, "n", 6, 0, 4), murvSetVarWriteFormat(h, "n", 6, 0, 4),
+                          murvSetVarPrintFormat(h, "n", 5, 3, 10), murvSetVarPrintFormat(h, "s", 1, 0, 9),
+                          murvSetVarWriteFormat(h, "s", 1, 0, 9), murvSetVarWriteFormat(h, "s", 5, 2, 8),
+                          murvSetVarWriteFormat(h, "s", 2, 0, 20), murvSetVarLabel(h, "n", "Age in years")}),
+              (std::array{BPF, MURV_RC_VAR_NOT_FOUND, BPF, OK, OK, BPF, BWF, BWF, OK, OK}));
+    for (int bad : {-1, 3}) EXPECT_EQ(murvSetVarAlignment(h, "n", bad), MURV_RC_OK);
+    for (int bad : {0, -5, 70000}) EXPECT_EQ(murvSetVarColumnWidth(h, "n", bad), MURV_RC_OK);
+    for (int bad : {-1, 4}) EXPECT_EQ(murvSetVarMeasureLevel(h, "n", bad), MURV_RC_OK);
+    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
+    EXPECT_EQ((std::array{murvSetVarAlignment(h, "n", 2), murvSetVarColumnWidth(h, "n", 12),
+                          murvSetVarMeasureLevel(h, "n", 3), murvSetVarAlignment(h, "x", 0)}),
+              (std::array{OK, OK, OK, MURV_RC_VAR_NOT_FOUND}));
     ASSERT_EQ(murvCommitHeader(h), MURV_RC_OK);
-    // The dictionary is final once committed; reading it is still allowed.
     EXPECT_EQ(murvSetVarLabel(h, "n", "x"), MURV_RC_DICT_COMMITTED);
     EXPECT_EQ(murvSetVarPrintFormat(h, "n", 13, 0, 8), MURV_RC_DICT_COMMITTED) << "handle before type";
     int count = 0;
-    EXPECT_TRUE(murvGetNumberofVariables(h, &count) == MURV_RC_OK && count == 2);
+    EXPECT_TRUE(murvGetNumberofVariables(h, &count) == MURV_RC_OK && count == 3);
 
     const int r = Reread(false);
     char name[65], label[121];
     int type = -1, wid = 0;
-    EXPECT_EQ(murvGetVarInfo(r, 1, name, &type), MURV_RC_OK);
-    EXPECT_EQ(name + std::to_string(type), "s10");
-    EXPECT_EQ(murvGetVarLabel(r, "N", label), MURV_RC_OK);
-    EXPECT_STREQ(label, "Age in years");
+    EXPECT_TRUE(murvGetVarInfo(r, 1, name, &type) == MURV_RC_OK && name + std::to_string(type) == "s10") << name;
+    EXPECT_TRUE(murvGetVarLabel(r, "N", label) == MURV_RC_OK && std::string(label) == "Age in years") << label;
     EXPECT_EQ(murvGetVarLabel(r, "s", label), MURV_RC_NO_LABEL);
     EXPECT_EQ(Format(murvGetVarWriteFormat, r, "N"), (std::array{6, 0, 4}));
     EXPECT_EQ(Format(murvGetVarPrintFormat, r, "n"), (std::array{5, 3, 10}));
     EXPECT_EQ(Format(murvGetVarWriteFormat, r, "s"), (std::array{2, 0, 20}));
-    EXPECT_EQ(Format(murvGetVarPrintFormat, r, "s"), (std::array{1, 0, 10}));
+    EXPECT_EQ(Format(murvGetVarPrintFormat, r, "t"), (std::array{1, 0, 200}));
     EXPECT_EQ(Format(murvGetVarPrintFormat, r, "x", MURV_RC_VAR_NOT_FOUND), (std::array{5, 2, 8}))
         << "outputs reset to the defaults";
+    EXPECT_EQ(Display(r, "n"), (std::array{2, 12, 3}));
+    EXPECT_EQ(Display(r, "t"), (std::array{0, 50, 1}));
+    int a = -1;
+    EXPECT_TRUE(murvGetVarAlignment(r, "x", &a) == MURV_RC_VAR_NOT_FOUND && a == 1) << a;
     EXPECT_EQ(murvGetVarPrintFormat(r, "n", &type, nullptr, &wid), MURV_RC_BAD_HANDLE);
+    EXPECT_EQ(murvGetVarColumnWidth(r, "n", nullptr), MURV_RC_BAD_HANDLE);
     EXPECT_EQ(murvSetVarCMissingValues(r, "s", 0, nullptr, nullptr, nullptr), MURV_RC_READ_MODE);
+    EXPECT_EQ(murvSetVarMeasureLevel(r, "nope", 1), MURV_RC_READ_MODE) << "handle before variable";
     murvCloseRead(r);
 }
 
@@ -230,32 +231,6 @@ TEST_F(VariableCalls, MissingValuesByKind) {
     EXPECT_EQ(murvGetVarCMissingValues(r, "n", &kind, c[0], c[1], c[2]), MURV_RC_STRING_EXPECTED);
     EXPECT_EQ(murvGetVarCMissingValues(r, "s10", &kind, c[0], c[1], c[2]), MURV_RC_SHORT_STRING_EXPECTED);
     EXPECT_EQ(murvGetVarCMissingValues(r, "s4", &kind, c[0], c[1], nullptr), MURV_RC_BAD_HANDLE);
-    murvCloseRead(r);
-}
-
-TEST_F(VariableCalls, DisplayPropertiesIgnoreValuesOutOfRange) {
-    Define({{"n", 0}, {"s", 200}});
-    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
-    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "n"), (std::array{5, 2, 8}));
-    EXPECT_EQ(Format(murvGetVarWriteFormat, h, "n"), (std::array{5, 2, 8}));
-    EXPECT_EQ(Format(murvGetVarPrintFormat, h, "s"), (std::array{1, 0, 200}));
-    for (int bad : {-1, 3}) EXPECT_EQ(murvSetVarAlignment(h, "n", bad), MURV_RC_OK);
-    for (int bad : {0, -5, 70000}) EXPECT_EQ(murvSetVarColumnWidth(h, "n", bad), MURV_RC_OK);
-    for (int bad : {-1, 4}) EXPECT_EQ(murvSetVarMeasureLevel(h, "n", bad), MURV_RC_OK);
-    EXPECT_EQ(Display(h, "n"), (std::array{1, 8, 0}));
-    EXPECT_EQ(murvSetVarAlignment(h, "n", 2), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarColumnWidth(h, "n", 12), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarMeasureLevel(h, "n", 3), MURV_RC_OK);
-    EXPECT_EQ(murvSetVarAlignment(h, "x", 0), MURV_RC_VAR_NOT_FOUND);
-
-    const int r = Reread();
-    EXPECT_EQ(Display(r, "n"), (std::array{2, 12, 3}));
-    EXPECT_EQ(Display(r, "s"), (std::array{0, 50, 1}));
-    int a = -1;
-    EXPECT_EQ(murvGetVarAlignment(r, "x", &a), MURV_RC_VAR_NOT_FOUND);
-    EXPECT_EQ(a, 1);
-    EXPECT_EQ(murvGetVarColumnWidth(r, "n", nullptr), MURV_RC_BAD_HANDLE);
-    EXPECT_EQ(murvSetVarMeasureLevel(r, "nope", 1), MURV_RC_READ_MODE) << "handle before variable";
     murvCloseRead(r);
 }
 

@@ -241,6 +241,16 @@ TEST_F(DataFile, CodecMalformedData) {
         }
         EXPECT_EQ(error, row.error) << row.what;
     }
+    // The same cut case, met while skipping to a later one.
+    testing::ByteBuilder().Bytes({101, 102, 0, 0, 0, 0, 0, 0}).Save(path);
+    Reader skip(path, 3);
+    skip.c.SetTarget(1);
+    try {
+        skip.Read();
+        ADD_FAILURE() << "a case cut short before the target";
+    } catch (const SystemFileException& e) {
+        EXPECT_EQ(e.Number(), kErrFileEnds);
+    }
     // A 252 ends a block's commands: cells after it in that block are ignored.
     testing::ByteBuilder().Bytes({101, 252, 103, 103, 103, 103, 103, 103, 102, 0, 0, 0, 0, 0, 0, 0}).Save(path);
     Reader r(path, 2);

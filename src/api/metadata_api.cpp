@@ -353,6 +353,8 @@ MURV_API int MURV_CALL murvAddVarAttribute(int handle, const char* varName, cons
 }
 
 MURV_API int MURV_CALL murvFreeAttributes(char** attribNames, char** attribText, int nAttributes) {
+    // As murvFreeVarNames: a count below 1 releases nothing.
+    if (nAttributes < 1) return MURV_RC_OK;
     FreeStrings(attribNames, nAttributes);
     FreeStrings(attribText, nAttributes);
     return MURV_RC_OK;

@@ -224,6 +224,9 @@ MURV_API int MURV_CALL murvGetVarNames(int handle, int* numVars, char*** varName
 }
 
 MURV_API int MURV_CALL murvFreeVarNames(char** varNames, int* varTypes, int numVars) {
+    // A count below 1 releases nothing: a client may call this with 0 and
+    // later again with the real count, and must not have its arrays freed twice.
+    if (numVars < 1) return MURV_RC_OK;
     FreeStrings(varNames, numVars);
     std::free(varTypes);
     return MURV_RC_OK;

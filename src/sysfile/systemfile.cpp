@@ -268,14 +268,10 @@ void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileI
     ReadDispatch(subtype, ds, info, record);
 }
 
-// Names lower-cased when the file carries no long names, then any that the
-// rules refuse or that repeat another replaced by V1, V2, ...
+// Names that the rules refuse or that repeat another are replaced by V1,
+// V2, ...; then, when the file carries no long names, every name (the new
+// ones too) is lower-cased.
 void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
-    if (!longNamesRead)
-        for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
-            MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-            v.SetName(LowerName(v.GetName()));
-        }
     {
         // The upper-cased names of the variables that keep their names or
         // have their new ones.
@@ -305,6 +301,11 @@ void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
             taken.Insert(static_cast<std::uint32_t>(i));
         }
     }
+    if (!longNamesRead)
+        for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+            MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+            v.SetName(LowerName(v.GetName()));
+        }
 }
 
 }  // namespace

@@ -352,9 +352,10 @@ TEST_F(SystemFile, NameRepairAndOpaqueRecords) {
     ByteBuilder().Header(4, 0).Variable(0, "age").Variable(0, "AGE").Variable(0, "_x").Variable(0, "V1")
         .ExtensionText(9, "first").ExtensionText(9, "second").ExtensionText(120, "far").End().Save(path);
     SystemFileDataSource rd(path);
-    // AGE repeats age and _x is no name: both are renamed, and v1 is taken.
+    // AGE repeats age and _x is no name: both are renamed (V1 is taken), and
+    // with no long-name record every name is then lower-cased, the new ones too.
     int i = 0;
-    for (const char* name : {"age", "V2", "V3", "v1"}) EXPECT_EQ(rd.GetVariable(i++).GetName(), name);
+    for (const char* name : {"age", "v2", "v3", "v1"}) EXPECT_EQ(rd.GetVariable(i++).GetName(), name);
     EXPECT_EQ(rd.GetExtension(9).Contents(), "second");
     EXPECT_EQ(rd.GetExtension(120).Contents(), "far");
     EXPECT_TRUE(rd.IsSubtypeSeen(9));

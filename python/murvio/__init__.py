@@ -8,14 +8,22 @@
     murvio.write(df, "out.murv", metadata=meta)
 
 Failures of the library raise murvio.Error with the library's code and its
-name (``err.code``, ``err.name``).
+name (``err.code``, ``err.name``). A damaged file gives the cases that can be
+read with a murvio.DamageWarning (murvio.DamageError with strict=True).
 """
 
 from __future__ import annotations
 
+import builtins
+import errno as _errno
 import locale
 import math
+import os
+import stat as _stat
+import struct
+import threading
 import warnings
+import weakref
 from dataclasses import dataclass, field
 from typing import Any, Iterator, Sequence
 
@@ -25,7 +33,7 @@ import pandas as pd
 from . import _murvio
 from ._codes import CODES
 
-__all__ = ["CodeWarning", "Error", "buffer_cache", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
+__all__ = ["CodeWarning", "DamageError", "DamageWarning", "Error", "buffer_cache", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
 
 # The library's return codes: number -> (name, meaning), taken from murvio.h
 # when the module is built.
@@ -43,7 +51,46 @@ class Error(Exception):
         super().__init__(f"{message}: code {code} {self.name} ({self.meaning})")
 
     def __reduce__(self):
-        return (Error, (self.code, self.message))
+        return (type(self), (self.code, self.message))
+
+
+class DamageError(Error):
+    """The file is damaged (strict reads): the message says where, in words,
+    with cases numbered from 1; ``code`` is the library's code of the read
+    that failed (0 when the data simply ended or went on)."""
+
+    def __init__(self, code: int, message: str):
+        super().__init__(code, message)
+        self.args = (message,)
+
+    def __str__(self) -> str:
+        return self.message
+
+
+class DamageWarning(UserWarning):
+    """The file is damaged; the cases before the damage were delivered."""
+
+
+# Errors about the path itself: a murvio.Error and the OSError Python's own
+# files raise for the same thing.
+class _PathError(Error, OSError):
+    errno_value = _errno.EINVAL
+
+    def __init__(self, code: int, message: str):
+        super().__init__(code, message)
+        self.args = (message,)
+        self.errno = self.errno_value
+
+    def __str__(self) -> str:
+        return self.message
+
+
+class _NotFound(_PathError, FileNotFoundError):
+    errno_value = _errno.ENOENT
+
+
+class _IsADirectory(_PathError, IsADirectoryError):
+    errno_value = _errno.EISDIR
 
 
 class CodeWarning(UserWarning):
@@ -256,11 +303,35 @@ def _metadata_from_raw(raw: dict) -> Metadata:
 
 # ---- reading ----
 
+def _path(path) -> str:
+    """A path given as str or os.PathLike, as str."""
+    if not isinstance(path, (str, os.PathLike)):
+        raise TypeError(f"a path must be str or os.PathLike, not {type(path).__name__}")
+    return os.fsdecode(os.fspath(path))
+
+
+# The files open for reading in this process, so that a write refuses to
+# replace a file it may be reading from.
+_open_files: "weakref.WeakSet[MurvioFile]" = weakref.WeakSet()
+
+
 class MurvioFile:
-    """A file open for reading. Use as a context manager, or call close()."""
+    """A file open for reading. Use as a context manager, or call close().
+
+    A read and a close never overlap: close() on one thread waits for a
+    read on another to finish, and a read after close() raises ValueError."""
 
     def __init__(self, path):
-        self.path = str(path)
+        self._lock = threading.Lock()
+        self._handle = None
+        self.path = _path(path)
+        try:
+            st = os.stat(self.path)
+        except FileNotFoundError:
+            raise _NotFound(1, f"{self.path}: no such file") from None
+        if _stat.S_ISDIR(st.st_mode):
+            raise _IsADirectory(1, f"{self.path}: is a directory")
+        self._id = (st.st_dev, st.st_ino)
         self._handle = _murvio.open_read(self.path)
         try:
             self._raw = _murvio.metadata(self._handle)
@@ -269,12 +340,18 @@ class MurvioFile:
             raise
         self.metadata = _metadata_from_raw(self._raw)
         self._decoded = None
-        self._short = ""
+        self._start = None
+        _open_files.add(self)
 
     def close(self) -> None:
-        if self._handle is not None:
-            _murvio.close(self._handle)
-            self._handle = None
+        with self._lock:
+            if self._handle is not None:
+                _murvio.close(self._handle)
+                self._handle = None
+
+    @property
+    def closed(self) -> bool:
+        return self._handle is None
 
     def __enter__(self):
         return self
@@ -322,14 +399,125 @@ class MurvioFile:
                 "dest": dest, "missing": spec, "labels": labels, "nan": missing == "nan", "dates": dates}
 
     def _read(self, plan, first, count, index_start=None, parallel=False):
+        """Up to `count` cases (all there are for -1) from case `first` (from
+        where the last read ended for -1): (frame, cases read, the library's
+        code of a read that failed, else 0)."""
         start = first if index_start is None else index_start
-        block, own, strs, n, short = _murvio.read_block(self._handle, first, count, plan["offsets"], plan["types"],
-                                                        plan["dest"], plan["missing"], _encoding(), self.path,
-                                                        parallel, start)
-        if short:
-            # The data ended before the stated count: the callers warn with both counts.
-            self._short = f" (reading case {start + n + 1} gave code {short} {CODE_NAMES.get(short, '')})"
-        return self._frame(plan, block, own, strs, n, pd.RangeIndex(start, start + n)), n
+        with self._lock:
+            if self._handle is None:
+                raise ValueError("I/O operation on closed file")
+            block, own, strs, n, code = _murvio.read_block(self._handle, first, count, plan["offsets"],
+                                                           plan["types"], plan["dest"], plan["missing"],
+                                                           _encoding(), self.path, parallel, self._hold(start))
+        return self._frame(plan, block, own, strs, n, pd.RangeIndex(start, start + n)), n, code
+
+    def _hold(self, first: int) -> int:
+        """The most cases the file can hold from case `first` on, as its size
+        allows: a plain case takes its full size, a compressed one at least a
+        byte for each 8-byte cell. A header may state any count; this bound
+        is what memory is reserved for (it grows if the file holds more)."""
+        try:
+            size = os.stat(self.path).st_size
+        except OSError:
+            return -1
+        per_case = max(self.metadata.case_size, 8)
+        if self.metadata.compression:
+            per_case //= 8
+        return max(size // per_case - first, 0)
+
+    def _data_start(self):
+        """Where the cases of a plain file begin: the end of the dictionary,
+        found by walking its records; None when they cannot be walked."""
+        if self._start is not None or self.metadata.compression:
+            return self._start
+        try:
+            with builtins.open(self.path, "rb") as f:
+                head = f.read(176)
+                order = "<" if struct.unpack_from("<i", head, 64)[0] in (2, 3) else ">"
+
+                def ints(k):
+                    data = f.read(4 * k)
+                    if len(data) != 4 * k:
+                        raise EOFError
+                    return struct.unpack(f"{order}{k}i", data)
+
+                while True:
+                    kind, = ints(1)
+                    if kind == 2:
+                        _, has_label, n_missing = ints(3)
+                        f.seek(16, 1)
+                        if has_label:
+                            length, = ints(1)
+                            f.seek((length + 3) // 4 * 4, 1)
+                        f.seek(8 * abs(n_missing), 1)
+                    elif kind == 3:
+                        count, = ints(1)
+                        for _ in range(count):
+                            f.seek(8, 1)
+                            length = f.read(1)
+                            if not length:
+                                raise EOFError
+                            f.seek((length[0] + 8) // 8 * 8 - 1, 1)
+                    elif kind == 4:
+                        count, = ints(1)
+                        f.seek(4 * count, 1)
+                    elif kind == 6:
+                        count, = ints(1)
+                        f.seek(80 * count, 1)
+                    elif kind == 7:
+                        _, size, count = ints(3)
+                        f.seek(size * count, 1)
+                    elif kind == 999:
+                        ints(1)
+                        self._start = f.tell()
+                        return self._start
+                    else:
+                        return None
+        except (OSError, EOFError, struct.error):
+            return None
+
+    def _damage(self, m: int, code: int, end=None):
+        """What a read that stopped after `m` whole cases (counted from the
+        first case of the file) says about the file, in words, or None when
+        nothing is wrong. `code` is the library's code of the read that
+        failed (0: none failed, the data ended); `end` the case number the
+        read was to reach (None: the end of the data)."""
+        n = self.metadata.cases
+        of = f" of the {n} it states" if n >= 0 else ""
+        where = f"{self.path}: damaged: "
+        k = m + 1
+        if code == 0 and not (n >= 0 and m < (n if end is None else min(end, n))):
+            if end is None and 0 <= n < m:
+                return f"{where}the file holds {m} cases, more than the {n} it states"
+            return None
+        # A plain file's cases are fixed runs of 8-byte cells after the
+        # dictionary, so its size tells a cut from other damage. A
+        # compressed file's cannot be told apart reliably.
+        start = self._data_start()
+        if start is not None:
+            try:
+                data = os.stat(self.path).st_size - start
+            except OSError:
+                data = -1
+            size = self.metadata.case_size
+            if data >= 0 and size > 0 and m == data // size:
+                if data % size:
+                    return f"{where}the file ends inside case {k}{of}"
+                if n >= 0 and m < n:
+                    return f"{where}the file ends after case {m}{of}"
+                if n < 0 or m == n:
+                    return None
+        # A compressed file whose data stops between blocks: whether a case
+        # had begun cannot be told, so the case after the last whole one is
+        # named as unreadable.
+        return f"{where}case {k}{of} cannot be read" + (": the data ends" if code == 0 else "")
+
+    def _report(self, message, code: int, strict: bool, stacklevel: int = 3) -> None:
+        if message is None:
+            return
+        if strict:
+            raise DamageError(code, message)
+        warnings.warn(DamageWarning(message), stacklevel=stacklevel + 1)
 
     def _frame(self, plan, block, own, strs, n, index) -> pd.DataFrame:
         names = self._names()
@@ -372,63 +560,72 @@ class MurvioFile:
                 plain_pos.append(pos)
         return _assemble(columns, index, block, block_pos, plain_str, plain_pos, others)
 
+    def _cases(self, cases):
+        """`cases` (None, an int or a slice, by Python's rules for a sequence
+        of the stated length) as (first, count); count -1 reads to the end."""
+        stated = self.metadata.cases
+        total = stated if stated >= 0 else None
+        if cases is None:
+            return 0, -1
+        if isinstance(cases, (int, np.integer)) and not isinstance(cases, bool):
+            k = int(cases)
+            if k < 0:
+                if total is None:
+                    raise ValueError("negative case numbers need a file that states its case count")
+                k += total
+            if k < 0 or (total is not None and k >= total):
+                raise IndexError(f"case {cases} out of range: the file states {stated} cases")
+            return k, 1
+        if not isinstance(cases, slice) or cases.step not in (None, 1):
+            raise ValueError("cases must be a case number or a slice of case numbers with step 1")
+        for x in (cases.start, cases.stop):
+            if x is not None and not isinstance(x, (int, np.integer)):
+                raise TypeError("slice bounds must be integers or None")
+        if total is None:
+            if (cases.start or 0) < 0 or (cases.stop is not None and cases.stop < 0):
+                raise ValueError("negative case numbers need a file that states its case count")
+            first = cases.start or 0
+            return first, -1 if cases.stop is None else max(0, cases.stop - first)
+        first, stop, _ = cases.indices(total)
+        # Open to the end: the cases past the stated count too, if there are any.
+        return first, -1 if cases.stop is None else max(0, stop - first)
+
     def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True,
-             threads: bool = True) -> pd.DataFrame:
+             threads: bool = True, strict: bool = False) -> pd.DataFrame:
         """The cases as a DataFrame (see murvio.read). With `threads`, a large
         read of an uncompressed file goes on two threads, each with a handle
         of its own."""
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
+        if self._handle is None:
+            raise ValueError("I/O operation on closed file")
         plan = self._plan(self._columns(columns), labels, missing, dates)
-        stated = self.metadata.cases
-        first, count = 0, -1
-        if cases is not None:
-            if isinstance(cases, int):
-                cases = slice(cases, cases + 1)
-            if not isinstance(cases, slice) or (cases.step not in (None, 1)):
-                raise ValueError("cases must be a slice of case numbers with step 1")
-            total = stated if stated >= 0 else None
-            start, stop = cases.start or 0, cases.stop
-            if (start < 0 or (stop is not None and stop < 0)) and total is None:
-                raise ValueError("negative case numbers need a file that states its case count")
-            if start < 0:
-                start += total
-            if stop is not None and stop < 0:
-                stop += total
-            first = max(0, start)
-            count = -1 if stop is None else max(0, stop - first)
-        self._short = ""
-        df, n = self._read(plan, first, count, parallel=threads)
-        if stated >= 0 and ((cases is None and n != stated) or self._short):
-            warnings.warn(f"{self.path}: the file holds {first + n} cases, its header states {stated}{self._short}",
-                          stacklevel=3)
+        first, count = self._cases(cases)
+        df, n, code = self._read(plan, first, count, parallel=threads)
+        self._report(self._damage(first + n, code, None if count < 0 else first + count), code, strict)
         return df
 
     def iter_chunks(self, cases: int = 100_000, columns=None, labels=False, missing="nan",
-                    dates=True) -> Iterator[pd.DataFrame]:
-        """DataFrames of at most `cases` cases each, from the first case to the last."""
+                    dates=True, strict: bool = False) -> Iterator[pd.DataFrame]:
+        """DataFrames of at most `cases` cases each, from the first case to the
+        last. Damage ends the chunks after the last whole case, with a
+        DamageWarning (DamageError with `strict`) after the chunk that holds it."""
         if cases < 1:
             raise ValueError("cases must be at least 1")
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
         plan = self._plan(self._columns(columns), labels, missing, dates)
-        self._short = ""
         first, start = 0, 0
         while True:
-            df, n = self._read(plan, first, cases, start)
+            df, n, code = self._read(plan, first, cases, start)
             first = -1
-            if n == 0:
-                break
-            yield df
+            if n:
+                yield df
             del df
             start += n
-            if n < cases:
+            if code or n < cases:
                 break
-        stated = self.metadata.cases
-        if stated >= 0 and start != stated:
-            warnings.warn(f"{self.path}: the file holds {start} cases, its header states {stated}{self._short}",
-                          stacklevel=2)
-
+        self._report(self._damage(start, code), code, strict)
 
 def _categorical(col: np.ndarray, value_labels: dict):
     """Numbers as categories named by their labels, in the order of the values;
@@ -484,7 +681,8 @@ def open(path) -> MurvioFile:  # noqa: A001 - the module's own open, as in the d
     return MurvioFile(path)
 
 
-def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True) -> pd.DataFrame:
+def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True,
+         strict: bool = False) -> pd.DataFrame:
     """Reads a file into a DataFrame.
 
     Numeric variables come as float64 with system-missing values as NaN, and
@@ -492,12 +690,15 @@ def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True
     as str without their trailing blanks; with labels=True value-labelled
     variables as Categorical (values without a label are NaN); with
     dates=True date-formatted variables as datetime64. `columns` picks
-    variables by name, `cases` is a slice of case numbers (from 0), read
+    variables by name, `cases` a case number or a slice of case numbers
+    (from 0, by Python's rules for a sequence of the stated length), read
     through seeks. A large read of an uncompressed file goes on two threads,
-    each with a handle of its own.
+    each with a handle of its own. A damaged file gives every whole case
+    before the damage and a DamageWarning that says where it is (cases
+    numbered from 1); with strict=True it raises DamageError instead.
     """
     with MurvioFile(path) as f:
-        return f.read(columns=columns, cases=cases, labels=labels, missing=missing, dates=dates)
+        return f.read(columns=columns, cases=cases, labels=labels, missing=missing, dates=dates, strict=strict)
 
 
 def buffer_cache(limit: int | None = None) -> int:

@@ -468,18 +468,22 @@ void StreamValues(double* dst, const double* src, std::size_t count, double sysm
 // and so do user-missing values of the variables `missing` gives (kind and
 // three values, or None). With `parallel`, a large read from case `first`
 // on may read its second half on a second handle of `path`. Returns (block,
-// own columns, strings, cases read, and the code that ended a file shorter
-// than it states, else 0). `position` is the case the handle stands at
-// when `first` is below 0, if known.
+// own columns, strings, cases read, and the code of the read or seek that
+// failed, else 0): the cases before a failure are always returned, and the
+// caller tells what the failure means. `hold` is the most cases the file
+// can hold from `first` on, as its size allows (below 0: unknown); buffers
+// are reserved for no more than that and grow if the file holds more, so a
+// header that states a huge count costs no memory.
 py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offsets, const std::vector<int>& types,
                     const std::vector<int>& dest, const py::list& missing, const std::string& encoding, const std::string& path,
-                    bool parallel, long position) {
+                    bool parallel, long hold) {
     const std::size_t ncols = offsets.size();
     if (types.size() != ncols || dest.size() != ncols || missing.size() != ncols)
         throw std::invalid_argument("read_block: arguments of different lengths");
+    int seekCode = MURV_RC_OK;
     if (first >= 0) {
         if (first > 0x7FFFFFFF) Fail(MURV_RC_FILE_READ, "case number too large");
-        Check(murvSeekNextCase(h, static_cast<int>(first)), "going to case " + std::to_string(first));
+        seekCode = murvSeekNextCase(h, static_cast<int>(first));
     }
     int caseSize = 0;
     Check(murvGetCaseSize(h, &caseSize), "case size");
@@ -520,6 +524,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     const long remaining = stated >= 0 ? std::max(0L, stated - std::max(first, 0L)) : -1;
     if (capacity < 0) capacity = remaining >= 0 ? remaining : 65536;
     else if (remaining >= 0 && remaining < capacity) capacity = remaining;  // grows if the file holds more
+    if (hold >= 0 && hold < capacity) capacity = hold;
     capacity = std::max(capacity, 1L);
 
     Buffer block;
@@ -607,7 +612,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     int compressed = 0;
     murvGetCompression(h, &compressed);
     const long span = capacity;
-    const bool split = parallel && !compressed && first >= 0 && remaining >= 0 && (count < 0 || count >= span) &&
+    const bool split = seekCode == MURV_RC_OK && parallel && !compressed && first >= 0 && remaining >= 0 && (count < 0 || count >= span) &&
                        span >= 2 * kParallelMinCases &&
                        static_cast<double>(span) * caseSize >= kParallelMinBytes && std::thread::hardware_concurrency() > 1;
     {
@@ -636,22 +641,16 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
             }
             if (rc == MURV_RC_OK && count < 0) rc = MURV_RC_END_OF_FILE;
             murvCloseRead(h2);
+        } else if (seekCode != MURV_RC_OK) {
+            rc = seekCode;
         } else {
             n = run(h, 0, count, true, rc);
         }
     }
-    // A file whose data ends before the count it states fails on the case
-    // after its last (the interface's code for a file that ends inside a
-    // case): that code comes back with what was read, for the caller to
-    // report with both counts. Any other failure raises.
-    int shortfall = 0;
-    if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) {
-        const long from = first >= 0 ? first : position;
-        if (from >= 0 && stated >= 0 && from + n < stated)
-            shortfall = rc;
-        else
-            Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
-    }
+    // A read that fails (the data ends inside a case, a block cannot be
+    // decoded) keeps the cases before it; its code comes back for the caller
+    // to report in words.
+    const int shortfall = rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE ? rc : 0;
 
     const auto sn = static_cast<py::ssize_t>(n);
     py::array blockArray = block.Give(py::dtype::of<double>(), {sn, static_cast<py::ssize_t>(nb)},
@@ -706,19 +705,6 @@ std::string Str(const py::handle& o) {
 // file appears only when complete.
 void WriteFile(const std::string& path, bool compress, const py::list& vars, const py::list& columns, const py::list& blocks,
                const py::dict& info) {
-    int h = -1;
-    Check(murvOpenWrite(path.c_str(), &h), path + ": creating the file");
-    // On a failure the handle is closed and a file begun is removed.
-    struct Closer {
-        int& h;
-        const std::string& path;
-        bool begun = false;
-        ~Closer() {
-            if (h < 0) return;
-            murvCloseWrite(h);
-            if (begun) std::remove(path.c_str());
-        }
-    } closer{h, path};
     const std::size_t nv = vars.size();
     std::vector<int> types(nv);
     std::vector<std::string> names(nv);
@@ -726,6 +712,81 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
         py::dict v = vars[i].cast<py::dict>();
         names[i] = Str(v["name"]);
         types[i] = v["type"].cast<int>();
+    }
+    // The columns are checked, and the memory for the cases taken, before
+    // anything is defined: once the dictionary is committed nothing may fail
+    // but the library's own case writes, whose failure the close reports by
+    // removing what it wrote (a file that was at the path stays as it was).
+    // Cases go as whole records, a tile of records at a time, so that each
+    // column is read in runs and the records stay in the cache.
+    struct Src {
+        const char* ptr = nullptr;
+        py::ssize_t stride = 0;
+        std::size_t item = 0;   // bytes of one value of a string column
+        std::size_t offset = 0; // in the record
+        std::size_t cells = 0;  // bytes the variable takes in the record
+        bool numeric = true;
+    };
+    std::vector<Src> src(nv);
+    std::vector<py::buffer_info> held;
+    long n = -1;
+    auto length = [&](long len, const std::string& what) {
+        if (n >= 0 && len != n) throw std::invalid_argument(what + ": columns of different lengths");
+        n = len;
+    };
+    for (const py::handle& item : blocks) {
+        py::tuple b = item.cast<py::tuple>();
+        py::buffer_info info = b[0].cast<py::buffer>().request();
+        if (info.format != "d" || info.ndim != 2) throw std::invalid_argument("a block that is not a 2-dimensional float64 array");
+        length(static_cast<long>(info.shape[1]), "a block");
+        py::list vars = b[1].cast<py::list>();
+        if (static_cast<py::ssize_t>(vars.size()) != info.shape[0]) throw std::invalid_argument("a block and its variables differ in number");
+        for (std::size_t r = 0; r < vars.size(); ++r) {
+            const std::size_t i = vars[r].cast<std::size_t>();
+            if (i >= nv || types[i] != 0) throw std::invalid_argument("a block column for a variable that is not numeric");
+            src[i].ptr = static_cast<const char*>(info.ptr) + static_cast<py::ssize_t>(r) * info.strides[0];
+            src[i].stride = info.strides[1];
+        }
+        held.push_back(std::move(info));
+    }
+    for (std::size_t i = 0; i < nv; ++i) {
+        if (columns[i].is_none()) {
+            if (!src[i].ptr && n != 0) throw std::invalid_argument("no values for variable " + names[i]);
+            continue;
+        }
+        py::buffer_info info = columns[i].cast<py::buffer>().request();
+        if (info.ndim != 1) throw std::invalid_argument("column " + names[i] + " is not a vector");
+        length(static_cast<long>(info.shape[0]), "column " + names[i]);
+        src[i].ptr = static_cast<const char*>(info.ptr);
+        src[i].stride = info.strides[0];
+        src[i].item = static_cast<std::size_t>(info.itemsize);
+        if (types[i] == 0 ? info.format != "d" : (info.format.back() != 's' || src[i].item > static_cast<std::size_t>(types[i])))
+            throw std::invalid_argument("column " + names[i] + " does not match its variable");
+        held.push_back(std::move(info));
+    }
+    if (n < 0) n = 0;
+    std::size_t off = 0;
+    for (std::size_t i = 0; i < nv; ++i) {
+        src[i].offset = off;
+        src[i].numeric = types[i] == 0;
+        src[i].cells = types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
+        off += src[i].cells;
+    }
+    const std::size_t recSize = off;
+    const std::size_t tileCases = std::max<std::size_t>(1, (256u << 10) / std::max<std::size_t>(recSize, 1));
+    std::vector<char> tile(recSize * tileCases);
+    int h = -1;
+    Check(murvOpenWrite(path.c_str(), &h), path + ": creating the file");
+    // On a failure the handle is closed; the library removes whatever it had
+    // written, and nothing is on disk before the dictionary is committed.
+    struct Closer {
+        int& h;
+        ~Closer() {
+            if (h >= 0) murvCloseWrite(h);
+        }
+    } closer{h};
+    for (std::size_t i = 0; i < nv; ++i) {
+        py::dict v = vars[i].cast<py::dict>();
         const char* name = names[i].c_str();
         Check(murvSetVarName(h, name, types[i]), "variable " + names[i]);
         if (v.contains("label") && !v["label"].is_none()) CheckSet(murvSetVarLabel(h, name, Str(v["label"]).c_str()), "label of " + names[i]);
@@ -830,70 +891,15 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
         ds->SetExtension(0, 1, static_cast<int>(lines.size()), lines.data());
     }
     Check(murvSetCompression(h, compress ? 1 : 0), "compression");
-    closer.begun = true;
+    {
+        // The layout is checked before the commit, while a failure still
+        // leaves nothing on disk.
+        murv::api::dioDataSource* ds = nullptr;
+        Check(murv::api::lookupHandle(h, murv::api::dictionaryOpen, &ds), "case size");
+        if (std::size_t{ds->CaseSize()} * 8 != recSize) throw std::logic_error("the case layout differs from the library's");
+    }
     Check(murvCommitHeader(h), path + ": writing the dictionary");
 
-    // Cases: whole records from the columns, a tile of records at a time, so
-    // that each column is read in runs and the records stay in the cache.
-    int caseSize = 0;
-    Check(murvGetCaseSize(h, &caseSize), "case size");
-    struct Src {
-        const char* ptr = nullptr;
-        py::ssize_t stride = 0;
-        std::size_t item = 0;   // bytes of one value of a string column
-        std::size_t offset = 0; // in the record
-        std::size_t cells = 0;  // bytes the variable takes in the record
-        bool numeric = true;
-    };
-    std::vector<Src> src(nv);
-    std::vector<py::buffer_info> held;
-    long n = -1;
-    auto length = [&](long len, const std::string& what) {
-        if (n >= 0 && len != n) throw std::invalid_argument(what + ": columns of different lengths");
-        n = len;
-    };
-    for (const py::handle& item : blocks) {
-        py::tuple b = item.cast<py::tuple>();
-        py::buffer_info info = b[0].cast<py::buffer>().request();
-        if (info.format != "d" || info.ndim != 2) throw std::invalid_argument("a block that is not a 2-dimensional float64 array");
-        length(static_cast<long>(info.shape[1]), "a block");
-        py::list vars = b[1].cast<py::list>();
-        if (static_cast<py::ssize_t>(vars.size()) != info.shape[0]) throw std::invalid_argument("a block and its variables differ in number");
-        for (std::size_t r = 0; r < vars.size(); ++r) {
-            const std::size_t i = vars[r].cast<std::size_t>();
-            if (i >= nv || types[i] != 0) throw std::invalid_argument("a block column for a variable that is not numeric");
-            src[i].ptr = static_cast<const char*>(info.ptr) + static_cast<py::ssize_t>(r) * info.strides[0];
-            src[i].stride = info.strides[1];
-        }
-        held.push_back(std::move(info));
-    }
-    for (std::size_t i = 0; i < nv; ++i) {
-        if (columns[i].is_none()) {
-            if (!src[i].ptr && n != 0) throw std::invalid_argument("no values for variable " + names[i]);
-            continue;
-        }
-        py::buffer_info info = columns[i].cast<py::buffer>().request();
-        if (info.ndim != 1) throw std::invalid_argument("column " + names[i] + " is not a vector");
-        length(static_cast<long>(info.shape[0]), "column " + names[i]);
-        src[i].ptr = static_cast<const char*>(info.ptr);
-        src[i].stride = info.strides[0];
-        src[i].item = static_cast<std::size_t>(info.itemsize);
-        if (types[i] == 0 ? info.format != "d" : (info.format.back() != 's' || src[i].item > static_cast<std::size_t>(types[i])))
-            throw std::invalid_argument("column " + names[i] + " does not match its variable");
-        held.push_back(std::move(info));
-    }
-    if (n < 0) n = 0;
-    std::size_t off = 0;
-    for (std::size_t i = 0; i < nv; ++i) {
-        src[i].offset = off;
-        src[i].numeric = types[i] == 0;
-        src[i].cells = types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
-        off += src[i].cells;
-    }
-    if (off != static_cast<std::size_t>(caseSize)) throw std::logic_error("the case layout differs from the library's");
-    const std::size_t recSize = off;
-    const std::size_t tileCases = std::max<std::size_t>(1, (256u << 10) / std::max<std::size_t>(recSize, 1));
-    std::vector<char> tile(recSize * tileCases);
     const double sysmis = Sysmis();
     int rc = MURV_RC_OK;
     long c = 0;
@@ -969,7 +975,7 @@ PYBIND11_MODULE(_murvio, m) {
     m.def("metadata", &Metadata);
     m.def("read_block", &ReadBlock, py::arg("handle"), py::arg("first"), py::arg("count"), py::arg("offsets"),
           py::arg("types"), py::arg("dest"), py::arg("missing"), py::arg("encoding"), py::arg("path") = std::string(),
-          py::arg("parallel") = false, py::arg("position") = -1);
+          py::arg("parallel") = false, py::arg("hold") = -1);
     m.def("write_file", &WriteFile);
     m.def("validate_varname", [](const std::string& name) { return murvValidateVarname(name.c_str()); });
     m.def("sysmis", &Sysmis);

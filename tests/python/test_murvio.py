@@ -125,19 +125,95 @@ def restate_count(path, stated):
     path.write_bytes(bytes(data))
 
 
-@pytest.mark.parametrize("stated", [9, 11])
+# Ten cases of two cells that never compress (a stored cell each), so that a
+# compressed file holds them in groups of four: a block of eight commands,
+# then the 64 bytes of the four cases.
+TEN = pd.DataFrame({"a": np.arange(10.0) + 0.5, "s": [f"s{i}" for i in range(10)]})
+
+
+def cut_to(keep):
+    """Keeps `keep` bytes of the cases."""
+    return lambda data, start: data[:start + keep]
+
+
+def restated(count):
+    def damage(data, start):
+        data = bytearray(data)
+        data[80:84] = struct.pack("<i", count if -1 <= count < 2**31 else -1)
+        at = data.find(struct.pack("<iiii", 7, 16, 8, 2))
+        data[at + 24:at + 32] = struct.pack("<q", count)
+        return bytes(data)
+    return damage
+
+
+def both(first, second):
+    return lambda data, start: second(first(data, start), start)
+
+
+def command(case, value):
+    """Sets the command of the second cell of a case in the first block."""
+    def damage(data, start):
+        data = bytearray(data)
+        data[start + 2 * case + 1] = value
+        return bytes(data)
+    return damage
+
+
+# (compressed, damage, whole cases readable, what a read says: {m} the whole
+# cases, {k} the case after them). A plain file's whole cases follow from its size;
+# a compressed file's are those the library reads one by one.
+DAMAGED = [
+    (False, cut_to(16 * 7 + 8), 7, "the file ends inside case 8 of the 10 it states"),
+    (False, cut_to(16 * 6), 6, "the file ends after case 6 of the 10 it states"),
+    (False, restated(12), 10, "the file ends after case 10 of the 12 it states"),
+    (False, restated(8), 10, "the file holds 10 cases, more than the 8 it states"),
+    (False, restated(2**31 - 1), 10, "the file ends after case 10 of the 2147483647 it states"),
+    (False, restated(10**8), 10, "the file ends after case 10 of the 100000000 it states"),
+    (False, both(restated(-1), cut_to(16 * 9 + 3)), 9, "the file ends inside case 10$"),
+    (True, cut_to(72 + 8 + 16 + 8), None, "case {k} of the 10 it states cannot be read"),  # at a block boundary
+    (True, cut_to(72 + 8 + 32), None, "case {k} of the 10 it states cannot be read"),      # ... between cases
+    (True, cut_to(72 + 8 + 20), None, "case {k} of the 10 it states cannot be read"),      # inside a block
+    (True, restated(8), 10, "the file holds 10 cases, more than the 8 it states"),
+    (True, restated(2**31 - 1), 10, "case 11 of the 2147483647 it states cannot be read"),
+    (True, command(2, 252), None, "case {k} of the 10 it states cannot be read"),  # cells out of step
+]
+
+
+@pytest.fixture(params=range(len(DAMAGED)))
+def damaged(request, tmp_path):
+    compress, damage, whole, said = DAMAGED[request.param]
+    path = tmp_path / "d.murv"
+    murvio.write(TEN, path, compress=compress)
+    data = path.read_bytes()
+    start = len(data) - (16 * 10 if not compress else 72 * 2 + 8 + 32)
+    path.write_bytes(damage(data, start))
+    if whole is None:
+        whole = murvio._murvio.bulk_read(str(path))
+    return path, whole, f"{path}: damaged: " + said.format(m=whole, k=whole + 1)
+
+
 @pytest.mark.parametrize("threads", [False, True])
-def test_header_count_mismatch_warns(tmp_path, split_small, stated, threads):
-    path = tmp_path / "h.murv"
-    df = pd.DataFrame({"a": np.arange(10.0), "s": [f"s{i}" for i in range(10)]})
-    murvio.write(df, path, compress=False)
-    restate_count(path, stated)
-    with pytest.warns(UserWarning, match=f"holds 10 cases, its header states {stated}"):
+def test_damaged_files_give_every_whole_case_and_say_where(damaged, split_small, threads):
+    path, whole, said = damaged
+    want = TEN.iloc[:whole] if whole <= 10 else murvio.read(path, labels=False, missing="keep")
+    assert len(want) == whole
+    with pytest.warns(murvio.DamageWarning, match=said):
         with murvio.open(path) as f:
-            pd.testing.assert_frame_equal(f.read(threads=threads), df)
-    with pytest.warns(UserWarning, match=f"holds 10 cases, its header states {stated}"):
+            pd.testing.assert_frame_equal(f.read(threads=threads), want)
+    with pytest.raises(murvio.DamageError, match=said) as e:
+        murvio.read(path, strict=True)
+    assert "MURV_RC" not in str(e.value)
+    with pytest.warns(murvio.DamageWarning, match=said):
         with murvio.open(path) as f:
-            assert sum(len(c) for c in f.iter_chunks(cases=4)) == 10
+            pd.testing.assert_frame_equal(pd.concat(list(f.iter_chunks(cases=3))), want)
+    with murvio.open(path) as f, pytest.raises(murvio.DamageError, match=said):
+        assert sum(map(len, f.iter_chunks(cases=3, strict=True))) == whole
+    # Dask: an error on the client by default; or the whole cases, with a warning.
+    with pytest.raises(murvio.DamageError, match="damaged: "):
+        murvio.dask.read(path, cases_per_partition=4).compute(scheduler="sync")
+    with pytest.warns(murvio.DamageWarning, match="damaged: "):
+        got = murvio.dask.read(path, cases_per_partition=4, strict=False).compute(scheduler="sync")
+    pd.testing.assert_frame_equal(got, want)
 
 
 def test_unstated_count_and_chunks(tmp_path):
@@ -178,18 +254,16 @@ def test_names_made_valid_with_a_warning(tmp_path):
 
 
 def test_errors_and_warnings_carry_the_library_code(tmp_path):
-    with pytest.raises(murvio.Error) as e:
-        murvio.read(tmp_path / "missing.murv")
-    assert (e.value.code, e.value.name) == (6, "MURV_RC_BAD_FILE")
-    assert "cannot be read as a system file" in str(e.value)
     ok = tmp_path / "ok.murv"
     murvio.write(pd.DataFrame({"a": [1.0]}), ok)
     with pytest.raises(KeyError, match="nosuch"):
         murvio.read(ok, columns=["nosuch"])
     bad = tmp_path / "bad.murv"
     bad.write_bytes(b"$FL2" + b"\0" * 50)
-    with pytest.raises(murvio.Error, match="MURV_RC_BAD_FILE"):
+    with pytest.raises(murvio.Error, match="MURV_RC_BAD_FILE") as e:
         murvio.read_metadata(bad)
+    assert (e.value.code, e.value.name) == (6, "MURV_RC_BAD_FILE")
+    assert "cannot be read as a system file" in str(e.value)
     with pytest.raises(ValueError, match="32767"):
         murvio.write(pd.DataFrame({"s": ["x" * 40000]}), tmp_path / "long.murv")
     # A refused definition leaves no file behind; a cut label is stored with a warning.

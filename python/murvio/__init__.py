@@ -527,6 +527,7 @@ class MurvioFile:
             return pd.DataFrame(block, columns=columns, index=index, copy=False)
         vars_ = self.metadata.variables
         block_pos, others, plain_str, plain_pos = [], [], [], []
+        labelled = {}
         o = s = 0
         for pos, (i, t, d) in enumerate(zip(idx, plan["types"], plan["dest"])):
             if t == 0 and d == 0:
@@ -538,6 +539,8 @@ class MurvioFile:
                 o += 1
                 if plan["labels"] and v.value_labels:
                     col = _categorical(col, v.value_labels)
+                    if isinstance(col, pd.Categorical):
+                        labelled[names[i]] = v.value_labels
                 else:
                     col = _to_datetime(col)
                 others.append((pos, col))
@@ -549,16 +552,22 @@ class MurvioFile:
                 col = col.copy()
                 col[np.isin(col, list(v.missing[1:]))] = np.nan
                 changed = True
-            if plan["labels"] and v.value_labels:
+            if plan["labels"] and v.value_labels and len(set(v.value_labels.values())) == len(v.value_labels):
                 cats = list(dict.fromkeys(v.value_labels.values()))
                 col = pd.Categorical(pd.Series(col, dtype=object).map(v.value_labels), categories=cats)
+                labelled[names[i]] = v.value_labels
                 changed = True
             if changed:
                 others.append((pos, col))
             else:
                 plain_str.append(col)
                 plain_pos.append(pos)
-        return _assemble(columns, index, block, block_pos, plain_str, plain_pos, others)
+        df = _assemble(columns, index, block, block_pos, plain_str, plain_pos, others)
+        if labelled:
+            # The values behind the categories, so that write() gives the
+            # variables their codes back.
+            df.attrs["value_labels"] = labelled
+        return df
 
     def _cases(self, cases):
         """`cases` (None, an int or a slice, by Python's rules for a sequence
@@ -770,7 +779,7 @@ def _var_meta(v) -> dict:
     if v is None:
         return {}
     if isinstance(v, Variable):
-        return {"label": v.label, "print_format": v.print_format, "write_format": v.write_format,
+        return {"type": v.type, "label": v.label, "print_format": v.print_format, "write_format": v.write_format,
                 "missing": v.missing, "value_labels": v.value_labels, "measure": v.measure,
                 "alignment": v.alignment, "column_width": v.column_width, "attributes": v.attributes}
     return dict(v)
@@ -793,14 +802,65 @@ def _apply_meta(spec: dict, vm: dict) -> None:
         elif key == "value_labels" and value:
             spec["value_labels"] = [((float(k) if spec["type"] == 0 else _bytes(k)), _bytes(t))
                                     for k, t in dict(value).items()]
-        elif key == "measure":
-            spec["measure"] = {v: k for k, v in _MEASURES.items()}.get(value, value)
-        elif key == "alignment":
-            spec["alignment"] = {v: k for k, v in _ALIGNMENTS.items()}.get(value, value)
+        elif key in ("measure", "alignment"):
+            names = _MEASURES if key == "measure" else _ALIGNMENTS
+            code = {v: k for k, v in names.items()}.get(value, value if value in names else None)
+            if code is None or isinstance(value, bool):
+                allowed = ", ".join(repr(v) for v in names.values())
+                raise ValueError(f"{key} {value!r} of {_text(spec['name'])}: one of {allowed}")
+            spec[key] = code
         elif key == "column_width":
             spec["column_width"] = int(value)
         elif key == "attributes" and value:
             spec["attributes"] = [(_bytes(k), _bytes(t)) for k, t in dict(value).items()]
+
+
+def _destination(path) -> tuple[str, os.stat_result | None]:
+    """Where a write goes: a symbolic link is followed to its target, which
+    is replaced (when it exists) only if it is a regular file that this
+    process is not reading; and the target's status before the write."""
+    target = os.path.realpath(_path(path))
+    try:
+        st = os.stat(target)
+    except FileNotFoundError:
+        return target, None
+    if _stat.S_ISDIR(st.st_mode):
+        raise _IsADirectory(1, f"{target}: is a directory")
+    if not _stat.S_ISREG(st.st_mode):
+        kind = "a named pipe" if _stat.S_ISFIFO(st.st_mode) else "a device" if (
+            _stat.S_ISCHR(st.st_mode) or _stat.S_ISBLK(st.st_mode)) else "a socket" if _stat.S_ISSOCK(st.st_mode) else "not a file"
+        raise _PathError(1, f"{target}: {kind}; only a regular file is replaced")
+    for f in list(_open_files):
+        if not f.closed and f._id == (st.st_dev, st.st_ino):
+            raise _PathError(1, f"{target}: the file is open for reading ({f.path}); close it before writing over it")
+    return target, st
+
+
+def _check_text(what: str, text, limit: int) -> bytes:
+    """The bytes of a text the format keeps to `limit` bytes, cut at a
+    character boundary, with a warning when it is longer."""
+    raw = _bytes(text)
+    if len(raw) > limit:
+        cut = raw[:limit].decode(_encoding(), "ignore").encode(_encoding(), "surrogateescape")
+        warnings.warn(f"{what}: stored cut to {len(cut)} bytes (at most {limit})", UserWarning, stacklevel=3)
+        return cut
+    return raw
+
+
+def _category_values(cats: list, labels: dict | None):
+    """The value each category is written as: through `labels` (value ->
+    label, as read() keeps them) when every category is one of its labels,
+    so that labelled data goes back with its own codes; else 1, 2, ...
+    Returns (values, the value labels to write, string variable or not)."""
+    if labels:
+        by_label = {}
+        for value, text in labels.items():
+            by_label.setdefault(str(text), value)
+        if all(str(c) in by_label for c in cats):
+            values = [by_label[str(c)] for c in cats]
+            string = any(isinstance(v, (str, bytes)) for v in labels)
+            return values, labels, string
+    return [float(k + 1) for k in range(len(cats))], {float(k + 1): str(c) for k, c in enumerate(cats)}, False
 
 
 def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
@@ -809,14 +869,23 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
     float, int and bool columns become numeric variables (NaN system-missing),
     strings string variables as wide as their longest value in bytes,
     Categorical columns numeric codes 1..n with the categories as value
-    labels, datetime64 columns date-time values with a DATETIME format.
-    `metadata` (a Metadata or a dict of its fields, "variables" mapping names
-    to Variable or dicts) sets labels, formats, missing values, measures,
-    attributes, sets and documents. Names the library would refuse are made
-    valid and unique, with a warning that lists them.
+    labels (or, for a column read with labels=True or given value labels in
+    `metadata`, the codes behind its labels), datetime64 columns date-time
+    values with a DATETIME format, timedelta64 columns seconds with a TIME
+    format. `metadata` (a Metadata or a dict of its fields, "variables"
+    mapping names to Variable or dicts) sets labels, formats, missing
+    values, measures, attributes, sets and documents. Names the library
+    would refuse are made valid and unique, with a warning that lists them.
+    A symbolic link is followed; only a regular file is replaced (keeping
+    its permissions and, where allowed, its owner), and a failure leaves it
+    as it was.
     """
+    if not isinstance(df, pd.DataFrame):
+        raise TypeError(f"write() needs a pandas DataFrame, not {type(df).__name__}")
+    target, before = _destination(path)
     meta = _as_dict(metadata)
     given = meta.get("variables") or {}
+    kept = df.attrs.get("value_labels") or {}
     names, changed = _valid_names([str(c) for c in df.columns])
     if changed:
         warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=2)
@@ -826,35 +895,70 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
     for k, (name, col_name) in enumerate(zip(names, df.columns)):
         vm = _var_meta(given.get(str(col_name), given.get(name))) if given else {}
         spec = {"name": _bytes(name)}
+        s = df.iloc[:, k]
+        if s.dtype.kind in "iu" and s.dtype.itemsize == 8 or str(s.dtype) in ("Int64", "UInt64"):
+            big = s.dropna().astype(s.dtype.numpy_dtype if hasattr(s.dtype, "numpy_dtype") else s.dtype)
+            if len(big) and (big.max() > 2**53 or big.min() < -2**53):
+                warnings.warn(f"column {col_name!r}: integers beyond 2**53 lose precision as numbers "
+                              f"(stored as the nearest double)", UserWarning, stacklevel=2)
         if k in in_blocks:
             spec["type"] = 0
             columns.append(None)
             _apply_meta(spec, vm)
             specs.append(spec)
             continue
-        s = df.iloc[:, k]
+        if s.dtype.kind == "c":
+            raise TypeError(f"column {col_name!r}: complex numbers cannot be stored (a variable holds real numbers)")
         if isinstance(s.dtype, pd.CategoricalDtype):
             cats = list(s.cat.categories)
-            codes = s.cat.codes.to_numpy().astype("float64") + 1
-            codes[codes == 0] = np.nan
-            spec["type"] = 0
-            spec["value_labels"] = [(float(k + 1), _bytes(str(c))) for k, c in enumerate(cats)]
+            labels = vm.get("value_labels") or kept.get(str(col_name))
+            values, labels, string = _category_values(cats, labels)
+            codes = s.cat.codes.to_numpy()
+            if string:
+                encoded = [b"" if c < 0 else _bytes(values[c]) for c in codes]
+                width = max([len(_bytes(v)) for v in labels] + list(map(len, encoded)) + [1])
+                spec["type"] = max(width, vm.pop("type", 0) if isinstance(vm.get("type"), int) else 0)
+                columns.append(np.array(encoded, dtype=f"S{spec['type']}"))
+            else:
+                table = np.asarray(values + [np.nan], dtype="float64")
+                spec["type"] = 0
+                columns.append(table[codes])  # code -1 (no category) takes the last: NaN
+            spec["value_labels"] = labels
+            vm = {**vm, "value_labels": labels}
             spec["measure"] = 1
-            columns.append(codes)
         elif pd.api.types.is_datetime64_any_dtype(s.dtype):
-            values = s.dt.tz_localize(None) if getattr(s.dt, "tz", None) is not None else s
-            ns = values.to_numpy(dtype="datetime64[ns]").astype("int64")
-            secs = ns // 1_000_000_000 + (ns % 1_000_000_000) / 1e9 + _EPOCH_OFFSET
-            secs[values.isna().to_numpy()] = np.nan
+            if getattr(s.dt, "tz", None) is not None:
+                warnings.warn(f"column {col_name!r}: date-times with a time zone ({s.dt.tz}) stored in UTC "
+                              f"(the format keeps no time zone)", UserWarning, stacklevel=2)
+                s = s.dt.tz_convert("UTC").dt.tz_localize(None)
+            ns = s.to_numpy(dtype="datetime64[ns]").astype("int64")
+            # Whole seconds exactly, then the fraction: one rounding to the double.
+            secs = (ns // 1_000_000_000 + int(_EPOCH_OFFSET)).astype("float64") + (ns % 1_000_000_000) / 1e9
+            secs[s.isna().to_numpy()] = np.nan
             spec["type"] = 0
             spec["print_format"] = spec["write_format"] = (22, 20, 0)
+            columns.append(secs)
+        elif pd.api.types.is_timedelta64_dtype(s.dtype):
+            warnings.warn(f"column {col_name!r}: durations stored as seconds with a TIME format "
+                          f"(they read back as float64 seconds)", UserWarning, stacklevel=2)
+            ns = s.to_numpy(dtype="timedelta64[ns]").astype("int64")
+            secs = (ns // 1_000_000_000).astype("float64") + (ns % 1_000_000_000) / 1e9
+            secs[s.isna().to_numpy()] = np.nan
+            spec["type"] = 0
+            spec["print_format"] = spec["write_format"] = (21, 15, 6)
             columns.append(secs)
         elif pd.api.types.is_bool_dtype(s.dtype) or pd.api.types.is_numeric_dtype(s.dtype):
             spec["type"] = 0
             columns.append(np.ascontiguousarray(s.to_numpy(dtype="float64", na_value=np.nan)))
         else:
+            if any(isinstance(x, complex) for x in s):
+                raise TypeError(f"column {col_name!r}: complex numbers cannot be stored (a variable holds real numbers)")
             encoded = [b"" if x is None or (isinstance(x, float) and math.isnan(x)) or x is pd.NA or x is pd.NaT
                        else x if isinstance(x, bytes) else str(x).encode(enc, "surrogateescape") for x in s]
+            if any(b"\0" in x for x in encoded):
+                warnings.warn(f"column {col_name!r}: values with a NUL character stored cut before it",
+                              UserWarning, stacklevel=2)
+                encoded = [x.split(b"\0", 1)[0] for x in encoded]
             width = max(map(len, encoded), default=0) or 1
             if width > 32767:
                 raise ValueError(f"column {col_name!r}: a value of {width} bytes; the longest string is 32767 bytes")
@@ -864,13 +968,13 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         specs.append(spec)
     info = {}
     if meta.get("file_label") is not None:
-        info["file_label"] = _bytes(meta["file_label"])
+        info["file_label"] = _check_text("file label", meta["file_label"], 64)
     if meta.get("weight"):
         info["weight"] = _bytes(meta["weight"])
     if meta.get("text_info"):
         info["text_info"] = _bytes(meta["text_info"])
     if meta.get("documents"):
-        info["documents"] = [_bytes(d) for d in meta["documents"]]
+        info["documents"] = [_check_text(f"document line {i + 1}", d, 80) for i, d in enumerate(meta["documents"])]
     if meta.get("file_attributes"):
         info["file_attributes"] = [(_bytes(k), _bytes(v)) for k, v in dict(meta["file_attributes"]).items()]
     if meta.get("mrsets"):
@@ -881,7 +985,17 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         vs = meta["variable_sets"]
         text = vs if isinstance(vs, str) else "".join(f"{k}= {' '.join(v)}\n" for k, v in vs.items())
         info["variable_sets"] = _bytes(text)
-    _murvio.write_file(str(path), bool(compress), specs, columns, blocks, info)
+    # The library writes beside an existing file and moves the new one over
+    # it when complete, keeping its permissions; a failure removes what it
+    # wrote and leaves the old file whole.
+    _murvio.write_file(target, bool(compress), specs, columns, blocks, info)
+    if before is not None:
+        try:
+            after = os.stat(target)
+            if (after.st_uid, after.st_gid) != (before.st_uid, before.st_gid):
+                os.chown(target, before.st_uid, before.st_gid)
+        except OSError:
+            pass  # not permitted: the file is the writer's, as any new file would be
 
 
 def _float_blocks(df: pd.DataFrame):

@@ -1,7 +1,11 @@
 """The Python module: round trips, metadata, slices and chunks, errors, and
 partitioned reads on Dask."""
 
+import os
+import re
+import stat
 import struct
+import threading
 import warnings
 
 import numpy as np
@@ -292,3 +296,83 @@ def test_dask_partitions_threaded_and_on_a_local_cluster(tmp_path):
         got = murvio.dask.read(path, cases_per_partition=10_000).groupby("g").v.mean().compute().sort_index()
         assert len(client.scheduler_info()["workers"]) == 2
     pd.testing.assert_series_equal(got, want)
+
+
+LABELS_N = {0.0: "no", 1.0: "yes", 9.0: "ref"}
+LABELS_S = {"n": "no", "y": "yes", "r": "ref"}
+
+
+# (column, its value labels, with metadata or through what read() keeps)
+@pytest.mark.parametrize("values, labels", [([0.0, 1.0, 9.0, 1.0], LABELS_N), (["n", "y", "r", "y"], LABELS_S)])
+@pytest.mark.parametrize("with_metadata", [True, False])
+def test_labelled_data_written_back_keeps_its_codes(tmp_path, values, labels, with_metadata):
+    p, q = tmp_path / "p.murv", tmp_path / "q.murv"
+    murvio.write(pd.DataFrame({"v": values}), p, metadata={"variables": {"v": {"value_labels": labels}}})
+    df = murvio.read(p, labels=True)
+    murvio.write(df, q, metadata=murvio.read_metadata(p) if with_metadata else None)
+    assert murvio.read(q)["v"].tolist() == values
+    assert murvio.read(q, labels=True)["v"].tolist() == ["no", "yes", "ref", "yes"]
+    assert murvio.read_metadata(q).variables["v"].value_labels == labels
+    # An ordinary Categorical is numbered 1..n.
+    murvio.write(pd.DataFrame({"c": pd.Categorical(["b", "a", "b"], categories=["b", "a"])}), q)
+    assert murvio.read(q)["c"].tolist() == [1.0, 2.0, 1.0]
+
+
+MIDNIGHT = pd.Timestamp("2024-02-29 23:59:59")
+
+
+# (column, what reads back, the warning its write gives or the error it raises)
+ROUND_TRIPS = [
+    (pd.Series([MIDNIGHT + pd.Timedelta(microseconds=u) for u in (0, 1, 499_999, 999_998)]
+               + [pd.Timestamp("2024-03-01 00:00:00.000001"), pd.NaT]), "same to the microsecond", None),
+    (pd.Series([2**53 + 1, 5], dtype="int64"), [float(2**53), 5.0], "beyond 2\\*\\*53"),
+    (pd.Series([2**53, None], dtype="Int64"), [float(2**53), np.nan], None),
+    (pd.Series([1 + 2j, 3j]), TypeError, "complex"),
+    (pd.Series([1 + 2j, "x"], dtype=object), TypeError, "complex"),
+    (pd.Series(pd.to_timedelta(["1 days 02:03:04.5", None])), [93784.5, np.nan], "TIME format"),
+    (pd.Series(pd.to_datetime(["2024-01-01 12:00"]).tz_localize("Europe/Paris")),
+     [pd.Timestamp("2024-01-01 11:00")], "stored in UTC"),
+    (pd.Series(["a\0b", None, np.nan, "", "c"]), ["a", "", "", "", "c"], "NUL"),
+]
+
+
+@pytest.mark.parametrize("column, back, warns", ROUND_TRIPS)
+def test_round_trip_of_odd_columns(tmp_path, column, back, warns):
+    path = tmp_path / "r.murv"
+    df = pd.DataFrame({"v": column})
+    if back is TypeError:
+        with pytest.raises(TypeError, match=warns):
+            murvio.write(df, path)
+        assert not path.exists()
+        return
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        murvio.write(df, path)
+    assert [str(w.message) for w in caught if warns and re.search(warns, str(w.message))] or not warns
+    assert not [w for w in caught if not warns or not re.search(warns, str(w.message))]
+    got = murvio.read(path)["v"]
+    if back == "same to the microsecond":
+        assert (got - column).abs().max() <= pd.Timedelta(microseconds=1)
+        assert (got.dropna().astype("int64") % 1000 == 0).all() and got.isna().tolist() == column.isna().tolist()
+    else:
+        assert got.tolist() == back or got.isna().tolist() == pd.isna(pd.Series(back)).tolist() and \
+            got.dropna().tolist() == [b for b in back if not pd.isna(b)]
+
+
+# (metadata, the error or warning it gives)
+@pytest.mark.parametrize("meta, raises, match", [
+    ({"variables": {"v": {"measure": "interval"}}}, ValueError, "'nominal', 'ordinal', 'scale'"),
+    ({"variables": {"v": {"alignment": "middle"}}}, ValueError, "'left', 'right', 'center'"),
+    ({"file_label": "é" * 40}, UserWarning, "file label: stored cut to 64 bytes"),
+    ({"documents": ["ok", "x" * 81]}, UserWarning, "document line 2: stored cut to 80 bytes"),
+])
+def test_metadata_refused_or_cut(tmp_path, meta, raises, match):
+    path = tmp_path / "m.murv"
+    if raises is UserWarning:
+        with pytest.warns(UserWarning, match=match):
+            murvio.write(pd.DataFrame({"v": [1.0]}), path, metadata=meta)
+        got = murvio.read_metadata(path)
+        assert len((got.file_label or "").encode()) <= 64 and all(len(d.encode()) <= 80 for d in got.documents)
+    else:
+        with pytest.raises(raises, match=match):
+            murvio.write(pd.DataFrame({"v": [1.0]}), path, metadata=meta)

@@ -376,3 +376,136 @@ def test_metadata_refused_or_cut(tmp_path, meta, raises, match):
     else:
         with pytest.raises(raises, match=match):
             murvio.write(pd.DataFrame({"v": [1.0]}), path, metadata=meta)
+
+
+def regular(tmp_path):
+    old = tmp_path / "old.murv"
+    murvio.write(pd.DataFrame({"old": [1.0]}), old)
+    old.chmod(0o600)
+    return old, old
+
+
+def symlink(tmp_path):
+    target, link = regular(tmp_path)
+    (tmp_path / "link.murv").symlink_to(target)
+    return tmp_path / "link.murv", target
+
+
+def fifo(tmp_path):
+    os.mkfifo(tmp_path / "pipe")
+    return tmp_path / "pipe", None
+
+
+def device(tmp_path):
+    if os.geteuid() != 0:
+        pytest.skip("making a device node needs root")
+    os.mknod(tmp_path / "null", 0o666 | stat.S_IFCHR, os.makedev(1, 3))
+    return tmp_path / "null", None
+
+
+def directory(tmp_path):
+    return tmp_path, None
+
+
+def being_read(tmp_path):
+    old, _ = regular(tmp_path)
+    return old, None
+
+
+# (destination, what is refused with which error, or None when the write replaces the target)
+@pytest.mark.parametrize("make, refused", [
+    (regular, None), (symlink, None), (fifo, "named pipe"), (device, "a device"),
+    (directory, IsADirectoryError), (being_read, "open for reading"),
+])
+def test_write_destinations(tmp_path, make, refused):
+    dest, target = make(tmp_path)
+    before = os.lstat(dest)
+    new = pd.DataFrame({"new": [2.0, 3.0]})
+    if refused is None:
+        murvio.write(new, dest)
+        pd.testing.assert_frame_equal(murvio.read(dest), new)
+        assert stat.S_IMODE(os.stat(target).st_mode) == 0o600 and os.lstat(dest).st_mode == before.st_mode
+        assert sorted(os.listdir(tmp_path)) == sorted({dest.name, target.name})
+        return
+    with murvio.open(dest) if make is being_read else open(os.devnull) as held:
+        with pytest.raises(murvio.Error) as e:
+            murvio.write(new, dest)
+    assert isinstance(e.value, OSError)
+    if isinstance(refused, str):
+        assert refused in str(e.value)
+    else:
+        assert isinstance(e.value, refused)
+    after = os.lstat(dest)
+    assert (after.st_mode, after.st_ino, after.st_size) == (before.st_mode, before.st_ino, before.st_size)
+    assert held is not None
+
+
+# A write that fails at any step leaves the file at the path byte for byte.
+@pytest.mark.parametrize("frame, metadata", [
+    (pd.DataFrame(), None),                                                 # no variables
+    (pd.DataFrame({"s": ["abcdefghijk"]}), {"variables": {"s": {"missing": (1, "x")}}}),
+    (pd.DataFrame({"v": [1.0]}), {"weight": "nosuch"}),
+    (pd.DataFrame({"v": [1.0]}), {"variables": {"v": {"measure": 7}}}),
+])
+def test_failed_write_keeps_the_old_file(tmp_path, frame, metadata):
+    path = tmp_path / "k.murv"
+    murvio.write(TEN, path)
+    data = path.read_bytes()
+    with pytest.raises((murvio.Error, ValueError)):
+        murvio.write(frame, path, metadata=metadata)
+    assert path.read_bytes() == data and os.listdir(tmp_path) == ["k.murv"]
+
+
+# (path, the error a read and a write give)
+@pytest.mark.parametrize("path, error", [
+    (None, TypeError), (3, TypeError), (b"x.murv", TypeError),
+    ("missing.murv", FileNotFoundError), (".", IsADirectoryError),
+])
+def test_paths(tmp_path, monkeypatch, path, error):
+    monkeypatch.chdir(tmp_path)
+    with pytest.raises(error):
+        murvio.read(path)
+    if error is not FileNotFoundError:
+        with pytest.raises(error):
+            murvio.write(TEN, path)
+    assert os.listdir(tmp_path) == []
+    with pytest.raises(TypeError):
+        murvio.write(None, "x.murv")
+
+
+def test_case_selection_follows_python(tmp_path):
+    path = tmp_path / "c.murv"
+    murvio.write(TEN, path)
+    for cases in (-1, 3, slice(-3, None), slice(2, -2), slice(8, 20), slice(-20, 2), slice(5, 2)):
+        want = TEN.iloc[[cases]] if isinstance(cases, int) else TEN.iloc[cases]
+        pd.testing.assert_frame_equal(murvio.read(path, cases=cases), want)
+    for cases, error in ((10, IndexError), (-11, IndexError), (slice(0, 5, 2), ValueError), ("1", ValueError)):
+        with pytest.raises(error):
+            murvio.read(path, cases=cases)
+
+
+def test_close_during_read_waits_or_refuses(tmp_path):
+    path = tmp_path / "big.murv"
+    n = 300_000
+    murvio.write(pd.DataFrame({f"v{i}": np.arange(n, dtype="float64") for i in range(8)}), path, compress=False)
+    for _ in range(10):
+        f = murvio.open(path)
+        got = []
+
+        def reader():
+            try:
+                got.append(len(f.read(threads=False)))
+            except ValueError as e:
+                got.append(str(e))
+        t = threading.Thread(target=reader)
+        t.start()
+        f.close()
+        # The handle number is free again: another file may take it.
+        with murvio.open(path) as other:
+            t.join()
+            assert got in ([n], ["I/O operation on closed file"])
+            assert len(other.read(cases=slice(0, 5))) == 5
+    with pytest.raises(ValueError, match="I/O operation on closed file"):
+        f.read()
+    with pytest.raises(ValueError, match="I/O operation on closed file"):
+        next(f.iter_chunks())

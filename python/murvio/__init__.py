@@ -951,11 +951,12 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
             spec["type"] = 0
             columns.append(np.ascontiguousarray(s.to_numpy(dtype="float64", na_value=np.nan)))
         else:
-            if any(isinstance(x, complex) for x in s):
+            if pd.api.types.infer_dtype(s, skipna=True) not in ("string", "bytes", "empty") and \
+                    any(isinstance(x, complex) for x in s):
                 raise TypeError(f"column {col_name!r}: complex numbers cannot be stored (a variable holds real numbers)")
             encoded = [b"" if x is None or (isinstance(x, float) and math.isnan(x)) or x is pd.NA or x is pd.NaT
                        else x if isinstance(x, bytes) else str(x).encode(enc, "surrogateescape") for x in s]
-            if any(b"\0" in x for x in encoded):
+            if b"\0" in b"".join(encoded):
                 warnings.warn(f"column {col_name!r}: values with a NUL character stored cut before it",
                               UserWarning, stacklevel=2)
                 encoded = [x.split(b"\0", 1)[0] for x in encoded]

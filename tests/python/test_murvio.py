@@ -295,6 +295,12 @@ def test_dask_partitions_threaded_and_on_a_local_cluster(tmp_path):
             Client(cluster, timeout=60) as client:
         got = murvio.dask.read(path, cases_per_partition=10_000).groupby("g").v.mean().compute().sort_index()
         assert len(client.scheduler_info()["workers"]) == 2
+        # Damage found in a worker process is raised on the client, in words.
+        cut = tmp_path / "cut.murv"
+        murvio.write(df, cut, compress=False)
+        cut.write_bytes(cut.read_bytes()[:-16 * 1000 - 8])
+        with pytest.raises(murvio.DamageError, match=f"{cut}: damaged: the file ends inside case 49000 of the 50000"):
+            murvio.dask.read(cut, cases_per_partition=10_000).v.sum().compute()
     pd.testing.assert_series_equal(got, want)
 
 

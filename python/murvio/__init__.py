@@ -842,7 +842,7 @@ def _check_text(what: str, text, limit: int) -> bytes:
     raw = _bytes(text)
     if len(raw) > limit:
         cut = raw[:limit].decode(_encoding(), "ignore").encode(_encoding(), "surrogateescape")
-        warnings.warn(f"{what}: stored cut to {len(cut)} bytes (at most {limit})", UserWarning, stacklevel=3)
+        warnings.warn(f"{what}: stored cut to {len(cut)} bytes (at most {limit})", UserWarning, stacklevel=4)
         return cut
     return raw
 
@@ -884,11 +884,36 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         raise TypeError(f"write() needs a pandas DataFrame, not {type(df).__name__}")
     target, before = _destination(path)
     meta = _as_dict(metadata)
+    specs, columns, blocks = _frame_columns(df, meta)
+    # The library writes beside an existing file and moves the new one over
+    # it when complete, keeping its permissions; a failure removes what it
+    # wrote and leaves the old file whole.
+    _murvio.write_file(target, bool(compress), specs, columns, blocks, _file_info(meta))
+    _keep_owner(target, before)
+
+
+def _keep_owner(target: str, before) -> None:
+    """Gives a replaced file its old owner back, where that is allowed."""
+    if before is None:
+        return
+    try:
+        after = os.stat(target)
+        if (after.st_uid, after.st_gid) != (before.st_uid, before.st_gid):
+            os.chown(target, before.st_uid, before.st_gid)
+    except OSError:
+        pass  # not permitted: the file is the writer's, as any new file would be
+
+
+def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, stacklevel: int = 4):
+    """The variables of a frame (dicts for the compiled part) and its values
+    as columns and float blocks. `widths` fixes the width of string
+    variables (column -> bytes), so that the parts of a frame written in
+    steps have the same variables."""
     given = meta.get("variables") or {}
     kept = df.attrs.get("value_labels") or {}
     names, changed = _valid_names([str(c) for c in df.columns])
     if changed:
-        warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=2)
+        warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=stacklevel)
     enc = _encoding()
     blocks, in_blocks = _float_blocks(df)
     specs, columns = [], []
@@ -900,7 +925,7 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
             big = s.dropna().astype(s.dtype.numpy_dtype if hasattr(s.dtype, "numpy_dtype") else s.dtype)
             if len(big) and (big.max() > 2**53 or big.min() < -2**53):
                 warnings.warn(f"column {col_name!r}: integers beyond 2**53 lose precision as numbers "
-                              f"(stored as the nearest double)", UserWarning, stacklevel=2)
+                              f"(stored as the nearest double)", UserWarning, stacklevel=stacklevel)
         if k in in_blocks:
             spec["type"] = 0
             columns.append(None)
@@ -929,7 +954,7 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         elif pd.api.types.is_datetime64_any_dtype(s.dtype):
             if getattr(s.dt, "tz", None) is not None:
                 warnings.warn(f"column {col_name!r}: date-times with a time zone ({s.dt.tz}) stored in UTC "
-                              f"(the format keeps no time zone)", UserWarning, stacklevel=2)
+                              f"(the format keeps no time zone)", UserWarning, stacklevel=stacklevel)
                 s = s.dt.tz_convert("UTC").dt.tz_localize(None)
             ns = s.to_numpy(dtype="datetime64[ns]").astype("int64")
             # Whole seconds exactly, then the fraction: one rounding to the double.
@@ -940,7 +965,7 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
             columns.append(secs)
         elif pd.api.types.is_timedelta64_dtype(s.dtype):
             warnings.warn(f"column {col_name!r}: durations stored as seconds with a TIME format "
-                          f"(they read back as float64 seconds)", UserWarning, stacklevel=2)
+                          f"(they read back as float64 seconds)", UserWarning, stacklevel=stacklevel)
             ns = s.to_numpy(dtype="timedelta64[ns]").astype("int64")
             secs = (ns // 1_000_000_000).astype("float64") + (ns % 1_000_000_000) / 1e9
             secs[s.isna().to_numpy()] = np.nan
@@ -958,15 +983,22 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
                        else x if isinstance(x, bytes) else str(x).encode(enc, "surrogateescape") for x in s]
             if b"\0" in b"".join(encoded):
                 warnings.warn(f"column {col_name!r}: values with a NUL character stored cut before it",
-                              UserWarning, stacklevel=2)
+                              UserWarning, stacklevel=stacklevel)
                 encoded = [x.split(b"\0", 1)[0] for x in encoded]
             width = max(map(len, encoded), default=0) or 1
+            if widths and str(col_name) in widths:
+                width = max(width, int(widths[str(col_name)]))
             if width > 32767:
                 raise ValueError(f"column {col_name!r}: a value of {width} bytes; the longest string is 32767 bytes")
             spec["type"] = width
             columns.append(np.array(encoded, dtype=f"S{width}"))
         _apply_meta(spec, vm)
         specs.append(spec)
+    return specs, columns, blocks
+
+
+def _file_info(meta: dict) -> dict:
+    """The file's own metadata for the compiled part."""
     info = {}
     if meta.get("file_label") is not None:
         info["file_label"] = _check_text("file label", meta["file_label"], 64)
@@ -986,17 +1018,7 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         vs = meta["variable_sets"]
         text = vs if isinstance(vs, str) else "".join(f"{k}= {' '.join(v)}\n" for k, v in vs.items())
         info["variable_sets"] = _bytes(text)
-    # The library writes beside an existing file and moves the new one over
-    # it when complete, keeping its permissions; a failure removes what it
-    # wrote and leaves the old file whole.
-    _murvio.write_file(target, bool(compress), specs, columns, blocks, info)
-    if before is not None:
-        try:
-            after = os.stat(target)
-            if (after.st_uid, after.st_gid) != (before.st_uid, before.st_gid):
-                os.chown(target, before.st_uid, before.st_gid)
-        except OSError:
-            pass  # not permitted: the file is the writer's, as any new file would be
+    return info
 
 
 def _float_blocks(df: pd.DataFrame):

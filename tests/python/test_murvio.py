@@ -295,6 +295,10 @@ def test_dask_partitions_threaded_and_on_a_local_cluster(tmp_path):
             Client(cluster, timeout=60) as client:
         got = murvio.dask.read(path, cases_per_partition=10_000).groupby("g").v.mean().compute().sort_index()
         assert len(client.scheduler_info()["workers"]) == 2
+        # Partitions computed in the workers, written in order by one writer here.
+        out = tmp_path / "out.murv"
+        murvio.dask.write(murvio.dask.read(path, cases_per_partition=7_000), out, metadata=murvio.read_metadata(path))
+        pd.testing.assert_frame_equal(murvio.read(out), df)
         # Damage found in a worker process is raised on the client, in words.
         cut = tmp_path / "cut.murv"
         murvio.write(df, cut, compress=False)
@@ -515,3 +519,31 @@ def test_close_during_read_waits_or_refuses(tmp_path):
         f.read()
     with pytest.raises(ValueError, match="I/O operation on closed file"):
         next(f.iter_chunks())
+
+
+def test_dask_write_in_order_and_only_when_complete(tmp_path, table):
+    import dask.dataframe as dd
+    out = tmp_path / "out.murv"
+    t = table.copy()
+    t.loc[::3, "word"] = None
+    want = t.astype({c: "float64" for c in ("count", "flag", "small", "nullable")}).assign(word=t.word.fillna(""))
+    ddf = dd.from_pandas(t, npartitions=7)
+    murvio.dask.write(ddf, out, metadata={"file_label": "parts", "variables": {"x": {"label": "The x"}}}, compress=False)
+    pd.testing.assert_frame_equal(murvio.read(out, labels=True), want)
+    m = murvio.read_metadata(out)
+    assert (m.file_label, m.variables["x"].label, m.variables["long"].type) == (
+        "parts", "The x", max(len(s.encode()) for s in t["long"]))
+    # A partition that fails leaves the old file byte for byte, and nothing beside it.
+    before = out.read_bytes()
+
+    def fail_late(part):
+        if part.index[0] > 500:
+            raise RuntimeError("a partition failed")
+        return part
+    with pytest.raises(RuntimeError, match="a partition failed"):
+        murvio.dask.write(ddf.map_partitions(fail_late, meta=ddf._meta), out)
+    assert out.read_bytes() == before and os.listdir(tmp_path) == ["out.murv"]
+    # Written back, with its metadata, over the file it is read from.
+    murvio.dask.write(murvio.dask.read(out, cases_per_partition=300), out, metadata=murvio.read_metadata(out))
+    pd.testing.assert_frame_equal(murvio.read(out, labels=True), want)
+    assert murvio.read_metadata(out).compression

@@ -600,7 +600,7 @@ class MurvioFile:
         return first, -1 if cases.stop is None else max(0, stop - first)
 
     def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True,
-             threads: bool = True, strict: bool = False) -> pd.DataFrame:
+             threads: bool = True, strict: bool = False, _stacklevel: int = 2) -> pd.DataFrame:
         """The cases as a DataFrame (see murvio.read). With `threads`, a large
         read of an uncompressed file goes on two threads, each with a handle
         of its own."""
@@ -611,7 +611,7 @@ class MurvioFile:
         plan = self._plan(self._columns(columns), labels, missing, dates)
         first, count = self._cases(cases)
         df, n, code = self._read(plan, first, count, parallel=threads)
-        self._report(self._damage(first + n, code, None if count < 0 else first + count), code, strict)
+        self._report(self._damage(first + n, code, None if count < 0 else first + count), code, strict, _stacklevel)
         return df
 
     def iter_chunks(self, cases: int = 100_000, columns=None, labels=False, missing="nan",
@@ -634,7 +634,7 @@ class MurvioFile:
             start += n
             if code or n < cases:
                 break
-        self._report(self._damage(start, code), code, strict)
+        self._report(self._damage(start, code), code, strict, 2)
 
 def _categorical(col: np.ndarray, value_labels: dict):
     """Numbers as categories named by their labels, in the order of the values;
@@ -707,7 +707,8 @@ def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True
     numbered from 1); with strict=True it raises DamageError instead.
     """
     with MurvioFile(path) as f:
-        return f.read(columns=columns, cases=cases, labels=labels, missing=missing, dates=dates, strict=strict)
+        return f.read(columns=columns, cases=cases, labels=labels, missing=missing, dates=dates, strict=strict,
+                      _stacklevel=3)
 
 
 def buffer_cache(limit: int | None = None) -> int:
@@ -842,7 +843,7 @@ def _check_text(what: str, text, limit: int) -> bytes:
     raw = _bytes(text)
     if len(raw) > limit:
         cut = raw[:limit].decode(_encoding(), "ignore").encode(_encoding(), "surrogateescape")
-        warnings.warn(f"{what}: stored cut to {len(cut)} bytes (at most {limit})", UserWarning, stacklevel=4)
+        warnings.warn(f"{what}: stored cut to {len(cut)} bytes (it holds at most {limit})", UserWarning, stacklevel=4)
         return cut
     return raw
 
@@ -904,7 +905,7 @@ def _keep_owner(target: str, before) -> None:
         pass  # not permitted: the file is the writer's, as any new file would be
 
 
-def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, stacklevel: int = 4):
+def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, stacklevel: int = 3):
     """The variables of a frame (dicts for the compiled part) and its values
     as columns and float blocks. `widths` fixes the width of string
     variables (column -> bytes), so that the parts of a frame written in

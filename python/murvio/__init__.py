@@ -313,6 +313,7 @@ def _path(path) -> str:
 # The files open for reading in this process, so that a write refuses to
 # replace a file it may be reading from.
 _open_files: "weakref.WeakSet[MurvioFile]" = weakref.WeakSet()
+_open_files_lock = threading.Lock()
 
 
 class MurvioFile:
@@ -341,7 +342,8 @@ class MurvioFile:
         self.metadata = _metadata_from_raw(self._raw)
         self._decoded = None
         self._start = None
-        _open_files.add(self)
+        with _open_files_lock:
+            _open_files.add(self)
 
     def close(self) -> None:
         with self._lock:
@@ -831,7 +833,9 @@ def _destination(path) -> tuple[str, os.stat_result | None]:
         kind = "a named pipe" if _stat.S_ISFIFO(st.st_mode) else "a device" if (
             _stat.S_ISCHR(st.st_mode) or _stat.S_ISBLK(st.st_mode)) else "a socket" if _stat.S_ISSOCK(st.st_mode) else "not a file"
         raise _PathError(1, f"{target}: {kind}; only a regular file is replaced")
-    for f in list(_open_files):
+    with _open_files_lock:
+        held = list(_open_files)
+    for f in held:
         if not f.closed and f._id == (st.st_dev, st.st_ino):
             raise _PathError(1, f"{target}: the file is open for reading ({f.path}); close it before writing over it")
     return target, st

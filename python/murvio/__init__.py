@@ -429,13 +429,17 @@ class MurvioFile:
 
     def _data_start(self):
         """Where the cases of a plain file begin: the end of the dictionary,
-        found by walking its records; None when they cannot be walked."""
+        found by walking its records; None when they cannot be walked. Also
+        notes the bytes of a case in the file (more than a case in memory
+        when very long strings are stored in segments)."""
         if self._start is not None or self.metadata.compression:
             return self._start
         try:
             with builtins.open(self.path, "rb") as f:
                 head = f.read(176)
                 order = "<" if struct.unpack_from("<i", head, 64)[0] in (2, 3) else ">"
+                cells = struct.unpack_from(f"{order}i", head, 68)[0]
+                self._case_bytes = 8 * cells if cells > 0 else self.metadata.case_size
 
                 def ints(k):
                     data = f.read(4 * k)
@@ -501,7 +505,7 @@ class MurvioFile:
                 data = os.stat(self.path).st_size - start
             except OSError:
                 data = -1
-            size = self.metadata.case_size
+            size = self._case_bytes
             if data >= 0 and size > 0 and m == data // size:
                 if data % size:
                     return f"{where}the file ends inside case {k}{of}"

@@ -135,13 +135,18 @@ def restate_count(path, stated):
 TEN = pd.DataFrame({"a": np.arange(10.0) + 0.5, "s": [f"s{i}" for i in range(10)]})
 
 
-def cut_to(keep):
-    """Keeps `keep` bytes of the cases."""
-    return lambda data, start: data[:start + keep]
+# The same cases with a long string, which the file stores in segments that
+# take more bytes than the string takes in memory.
+LONG = TEN.assign(s=TEN.s * 300)
+
+
+def cut_to(cases, extra=0):
+    """Keeps `cases` whole cases (of the file's size) and `extra` bytes."""
+    return lambda data, start, case: data[:start + cases * case + extra]
 
 
 def restated(count):
-    def damage(data, start):
+    def damage(data, start, case):
         data = bytearray(data)
         data[80:84] = struct.pack("<i", count if -1 <= count < 2**31 else -1)
         at = data.find(struct.pack("<iiii", 7, 16, 8, 2))
@@ -151,55 +156,60 @@ def restated(count):
 
 
 def both(first, second):
-    return lambda data, start: second(first(data, start), start)
+    return lambda data, start, case: second(first(data, start, case), start, case)
 
 
-def command(case, value):
+def command(case_number, value):
     """Sets the command of the second cell of a case in the first block."""
-    def damage(data, start):
+    def damage(data, start, case):
         data = bytearray(data)
-        data[start + 2 * case + 1] = value
+        data[start + 2 * case_number + 1] = value
         return bytes(data)
     return damage
 
 
-# (compressed, damage, whole cases readable, what a read says: {m} the whole
-# cases, {k} the case after them). A plain file's whole cases follow from its size;
-# a compressed file's are those the library reads one by one.
+# (compressed, frame, damage, whole cases readable, what a read says: {m} the
+# whole cases, {k} the case after them). A plain file's whole cases follow
+# from its size; a compressed file's are those the library reads one by one.
+# A compressed case of TEN is two stored cells, so four cases make a group
+# of a block of commands and 64 bytes.
 DAMAGED = [
-    (False, cut_to(16 * 7 + 8), 7, "the file ends inside case 8 of the 10 it states"),
-    (False, cut_to(16 * 6), 6, "the file ends after case 6 of the 10 it states"),
-    (False, restated(12), 10, "the file ends after case 10 of the 12 it states"),
-    (False, restated(8), 10, "the file holds 10 cases, more than the 8 it states"),
-    (False, restated(2**31 - 1), 10, "the file ends after case 10 of the 2147483647 it states"),
-    (False, restated(10**8), 10, "the file ends after case 10 of the 100000000 it states"),
-    (False, both(restated(-1), cut_to(16 * 9 + 3)), 9, "the file ends inside case 10$"),
-    (True, cut_to(72 + 8 + 16 + 8), None, "case {k} of the 10 it states cannot be read"),  # at a block boundary
-    (True, cut_to(72 + 8 + 32), None, "case {k} of the 10 it states cannot be read"),      # ... between cases
-    (True, cut_to(72 + 8 + 20), None, "case {k} of the 10 it states cannot be read"),      # inside a block
-    (True, restated(8), 10, "the file holds 10 cases, more than the 8 it states"),
-    (True, restated(2**31 - 1), 10, "case 11 of the 2147483647 it states cannot be read"),
-    (True, command(2, 252), None, "case {k} of the 10 it states cannot be read"),  # cells out of step
+    (False, TEN, cut_to(7, 8), 7, "the file ends inside case 8 of the 10 it states"),
+    (False, TEN, cut_to(6), 6, "the file ends after case 6 of the 10 it states"),
+    (False, TEN, restated(12), 10, "the file ends after case 10 of the 12 it states"),
+    (False, TEN, restated(8), 10, "the file holds 10 cases, more than the 8 it states"),
+    (False, TEN, restated(2**31 - 1), 10, "the file ends after case 10 of the 2147483647 it states"),
+    (False, TEN, restated(10**8), 10, "the file ends after case 10 of the 100000000 it states"),
+    (False, TEN, both(restated(-1), cut_to(9, 3)), 9, "the file ends inside case 10$"),
+    (False, LONG, cut_to(6, 500), 6, "the file ends inside case 7 of the 10 it states"),
+    (False, LONG, cut_to(5), 5, "the file ends after case 5 of the 10 it states"),
+    (True, TEN, cut_to(0, 72 + 8 + 16 + 8), None, "case {k} of the 10 it states cannot be read"),  # at a block boundary
+    (True, TEN, cut_to(0, 72 + 8 + 32), None, "case {k} of the 10 it states cannot be read"),      # ... between cases
+    (True, TEN, cut_to(0, 72 + 8 + 20), None, "case {k} of the 10 it states cannot be read"),      # inside a block
+    (True, TEN, restated(8), 10, "the file holds 10 cases, more than the 8 it states"),
+    (True, TEN, restated(2**31 - 1), 10, "case 11 of the 2147483647 it states cannot be read"),
+    (True, TEN, command(2, 252), None, "case {k} of the 10 it states cannot be read"),  # cells out of step
 ]
 
 
 @pytest.fixture(params=range(len(DAMAGED)))
 def damaged(request, tmp_path):
-    compress, damage, whole, said = DAMAGED[request.param]
+    compress, frame, damage, whole, said = DAMAGED[request.param]
     path = tmp_path / "d.murv"
-    murvio.write(TEN, path, compress=compress)
+    murvio.write(frame, path, compress=compress)
     data = path.read_bytes()
-    start = len(data) - (16 * 10 if not compress else 72 * 2 + 8 + 32)
-    path.write_bytes(damage(data, start))
+    case = 8 * struct.unpack_from("<i", data, 68)[0]
+    start = len(data) - (10 * case if not compress else 72 * 2 + 8 + 32)
+    path.write_bytes(damage(data, start, case))
     if whole is None:
         whole = murvio._murvio.bulk_read(str(path))
-    return path, whole, f"{path}: damaged: " + said.format(m=whole, k=whole + 1)
+    return path, frame, whole, f"{path}: damaged: " + said.format(m=whole, k=whole + 1)
 
 
 @pytest.mark.parametrize("threads", [False, True])
 def test_damaged_files_give_every_whole_case_and_say_where(damaged, split_small, threads):
-    path, whole, said = damaged
-    want = TEN.iloc[:whole] if whole <= 10 else murvio.read(path, labels=False, missing="keep")
+    path, frame, whole, said = damaged
+    want = frame.iloc[:whole] if whole <= 10 else murvio.read(path, labels=False, missing="keep")
     assert len(want) == whole
     with pytest.warns(murvio.DamageWarning, match=said):
         with murvio.open(path) as f:

@@ -506,12 +506,15 @@ class MurvioFile:
             except OSError:
                 data = -1
             size = self._case_bytes
-            if data >= 0 and size > 0 and m == data // size:
+            # A read that began past the data (a partition, a slice) reports
+            # where the data ends all the same.
+            if data >= 0 and size > 0 and m >= data // size:
+                whole = data // size
                 if data % size:
-                    return f"{where}the file ends inside case {k}{of}"
-                if n >= 0 and m < n:
-                    return f"{where}the file ends after case {m}{of}"
-                if n < 0 or m == n:
+                    return f"{where}the file ends inside case {whole + 1}{of}"
+                if n >= 0 and whole < n:
+                    return f"{where}the file ends after case {whole}{of}"
+                if n < 0 or whole == n:
                     return None
         # A compressed file whose data stops between blocks: whether a case
         # had begun cannot be told, so the case after the last whole one is

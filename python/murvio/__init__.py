@@ -310,6 +310,16 @@ def _path(path) -> str:
     return os.fsdecode(os.fspath(path))
 
 
+def _kind(st: os.stat_result) -> str:
+    """What a path that is not a regular file names."""
+    mode = st.st_mode
+    if _stat.S_ISFIFO(mode):
+        return "a named pipe"
+    if _stat.S_ISCHR(mode) or _stat.S_ISBLK(mode):
+        return "a device"
+    return "a socket" if _stat.S_ISSOCK(mode) else "not a regular file"
+
+
 # The files open for reading in this process, so that a write refuses to
 # replace a file it may be reading from.
 _open_files: "weakref.WeakSet[MurvioFile]" = weakref.WeakSet()
@@ -332,6 +342,8 @@ class MurvioFile:
             raise _NotFound(1, f"{self.path}: no such file") from None
         if _stat.S_ISDIR(st.st_mode):
             raise _IsADirectory(1, f"{self.path}: is a directory")
+        if not _stat.S_ISREG(st.st_mode):
+            raise _PathError(1, f"{self.path}: {_kind(st)}; only a regular file is read")
         self._id = (st.st_dev, st.st_ino)
         self._handle = _murvio.open_read(self.path)
         try:
@@ -837,9 +849,7 @@ def _destination(path) -> tuple[str, os.stat_result | None]:
     if _stat.S_ISDIR(st.st_mode):
         raise _IsADirectory(1, f"{target}: is a directory")
     if not _stat.S_ISREG(st.st_mode):
-        kind = "a named pipe" if _stat.S_ISFIFO(st.st_mode) else "a device" if (
-            _stat.S_ISCHR(st.st_mode) or _stat.S_ISBLK(st.st_mode)) else "a socket" if _stat.S_ISSOCK(st.st_mode) else "not a file"
-        raise _PathError(1, f"{target}: {kind}; only a regular file is replaced")
+        raise _PathError(1, f"{target}: {_kind(st)}; only a regular file is replaced")
     with _open_files_lock:
         held = list(_open_files)
     for f in held:

@@ -455,6 +455,9 @@ def test_write_destinations(tmp_path, make, refused):
     before = os.lstat(dest)
     owner = (os.stat(target).st_uid, os.stat(target).st_gid) if target else None
     new = pd.DataFrame({"new": [2.0, 3.0]})
+    if isinstance(refused, str) and make is not being_read:
+        with pytest.raises(murvio.Error, match=refused):
+            murvio.read(dest)
     if refused is None:
         murvio.write(new, dest)
         pd.testing.assert_frame_equal(murvio.read(dest), new)

@@ -612,8 +612,8 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     int compressed = 0;
     murvGetCompression(h, &compressed);
     const long span = capacity;
-    const bool split = seekCode == MURV_RC_OK && parallel && !compressed && first >= 0 && remaining >= 0 && (count < 0 || count >= span) &&
-                       span >= 2 * kParallelMinCases &&
+    const bool split = seekCode == MURV_RC_OK && parallel && !compressed && first >= 0 && remaining >= 0 &&
+                       (count < 0 || count >= span) && span >= 2 * kParallelMinCases &&
                        static_cast<double>(span) * caseSize >= kParallelMinBytes && std::thread::hardware_concurrency() > 1;
     {
         py::gil_scoped_release unlocked;
@@ -696,13 +696,6 @@ std::string Str(const py::handle& o) {
     return o.cast<std::string>();
 }
 
-// Writes a file: `vars` a list of dicts (name, type, and optionally label,
-// print_format, write_format, missing, value_labels, measure, alignment,
-// column_width, attributes), `columns` per variable an array (float64 with
-// NaN for system-missing, or fixed-width bytes) or None for a variable whose
-// values are in `blocks`: (2-dimensional float64 array of one row per
-// variable, the variables' positions), `info` the file's own metadata. The
-// file appears only when complete.
 // Variables as write_file and begin_write take them: their types and names.
 void TypesAndNames(const py::list& vars, std::vector<int>& types, std::vector<std::string>& names) {
     types.resize(vars.size());

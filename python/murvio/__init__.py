@@ -404,13 +404,13 @@ class MurvioFile:
         strings; and the user-missing values to blank."""
         raw = self._raw
         types, vls, fmts, miss = raw["types"], raw["value_labels"], raw["print_formats"], raw["missing"]
-        dest, spec = [], []
+        dest, blank = [], []
         for i in idx:
             special = types[i] == 0 and ((labels and vls[i]) or (dates and fmts[i][0] in _DATE_FORMATS))
             dest.append(1 if special else 0)
-            spec.append(miss[i] if missing == "nan" and types[i] == 0 else None)
+            blank.append(miss[i] if missing == "nan" and types[i] == 0 else None)
         return {"idx": idx, "offsets": [raw["offsets"][i] for i in idx], "types": [types[i] for i in idx],
-                "dest": dest, "missing": spec, "labels": labels, "nan": missing == "nan", "dates": dates}
+                "dest": dest, "missing": blank, "labels": labels, "nan": missing == "nan", "dates": dates}
 
     def _read(self, plan, first, count, index_start=None, parallel=False):
         """Up to `count` cases (all there are for -1) from case `first` (from
@@ -807,34 +807,34 @@ def _var_meta(v) -> dict:
     return dict(v)
 
 
-def _apply_meta(spec: dict, vm: dict) -> None:
+def _apply_meta(vdef: dict, vm: dict) -> None:
     for key, value in vm.items():
         if value is None:
             continue
         if key == "label":
-            spec["label"] = _bytes(value)
+            vdef["label"] = _bytes(value)
         elif key in ("print_format", "write_format"):
-            spec[key] = tuple(value)
+            vdef[key] = tuple(value)
         elif key == "missing":
-            if spec["type"] == 0:
-                spec["missing"] = tuple([value[0]] + [float(x) for x in value[1:4]] + [0.0] * (4 - len(value)))
+            if vdef["type"] == 0:
+                vdef["missing"] = tuple([value[0]] + [float(x) for x in value[1:4]] + [0.0] * (4 - len(value)))
             else:
                 vals = [_bytes(x) for x in value[1:4]] + [b""] * (4 - len(value))
-                spec["missing"] = (value[0], *vals)
+                vdef["missing"] = (value[0], *vals)
         elif key == "value_labels" and value:
-            spec["value_labels"] = [((float(k) if spec["type"] == 0 else _bytes(k)), _bytes(t))
+            vdef["value_labels"] = [((float(k) if vdef["type"] == 0 else _bytes(k)), _bytes(t))
                                     for k, t in dict(value).items()]
         elif key in ("measure", "alignment"):
             names = _MEASURES if key == "measure" else _ALIGNMENTS
             code = {v: k for k, v in names.items()}.get(value, value if value in names else None)
             if code is None or isinstance(value, bool):
                 allowed = ", ".join(repr(v) for v in names.values())
-                raise ValueError(f"{key} {value!r} of {_text(spec['name'])}: one of {allowed}")
-            spec[key] = code
+                raise ValueError(f"{key} {value!r} of {_text(vdef['name'])}: one of {allowed}")
+            vdef[key] = code
         elif key == "column_width":
-            spec["column_width"] = int(value)
+            vdef["column_width"] = int(value)
         elif key == "attributes" and value:
-            spec["attributes"] = [(_bytes(k), _bytes(t)) for k, t in dict(value).items()]
+            vdef["attributes"] = [(_bytes(k), _bytes(t)) for k, t in dict(value).items()]
 
 
 def _destination(path) -> tuple[str, os.stat_result | None]:
@@ -906,11 +906,11 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         raise TypeError(f"write() needs a pandas DataFrame, not {type(df).__name__}")
     target, before = _destination(path)
     meta = _as_dict(metadata)
-    specs, columns, blocks = _frame_columns(df, meta)
+    defs, columns, blocks = _frame_columns(df, meta)
     # The library writes beside an existing file and moves the new one over
     # it when complete, keeping its permissions; a failure removes what it
     # wrote and leaves the old file whole.
-    _murvio.write_file(target, bool(compress), specs, columns, blocks, _file_info(meta))
+    _murvio.write_file(target, bool(compress), defs, columns, blocks, _file_info(meta))
     _keep_owner(target, before)
 
 
@@ -938,10 +938,10 @@ def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, sta
         warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=stacklevel)
     enc = _encoding()
     blocks, in_blocks = _float_blocks(df)
-    specs, columns = [], []
+    defs, columns = [], []
     for k, (name, col_name) in enumerate(zip(names, df.columns)):
         vm = _var_meta(given.get(str(col_name), given.get(name))) if given else {}
-        spec = {"name": _bytes(name)}
+        vdef = {"name": _bytes(name)}
         s = df.iloc[:, k]
         if s.dtype.kind in "iu" and s.dtype.itemsize == 8 or str(s.dtype) in ("Int64", "UInt64"):
             big = s.dropna().astype(s.dtype.numpy_dtype if hasattr(s.dtype, "numpy_dtype") else s.dtype)
@@ -949,10 +949,10 @@ def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, sta
                 warnings.warn(f"column {col_name!r}: integers beyond 2**53 lose precision as numbers "
                               f"(stored as the nearest double)", UserWarning, stacklevel=stacklevel)
         if k in in_blocks:
-            spec["type"] = 0
+            vdef["type"] = 0
             columns.append(None)
-            _apply_meta(spec, vm)
-            specs.append(spec)
+            _apply_meta(vdef, vm)
+            defs.append(vdef)
             continue
         if s.dtype.kind == "c":
             raise TypeError(f"column {col_name!r}: complex numbers cannot be stored (a variable holds real numbers)")
@@ -964,15 +964,15 @@ def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, sta
             if string:
                 encoded = [b"" if c < 0 else _bytes(values[c]) for c in codes]
                 width = max([len(_bytes(v)) for v in labels] + list(map(len, encoded)) + [1])
-                spec["type"] = max(width, vm.pop("type", 0) if isinstance(vm.get("type"), int) else 0)
-                columns.append(np.array(encoded, dtype=f"S{spec['type']}"))
+                vdef["type"] = max(width, vm.pop("type", 0) if isinstance(vm.get("type"), int) else 0)
+                columns.append(np.array(encoded, dtype=f"S{vdef['type']}"))
             else:
                 table = np.asarray(values + [np.nan], dtype="float64")
-                spec["type"] = 0
+                vdef["type"] = 0
                 columns.append(table[codes])  # code -1 (no category) takes the last: NaN
-            spec["value_labels"] = labels
+            vdef["value_labels"] = labels
             vm = {**vm, "value_labels": labels}
-            spec["measure"] = 1
+            vdef["measure"] = 1
         elif pd.api.types.is_datetime64_any_dtype(s.dtype):
             if getattr(s.dt, "tz", None) is not None:
                 warnings.warn(f"column {col_name!r}: date-times with a time zone ({s.dt.tz}) stored in UTC "
@@ -982,8 +982,8 @@ def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, sta
             # Whole seconds exactly, then the fraction: one rounding to the double.
             secs = (ns // 1_000_000_000 + int(_EPOCH_OFFSET)).astype("float64") + (ns % 1_000_000_000) / 1e9
             secs[s.isna().to_numpy()] = np.nan
-            spec["type"] = 0
-            spec["print_format"] = spec["write_format"] = (22, 20, 0)
+            vdef["type"] = 0
+            vdef["print_format"] = vdef["write_format"] = (22, 20, 0)
             columns.append(secs)
         elif pd.api.types.is_timedelta64_dtype(s.dtype):
             warnings.warn(f"column {col_name!r}: durations stored as seconds with a TIME format "
@@ -991,11 +991,11 @@ def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, sta
             ns = s.to_numpy(dtype="timedelta64[ns]").astype("int64")
             secs = (ns // 1_000_000_000).astype("float64") + (ns % 1_000_000_000) / 1e9
             secs[s.isna().to_numpy()] = np.nan
-            spec["type"] = 0
-            spec["print_format"] = spec["write_format"] = (21, 15, 6)
+            vdef["type"] = 0
+            vdef["print_format"] = vdef["write_format"] = (21, 15, 6)
             columns.append(secs)
         elif pd.api.types.is_bool_dtype(s.dtype) or pd.api.types.is_numeric_dtype(s.dtype):
-            spec["type"] = 0
+            vdef["type"] = 0
             columns.append(np.ascontiguousarray(s.to_numpy(dtype="float64", na_value=np.nan)))
         else:
             if pd.api.types.infer_dtype(s, skipna=True) not in ("string", "bytes", "empty") and \
@@ -1012,11 +1012,11 @@ def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, sta
                 width = max(width, int(widths[str(col_name)]))
             if width > 32767:
                 raise ValueError(f"column {col_name!r}: a value of {width} bytes; the longest string is 32767 bytes")
-            spec["type"] = width
+            vdef["type"] = width
             columns.append(np.array(encoded, dtype=f"S{width}"))
-        _apply_meta(spec, vm)
-        specs.append(spec)
-    return specs, columns, blocks
+        _apply_meta(vdef, vm)
+        defs.append(vdef)
+    return defs, columns, blocks
 
 
 def _file_info(meta: dict) -> dict:

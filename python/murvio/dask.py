@@ -104,15 +104,15 @@ def write(ddf: dd.DataFrame, path, metadata=None, compress: bool = True) -> None
     if text:
         counted = ddf[text].map_partitions(_byte_widths, meta=pd.DataFrame({c: pd.Series(dtype="int64") for c in text}))
         widths = {str(c): int(w) for c, w in counted.max().compute().items()}
-    specs, _, _ = _frame_columns(empty, meta, widths, stacklevel=3)
+    defs, _, _ = _frame_columns(empty, meta, widths, stacklevel=3)
     info = _file_info(meta)
-    types = [s["type"] for s in specs]
+    types = [s["type"] for s in defs]
 
     directory, name = os.path.split(target)
     fd, scratch = tempfile.mkstemp(prefix=f".{name}.", suffix=".tmp", dir=directory or ".")
     os.close(fd)
     try:
-        handle = _murvio.begin_write(scratch, bool(compress), specs, info)
+        handle = _murvio.begin_write(scratch, bool(compress), defs, info)
         try:
             for i in range(ddf.npartitions):
                 part = ddf.get_partition(i).compute()

@@ -426,7 +426,7 @@ double kParallelMinBytes = 32.0 * (1 << 20);
 
 // User-missing values of a numeric variable: (kind, a, b, c) as the
 // interface reports them.
-struct MissingSpec {
+struct MissingSet {
     int kind = 0;
     double v[3] = {0, 0, 0};
     bool Is(double x) const {
@@ -493,7 +493,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
         std::size_t width;  // bytes: 8 for numbers
         int dest;
         std::size_t slot;   // column in the block, own column or string row
-        MissingSpec miss;
+        MissingSet miss;
     };
     std::vector<Col> cols(ncols);
     std::size_t nb = 0, no = 0, ns = 0;
@@ -514,9 +514,9 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     bool direct = nb == ncols && static_cast<std::size_t>(caseSize) == 8 * nb;
     for (std::size_t c = 0; direct && c < ncols; ++c) direct = cols[c].offset == 8 * c;
     std::vector<std::size_t> blockMissing;  // block columns with user-missing values
-    std::vector<MissingSpec> blockSpecs;
+    std::vector<MissingSet> blockSets;
     for (const Col& col : cols)
-        if (col.dest == 0 && col.miss.kind != 0) blockMissing.push_back(col.slot), blockSpecs.push_back(col.miss);
+        if (col.dest == 0 && col.miss.kind != 0) blockMissing.push_back(col.slot), blockSets.push_back(col.miss);
 
     long capacity = count;
     int stated = -1;
@@ -588,7 +588,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
                     }
                 }
                 for (std::size_t k = 0; k < blockMissing.size(); ++k)
-                    if (blockSpecs[k].Is(row[blockMissing[k]])) row[blockMissing[k]] = nan;
+                    if (blockSets[k].Is(row[blockMissing[k]])) row[blockMissing[k]] = nan;
                 ++m;
             }
             if (nb) StreamValues(reinterpret_cast<double*>(block.data()) + nb * static_cast<std::size_t>(at + done), tile.data(), nb * m, sysmis);

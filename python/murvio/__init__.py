@@ -8,14 +8,22 @@
     murvio.write(df, "out.murv", metadata=meta)
 
 Failures of the library raise murvio.Error with the library's code and its
-name (``err.code``, ``err.name``).
+name (``err.code``, ``err.name``). A damaged file gives the cases that can be
+read with a murvio.DamageWarning (murvio.DamageError with strict=True).
 """
 
 from __future__ import annotations
 
+import builtins
+import errno as _errno
 import locale
 import math
+import os
+import stat as _stat
+import struct
+import threading
 import warnings
+import weakref
 from dataclasses import dataclass, field
 from typing import Any, Iterator, Sequence
 
@@ -25,7 +33,7 @@ import pandas as pd
 from . import _murvio
 from ._codes import CODES
 
-__all__ = ["CodeWarning", "Error", "buffer_cache", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
+__all__ = ["CodeWarning", "DamageError", "DamageWarning", "Error", "buffer_cache", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
 
 # The library's return codes: number -> (name, meaning), taken from murvio.h
 # when the module is built.
@@ -43,7 +51,46 @@ class Error(Exception):
         super().__init__(f"{message}: code {code} {self.name} ({self.meaning})")
 
     def __reduce__(self):
-        return (Error, (self.code, self.message))
+        return (type(self), (self.code, self.message))
+
+
+class DamageError(Error):
+    """The file is damaged (strict reads): the message says where, in words,
+    with cases numbered from 1; ``code`` is the library's code of the read
+    that failed (0 when the data simply ended or went on)."""
+
+    def __init__(self, code: int, message: str):
+        super().__init__(code, message)
+        self.args = (message,)
+
+    def __str__(self) -> str:
+        return self.message
+
+
+class DamageWarning(UserWarning):
+    """The file is damaged; the cases before the damage were delivered."""
+
+
+# Errors about the path itself: a murvio.Error and the OSError Python's own
+# files raise for the same thing.
+class _PathError(Error, OSError):
+    errno_value = _errno.EINVAL
+
+    def __init__(self, code: int, message: str):
+        super().__init__(code, message)
+        self.args = (message,)
+        self.errno = self.errno_value
+
+    def __str__(self) -> str:
+        return self.message
+
+
+class _NotFound(_PathError, FileNotFoundError):
+    errno_value = _errno.ENOENT
+
+
+class _IsADirectory(_PathError, IsADirectoryError):
+    errno_value = _errno.EISDIR
 
 
 class CodeWarning(UserWarning):
@@ -256,11 +303,48 @@ def _metadata_from_raw(raw: dict) -> Metadata:
 
 # ---- reading ----
 
+def _path(path) -> str:
+    """A path given as str or os.PathLike, as str."""
+    if not isinstance(path, (str, os.PathLike)):
+        raise TypeError(f"a path must be str or os.PathLike, not {type(path).__name__}")
+    return os.fsdecode(os.fspath(path))
+
+
+def _kind(st: os.stat_result) -> str:
+    """What a path that is not a regular file names."""
+    mode = st.st_mode
+    if _stat.S_ISFIFO(mode):
+        return "a named pipe"
+    if _stat.S_ISCHR(mode) or _stat.S_ISBLK(mode):
+        return "a device"
+    return "a socket" if _stat.S_ISSOCK(mode) else "not a regular file"
+
+
+# The files open for reading in this process, so that a write refuses to
+# replace a file it may be reading from.
+_open_files: "weakref.WeakSet[MurvioFile]" = weakref.WeakSet()
+_open_files_lock = threading.Lock()
+
+
 class MurvioFile:
-    """A file open for reading. Use as a context manager, or call close()."""
+    """A file open for reading. Use as a context manager, or call close().
+
+    A read and a close never overlap: close() on one thread waits for a
+    read on another to finish, and a read after close() raises ValueError."""
 
     def __init__(self, path):
-        self.path = str(path)
+        self._lock = threading.Lock()
+        self._handle = None
+        self.path = _path(path)
+        try:
+            st = os.stat(self.path)
+        except FileNotFoundError:
+            raise _NotFound(1, f"{self.path}: no such file") from None
+        if _stat.S_ISDIR(st.st_mode):
+            raise _IsADirectory(1, f"{self.path}: is a directory")
+        if not _stat.S_ISREG(st.st_mode):
+            raise _PathError(1, f"{self.path}: {_kind(st)}; only a regular file is read")
+        self._id = (st.st_dev, st.st_ino)
         self._handle = _murvio.open_read(self.path)
         try:
             self._raw = _murvio.metadata(self._handle)
@@ -269,12 +353,19 @@ class MurvioFile:
             raise
         self.metadata = _metadata_from_raw(self._raw)
         self._decoded = None
-        self._short = ""
+        self._start = None
+        with _open_files_lock:
+            _open_files.add(self)
 
     def close(self) -> None:
-        if self._handle is not None:
-            _murvio.close(self._handle)
-            self._handle = None
+        with self._lock:
+            if self._handle is not None:
+                _murvio.close(self._handle)
+                self._handle = None
+
+    @property
+    def closed(self) -> bool:
+        return self._handle is None
 
     def __enter__(self):
         return self
@@ -313,23 +404,141 @@ class MurvioFile:
         strings; and the user-missing values to blank."""
         raw = self._raw
         types, vls, fmts, miss = raw["types"], raw["value_labels"], raw["print_formats"], raw["missing"]
-        dest, spec = [], []
+        dest, blank = [], []
         for i in idx:
             special = types[i] == 0 and ((labels and vls[i]) or (dates and fmts[i][0] in _DATE_FORMATS))
             dest.append(1 if special else 0)
-            spec.append(miss[i] if missing == "nan" and types[i] == 0 else None)
+            blank.append(miss[i] if missing == "nan" and types[i] == 0 else None)
         return {"idx": idx, "offsets": [raw["offsets"][i] for i in idx], "types": [types[i] for i in idx],
-                "dest": dest, "missing": spec, "labels": labels, "nan": missing == "nan", "dates": dates}
+                "dest": dest, "missing": blank, "labels": labels, "nan": missing == "nan", "dates": dates}
 
     def _read(self, plan, first, count, index_start=None, parallel=False):
+        """Up to `count` cases (all there are for -1) from case `first` (from
+        where the last read ended for -1): (frame, cases read, the library's
+        code of a read that failed, else 0)."""
         start = first if index_start is None else index_start
-        block, own, strs, n, short = _murvio.read_block(self._handle, first, count, plan["offsets"], plan["types"],
-                                                        plan["dest"], plan["missing"], _encoding(), self.path,
-                                                        parallel, start)
-        if short:
-            # The data ended before the stated count: the callers warn with both counts.
-            self._short = f" (reading case {start + n + 1} gave code {short} {CODE_NAMES.get(short, '')})"
-        return self._frame(plan, block, own, strs, n, pd.RangeIndex(start, start + n)), n
+        with self._lock:
+            if self._handle is None:
+                raise ValueError("I/O operation on closed file")
+            block, own, strs, n, code = _murvio.read_block(self._handle, first, count, plan["offsets"],
+                                                           plan["types"], plan["dest"], plan["missing"],
+                                                           _encoding(), self.path, parallel, self._hold(start))
+        return self._frame(plan, block, own, strs, n, pd.RangeIndex(start, start + n)), n, code
+
+    def _hold(self, first: int) -> int:
+        """The most cases the file can hold from case `first` on, as its size
+        allows: a plain case takes its full size, a compressed one at least a
+        byte for each 8-byte cell. A header may state any count; this bound
+        is what memory is reserved for (it grows if the file holds more)."""
+        try:
+            size = os.stat(self.path).st_size
+        except OSError:
+            return -1
+        per_case = max(self.metadata.case_size, 8)
+        if self.metadata.compression:
+            per_case //= 8
+        return max(size // per_case - first, 0)
+
+    def _data_start(self):
+        """Where the cases of a plain file begin: the end of the dictionary,
+        found by walking its records; None when they cannot be walked. Also
+        notes the bytes of a case in the file (more than a case in memory
+        when very long strings are stored in segments)."""
+        if self._start is not None or self.metadata.compression:
+            return self._start
+        try:
+            with builtins.open(self.path, "rb") as f:
+                head = f.read(176)
+                order = "<" if struct.unpack_from("<i", head, 64)[0] in (2, 3) else ">"
+                cells = struct.unpack_from(f"{order}i", head, 68)[0]
+                self._case_bytes = 8 * cells if cells > 0 else self.metadata.case_size
+
+                def ints(k):
+                    data = f.read(4 * k)
+                    if len(data) != 4 * k:
+                        raise EOFError
+                    return struct.unpack(f"{order}{k}i", data)
+
+                while True:
+                    kind, = ints(1)
+                    if kind == 2:
+                        _, has_label, n_missing = ints(3)
+                        f.seek(16, 1)
+                        if has_label:
+                            length, = ints(1)
+                            f.seek((length + 3) // 4 * 4, 1)
+                        f.seek(8 * abs(n_missing), 1)
+                    elif kind == 3:
+                        count, = ints(1)
+                        for _ in range(count):
+                            f.seek(8, 1)
+                            length = f.read(1)
+                            if not length:
+                                raise EOFError
+                            f.seek((length[0] + 8) // 8 * 8 - 1, 1)
+                    elif kind == 4:
+                        count, = ints(1)
+                        f.seek(4 * count, 1)
+                    elif kind == 6:
+                        count, = ints(1)
+                        f.seek(80 * count, 1)
+                    elif kind == 7:
+                        _, size, count = ints(3)
+                        f.seek(size * count, 1)
+                    elif kind == 999:
+                        ints(1)
+                        self._start = f.tell()
+                        return self._start
+                    else:
+                        return None
+        except (OSError, EOFError, struct.error):
+            return None
+
+    def _damage(self, m: int, code: int, end=None):
+        """What a read that stopped after `m` whole cases (counted from the
+        first case of the file) says about the file, in words, or None when
+        nothing is wrong. `code` is the library's code of the read that
+        failed (0: none failed, the data ended); `end` the case number the
+        read was to reach (None: the end of the data)."""
+        n = self.metadata.cases
+        of = f" of the {n} it states" if n >= 0 else ""
+        where = f"{self.path}: damaged: "
+        k = m + 1
+        if code == 0 and not (n >= 0 and m < (n if end is None else min(end, n))):
+            if end is None and 0 <= n < m:
+                return f"{where}the file holds {m} cases, more than the {n} it states"
+            return None
+        # A plain file's cases are fixed runs of 8-byte cells after the
+        # dictionary, so its size tells a cut from other damage. A
+        # compressed file's cannot be told apart reliably.
+        start = self._data_start()
+        if start is not None:
+            try:
+                data = os.stat(self.path).st_size - start
+            except OSError:
+                data = -1
+            size = self._case_bytes
+            # A read that began past the data (a partition, a slice) reports
+            # where the data ends all the same.
+            if data >= 0 and size > 0 and m >= data // size:
+                whole = data // size
+                if data % size:
+                    return f"{where}the file ends inside case {whole + 1}{of}"
+                if n >= 0 and whole < n:
+                    return f"{where}the file ends after case {whole}{of}"
+                if n < 0 or whole == n:
+                    return None
+        # A compressed file whose data stops between blocks: whether a case
+        # had begun cannot be told, so the case after the last whole one is
+        # named as unreadable.
+        return f"{where}case {k}{of} cannot be read" + (": the data ends" if code == 0 else "")
+
+    def _report(self, message, code: int, strict: bool, stacklevel: int = 3) -> None:
+        if message is None:
+            return
+        if strict:
+            raise DamageError(code, message)
+        warnings.warn(DamageWarning(message), stacklevel=stacklevel + 1)
 
     def _frame(self, plan, block, own, strs, n, index) -> pd.DataFrame:
         names = self._names()
@@ -339,6 +548,7 @@ class MurvioFile:
             return pd.DataFrame(block, columns=columns, index=index, copy=False)
         vars_ = self.metadata.variables
         block_pos, others, plain_str, plain_pos = [], [], [], []
+        labelled = {}
         o = s = 0
         for pos, (i, t, d) in enumerate(zip(idx, plan["types"], plan["dest"])):
             if t == 0 and d == 0:
@@ -350,6 +560,8 @@ class MurvioFile:
                 o += 1
                 if plan["labels"] and v.value_labels:
                     col = _categorical(col, v.value_labels)
+                    if isinstance(col, pd.Categorical):
+                        labelled[names[i]] = v.value_labels
                 else:
                     col = _to_datetime(col)
                 others.append((pos, col))
@@ -361,74 +573,89 @@ class MurvioFile:
                 col = col.copy()
                 col[np.isin(col, list(v.missing[1:]))] = np.nan
                 changed = True
-            if plan["labels"] and v.value_labels:
+            if plan["labels"] and v.value_labels and len(set(v.value_labels.values())) == len(v.value_labels):
                 cats = list(dict.fromkeys(v.value_labels.values()))
                 col = pd.Categorical(pd.Series(col, dtype=object).map(v.value_labels), categories=cats)
+                labelled[names[i]] = v.value_labels
                 changed = True
             if changed:
                 others.append((pos, col))
             else:
                 plain_str.append(col)
                 plain_pos.append(pos)
-        return _assemble(columns, index, block, block_pos, plain_str, plain_pos, others)
+        df = _assemble(columns, index, block, block_pos, plain_str, plain_pos, others)
+        if labelled:
+            # The values behind the categories, so that write() gives the
+            # variables their codes back.
+            df.attrs["value_labels"] = labelled
+        return df
+
+    def _cases(self, cases):
+        """`cases` (None, an int or a slice, by Python's rules for a sequence
+        of the stated length) as (first, count); count -1 reads to the end."""
+        stated = self.metadata.cases
+        total = stated if stated >= 0 else None
+        if cases is None:
+            return 0, -1
+        if isinstance(cases, (int, np.integer)) and not isinstance(cases, bool):
+            k = int(cases)
+            if k < 0:
+                if total is None:
+                    raise ValueError("negative case numbers need a file that states its case count")
+                k += total
+            if k < 0 or (total is not None and k >= total):
+                raise IndexError(f"case {cases} out of range: the file states {stated} cases")
+            return k, 1
+        if not isinstance(cases, slice) or cases.step not in (None, 1):
+            raise ValueError("cases must be a case number or a slice of case numbers with step 1")
+        for x in (cases.start, cases.stop):
+            if x is not None and not isinstance(x, (int, np.integer)):
+                raise TypeError("slice bounds must be integers or None")
+        if total is None:
+            if (cases.start or 0) < 0 or (cases.stop is not None and cases.stop < 0):
+                raise ValueError("negative case numbers need a file that states its case count")
+            first = cases.start or 0
+            return first, -1 if cases.stop is None else max(0, cases.stop - first)
+        first, stop, _ = cases.indices(total)
+        # Open to the end: the cases past the stated count too, if there are any.
+        return first, -1 if cases.stop is None else max(0, stop - first)
 
     def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True,
-             threads: bool = True) -> pd.DataFrame:
+             threads: bool = True, strict: bool = False, _stacklevel: int = 2) -> pd.DataFrame:
         """The cases as a DataFrame (see murvio.read). With `threads`, a large
         read of an uncompressed file goes on two threads, each with a handle
         of its own."""
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
+        if self._handle is None:
+            raise ValueError("I/O operation on closed file")
         plan = self._plan(self._columns(columns), labels, missing, dates)
-        stated = self.metadata.cases
-        first, count = 0, -1
-        if cases is not None:
-            if isinstance(cases, int):
-                cases = slice(cases, cases + 1)
-            if not isinstance(cases, slice) or (cases.step not in (None, 1)):
-                raise ValueError("cases must be a slice of case numbers with step 1")
-            total = stated if stated >= 0 else None
-            start, stop = cases.start or 0, cases.stop
-            if (start < 0 or (stop is not None and stop < 0)) and total is None:
-                raise ValueError("negative case numbers need a file that states its case count")
-            if start < 0:
-                start += total
-            if stop is not None and stop < 0:
-                stop += total
-            first = max(0, start)
-            count = -1 if stop is None else max(0, stop - first)
-        self._short = ""
-        df, n = self._read(plan, first, count, parallel=threads)
-        if stated >= 0 and ((cases is None and n != stated) or self._short):
-            warnings.warn(f"{self.path}: the file holds {first + n} cases, its header states {stated}{self._short}",
-                          stacklevel=3)
+        first, count = self._cases(cases)
+        df, n, code = self._read(plan, first, count, parallel=threads)
+        self._report(self._damage(first + n, code, None if count < 0 else first + count), code, strict, _stacklevel)
         return df
 
     def iter_chunks(self, cases: int = 100_000, columns=None, labels=False, missing="nan",
-                    dates=True) -> Iterator[pd.DataFrame]:
-        """DataFrames of at most `cases` cases each, from the first case to the last."""
+                    dates=True, strict: bool = False) -> Iterator[pd.DataFrame]:
+        """DataFrames of at most `cases` cases each, from the first case to the
+        last. Damage ends the chunks after the last whole case, with a
+        DamageWarning (DamageError with `strict`) after the chunk that holds it."""
         if cases < 1:
             raise ValueError("cases must be at least 1")
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
         plan = self._plan(self._columns(columns), labels, missing, dates)
-        self._short = ""
         first, start = 0, 0
         while True:
-            df, n = self._read(plan, first, cases, start)
+            df, n, code = self._read(plan, first, cases, start)
             first = -1
-            if n == 0:
-                break
-            yield df
+            if n:
+                yield df
             del df
             start += n
-            if n < cases:
+            if code or n < cases:
                 break
-        stated = self.metadata.cases
-        if stated >= 0 and start != stated:
-            warnings.warn(f"{self.path}: the file holds {start} cases, its header states {stated}{self._short}",
-                          stacklevel=2)
-
+        self._report(self._damage(start, code), code, strict, 2)
 
 def _categorical(col: np.ndarray, value_labels: dict):
     """Numbers as categories named by their labels, in the order of the values;
@@ -484,7 +711,8 @@ def open(path) -> MurvioFile:  # noqa: A001 - the module's own open, as in the d
     return MurvioFile(path)
 
 
-def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True) -> pd.DataFrame:
+def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True,
+         strict: bool = False) -> pd.DataFrame:
     """Reads a file into a DataFrame.
 
     Numeric variables come as float64 with system-missing values as NaN, and
@@ -492,12 +720,16 @@ def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True
     as str without their trailing blanks; with labels=True value-labelled
     variables as Categorical (values without a label are NaN); with
     dates=True date-formatted variables as datetime64. `columns` picks
-    variables by name, `cases` is a slice of case numbers (from 0), read
+    variables by name, `cases` a case number or a slice of case numbers
+    (from 0, by Python's rules for a sequence of the stated length), read
     through seeks. A large read of an uncompressed file goes on two threads,
-    each with a handle of its own.
+    each with a handle of its own. A damaged file gives every whole case
+    before the damage and a DamageWarning that says where it is (cases
+    numbered from 1); with strict=True it raises DamageError instead.
     """
     with MurvioFile(path) as f:
-        return f.read(columns=columns, cases=cases, labels=labels, missing=missing, dates=dates)
+        return f.read(columns=columns, cases=cases, labels=labels, missing=missing, dates=dates, strict=strict,
+                      _stacklevel=3)
 
 
 def buffer_cache(limit: int | None = None) -> int:
@@ -569,37 +801,88 @@ def _var_meta(v) -> dict:
     if v is None:
         return {}
     if isinstance(v, Variable):
-        return {"label": v.label, "print_format": v.print_format, "write_format": v.write_format,
+        return {"type": v.type, "label": v.label, "print_format": v.print_format, "write_format": v.write_format,
                 "missing": v.missing, "value_labels": v.value_labels, "measure": v.measure,
                 "alignment": v.alignment, "column_width": v.column_width, "attributes": v.attributes}
     return dict(v)
 
 
-def _apply_meta(spec: dict, vm: dict) -> None:
+def _apply_meta(vdef: dict, vm: dict) -> None:
     for key, value in vm.items():
         if value is None:
             continue
         if key == "label":
-            spec["label"] = _bytes(value)
+            vdef["label"] = _bytes(value)
         elif key in ("print_format", "write_format"):
-            spec[key] = tuple(value)
+            vdef[key] = tuple(value)
         elif key == "missing":
-            if spec["type"] == 0:
-                spec["missing"] = tuple([value[0]] + [float(x) for x in value[1:4]] + [0.0] * (4 - len(value)))
+            if vdef["type"] == 0:
+                vdef["missing"] = tuple([value[0]] + [float(x) for x in value[1:4]] + [0.0] * (4 - len(value)))
             else:
                 vals = [_bytes(x) for x in value[1:4]] + [b""] * (4 - len(value))
-                spec["missing"] = (value[0], *vals)
+                vdef["missing"] = (value[0], *vals)
         elif key == "value_labels" and value:
-            spec["value_labels"] = [((float(k) if spec["type"] == 0 else _bytes(k)), _bytes(t))
+            vdef["value_labels"] = [((float(k) if vdef["type"] == 0 else _bytes(k)), _bytes(t))
                                     for k, t in dict(value).items()]
-        elif key == "measure":
-            spec["measure"] = {v: k for k, v in _MEASURES.items()}.get(value, value)
-        elif key == "alignment":
-            spec["alignment"] = {v: k for k, v in _ALIGNMENTS.items()}.get(value, value)
+        elif key in ("measure", "alignment"):
+            names = _MEASURES if key == "measure" else _ALIGNMENTS
+            code = {v: k for k, v in names.items()}.get(value, value if value in names else None)
+            if code is None or isinstance(value, bool):
+                allowed = ", ".join(repr(v) for v in names.values())
+                raise ValueError(f"{key} {value!r} of {_text(vdef['name'])}: one of {allowed}")
+            vdef[key] = code
         elif key == "column_width":
-            spec["column_width"] = int(value)
+            vdef["column_width"] = int(value)
         elif key == "attributes" and value:
-            spec["attributes"] = [(_bytes(k), _bytes(t)) for k, t in dict(value).items()]
+            vdef["attributes"] = [(_bytes(k), _bytes(t)) for k, t in dict(value).items()]
+
+
+def _destination(path) -> tuple[str, os.stat_result | None]:
+    """Where a write goes: a symbolic link is followed to its target, which
+    is replaced (when it exists) only if it is a regular file that this
+    process is not reading; and the target's status before the write."""
+    target = os.path.realpath(_path(path))
+    try:
+        st = os.stat(target)
+    except FileNotFoundError:
+        return target, None
+    if _stat.S_ISDIR(st.st_mode):
+        raise _IsADirectory(1, f"{target}: is a directory")
+    if not _stat.S_ISREG(st.st_mode):
+        raise _PathError(1, f"{target}: {_kind(st)}; only a regular file is replaced")
+    with _open_files_lock:
+        held = list(_open_files)
+    for f in held:
+        if not f.closed and f._id == (st.st_dev, st.st_ino):
+            raise _PathError(1, f"{target}: the file is open for reading ({f.path}); close it before writing over it")
+    return target, st
+
+
+def _check_text(what: str, text, limit: int) -> bytes:
+    """The bytes of a text the format keeps to `limit` bytes, cut at a
+    character boundary, with a warning when it is longer."""
+    raw = _bytes(text)
+    if len(raw) > limit:
+        cut = raw[:limit].decode(_encoding(), "ignore").encode(_encoding(), "surrogateescape")
+        warnings.warn(f"{what}: stored cut to {len(cut)} bytes (it holds at most {limit})", UserWarning, stacklevel=4)
+        return cut
+    return raw
+
+
+def _category_values(cats: list, labels: dict | None):
+    """The value each category is written as: through `labels` (value ->
+    label, as read() keeps them) when every category is one of its labels,
+    so that labelled data goes back with its own codes; else 1, 2, ...
+    Returns (values, the value labels to write, string variable or not)."""
+    if labels:
+        by_label = {}
+        for value, text in labels.items():
+            by_label.setdefault(str(text), value)
+        if all(str(c) in by_label for c in cats):
+            values = [by_label[str(c)] for c in cats]
+            string = any(isinstance(v, (str, bytes)) for v in labels)
+            return values, labels, string
+    return [float(k + 1) for k in range(len(cats))], {float(k + 1): str(c) for k, c in enumerate(cats)}, False
 
 
 def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
@@ -608,68 +891,145 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
     float, int and bool columns become numeric variables (NaN system-missing),
     strings string variables as wide as their longest value in bytes,
     Categorical columns numeric codes 1..n with the categories as value
-    labels, datetime64 columns date-time values with a DATETIME format.
-    `metadata` (a Metadata or a dict of its fields, "variables" mapping names
-    to Variable or dicts) sets labels, formats, missing values, measures,
-    attributes, sets and documents. Names the library would refuse are made
-    valid and unique, with a warning that lists them.
+    labels (or, for a column read with labels=True or given value labels in
+    `metadata`, the codes behind its labels), datetime64 columns date-time
+    values with a DATETIME format, timedelta64 columns seconds with a TIME
+    format. `metadata` (a Metadata or a dict of its fields, "variables"
+    mapping names to Variable or dicts) sets labels, formats, missing
+    values, measures, attributes, sets and documents. Names the library
+    would refuse are made valid and unique, with a warning that lists them.
+    A symbolic link is followed; only a regular file is replaced (keeping
+    its permissions and, where allowed, its owner), and a failure leaves it
+    as it was.
     """
+    if not isinstance(df, pd.DataFrame):
+        raise TypeError(f"write() needs a pandas DataFrame, not {type(df).__name__}")
+    target, before = _destination(path)
     meta = _as_dict(metadata)
+    defs, columns, blocks = _frame_columns(df, meta)
+    # The library writes beside an existing file and moves the new one over
+    # it when complete, keeping its permissions; a failure removes what it
+    # wrote and leaves the old file whole.
+    _murvio.write_file(target, bool(compress), defs, columns, blocks, _file_info(meta))
+    _keep_owner(target, before)
+
+
+def _keep_owner(target: str, before) -> None:
+    """Gives a replaced file its old owner back, where that is allowed."""
+    if before is None:
+        return
+    try:
+        after = os.stat(target)
+        if (after.st_uid, after.st_gid) != (before.st_uid, before.st_gid):
+            os.chown(target, before.st_uid, before.st_gid)
+    except OSError:
+        pass  # not permitted: the file is the writer's, as any new file would be
+
+
+def _frame_columns(df: pd.DataFrame, meta: dict, widths: dict | None = None, stacklevel: int = 3):
+    """The variables of a frame (dicts for the compiled part) and its values
+    as columns and float blocks. `widths` fixes the width of string
+    variables (column -> bytes), so that the parts of a frame written in
+    steps have the same variables."""
     given = meta.get("variables") or {}
+    kept = df.attrs.get("value_labels") or {}
     names, changed = _valid_names([str(c) for c in df.columns])
     if changed:
-        warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=2)
+        warnings.warn("names changed to names the library accepts: " + ", ".join(changed), stacklevel=stacklevel)
     enc = _encoding()
     blocks, in_blocks = _float_blocks(df)
-    specs, columns = [], []
+    defs, columns = [], []
     for k, (name, col_name) in enumerate(zip(names, df.columns)):
         vm = _var_meta(given.get(str(col_name), given.get(name))) if given else {}
-        spec = {"name": _bytes(name)}
-        if k in in_blocks:
-            spec["type"] = 0
-            columns.append(None)
-            _apply_meta(spec, vm)
-            specs.append(spec)
-            continue
+        vdef = {"name": _bytes(name)}
         s = df.iloc[:, k]
+        if s.dtype.kind in "iu" and s.dtype.itemsize == 8 or str(s.dtype) in ("Int64", "UInt64"):
+            big = s.dropna().astype(s.dtype.numpy_dtype if hasattr(s.dtype, "numpy_dtype") else s.dtype)
+            if len(big) and (big.max() > 2**53 or big.min() < -2**53):
+                warnings.warn(f"column {col_name!r}: integers beyond 2**53 lose precision as numbers "
+                              f"(stored as the nearest double)", UserWarning, stacklevel=stacklevel)
+        if k in in_blocks:
+            vdef["type"] = 0
+            columns.append(None)
+            _apply_meta(vdef, vm)
+            defs.append(vdef)
+            continue
+        if s.dtype.kind == "c":
+            raise TypeError(f"column {col_name!r}: complex numbers cannot be stored (a variable holds real numbers)")
         if isinstance(s.dtype, pd.CategoricalDtype):
             cats = list(s.cat.categories)
-            codes = s.cat.codes.to_numpy().astype("float64") + 1
-            codes[codes == 0] = np.nan
-            spec["type"] = 0
-            spec["value_labels"] = [(float(k + 1), _bytes(str(c))) for k, c in enumerate(cats)]
-            spec["measure"] = 1
-            columns.append(codes)
+            labels = vm.get("value_labels") or kept.get(str(col_name))
+            values, labels, string = _category_values(cats, labels)
+            codes = s.cat.codes.to_numpy()
+            if string:
+                encoded = [b"" if c < 0 else _bytes(values[c]) for c in codes]
+                width = max([len(_bytes(v)) for v in labels] + list(map(len, encoded)) + [1])
+                vdef["type"] = max(width, vm.pop("type", 0) if isinstance(vm.get("type"), int) else 0)
+                columns.append(np.array(encoded, dtype=f"S{vdef['type']}"))
+            else:
+                table = np.asarray(values + [np.nan], dtype="float64")
+                vdef["type"] = 0
+                columns.append(table[codes])  # code -1 (no category) takes the last: NaN
+            vdef["value_labels"] = labels
+            vm = {**vm, "value_labels": labels}
+            vdef["measure"] = 1
         elif pd.api.types.is_datetime64_any_dtype(s.dtype):
-            values = s.dt.tz_localize(None) if getattr(s.dt, "tz", None) is not None else s
-            ns = values.to_numpy(dtype="datetime64[ns]").astype("int64")
-            secs = ns // 1_000_000_000 + (ns % 1_000_000_000) / 1e9 + _EPOCH_OFFSET
-            secs[values.isna().to_numpy()] = np.nan
-            spec["type"] = 0
-            spec["print_format"] = spec["write_format"] = (22, 20, 0)
+            if getattr(s.dt, "tz", None) is not None:
+                warnings.warn(f"column {col_name!r}: date-times with a time zone ({s.dt.tz}) stored in UTC "
+                              f"(the format keeps no time zone)", UserWarning, stacklevel=stacklevel)
+                s = s.dt.tz_convert("UTC").dt.tz_localize(None)
+            ns = s.to_numpy(dtype="datetime64[ns]").astype("int64")
+            # Whole seconds exactly, then the fraction: one rounding to the double.
+            secs = (ns // 1_000_000_000 + int(_EPOCH_OFFSET)).astype("float64") + (ns % 1_000_000_000) / 1e9
+            secs[s.isna().to_numpy()] = np.nan
+            vdef["type"] = 0
+            vdef["print_format"] = vdef["write_format"] = (22, 20, 0)
+            columns.append(secs)
+        elif pd.api.types.is_timedelta64_dtype(s.dtype):
+            warnings.warn(f"column {col_name!r}: durations stored as seconds with a TIME format "
+                          f"(they read back as float64 seconds)", UserWarning, stacklevel=stacklevel)
+            ns = s.to_numpy(dtype="timedelta64[ns]").astype("int64")
+            secs = (ns // 1_000_000_000).astype("float64") + (ns % 1_000_000_000) / 1e9
+            secs[s.isna().to_numpy()] = np.nan
+            vdef["type"] = 0
+            vdef["print_format"] = vdef["write_format"] = (21, 15, 6)
             columns.append(secs)
         elif pd.api.types.is_bool_dtype(s.dtype) or pd.api.types.is_numeric_dtype(s.dtype):
-            spec["type"] = 0
+            vdef["type"] = 0
             columns.append(np.ascontiguousarray(s.to_numpy(dtype="float64", na_value=np.nan)))
         else:
+            if pd.api.types.infer_dtype(s, skipna=True) not in ("string", "bytes", "empty") and \
+                    any(isinstance(x, complex) for x in s):
+                raise TypeError(f"column {col_name!r}: complex numbers cannot be stored (a variable holds real numbers)")
             encoded = [b"" if x is None or (isinstance(x, float) and math.isnan(x)) or x is pd.NA or x is pd.NaT
                        else x if isinstance(x, bytes) else str(x).encode(enc, "surrogateescape") for x in s]
+            if b"\0" in b"".join(encoded):
+                warnings.warn(f"column {col_name!r}: values with a NUL character stored cut before it",
+                              UserWarning, stacklevel=stacklevel)
+                encoded = [x.split(b"\0", 1)[0] for x in encoded]
             width = max(map(len, encoded), default=0) or 1
+            if widths and str(col_name) in widths:
+                width = max(width, int(widths[str(col_name)]))
             if width > 32767:
                 raise ValueError(f"column {col_name!r}: a value of {width} bytes; the longest string is 32767 bytes")
-            spec["type"] = width
+            vdef["type"] = width
             columns.append(np.array(encoded, dtype=f"S{width}"))
-        _apply_meta(spec, vm)
-        specs.append(spec)
+        _apply_meta(vdef, vm)
+        defs.append(vdef)
+    return defs, columns, blocks
+
+
+def _file_info(meta: dict) -> dict:
+    """The file's own metadata for the compiled part."""
     info = {}
     if meta.get("file_label") is not None:
-        info["file_label"] = _bytes(meta["file_label"])
+        info["file_label"] = _check_text("file label", meta["file_label"], 64)
     if meta.get("weight"):
         info["weight"] = _bytes(meta["weight"])
     if meta.get("text_info"):
         info["text_info"] = _bytes(meta["text_info"])
     if meta.get("documents"):
-        info["documents"] = [_bytes(d) for d in meta["documents"]]
+        info["documents"] = [_check_text(f"document line {i + 1}", d, 80) for i, d in enumerate(meta["documents"])]
     if meta.get("file_attributes"):
         info["file_attributes"] = [(_bytes(k), _bytes(v)) for k, v in dict(meta["file_attributes"]).items()]
     if meta.get("mrsets"):
@@ -680,7 +1040,7 @@ def write(df: pd.DataFrame, path, compress: bool = True, metadata=None) -> None:
         vs = meta["variable_sets"]
         text = vs if isinstance(vs, str) else "".join(f"{k}= {' '.join(v)}\n" for k, v in vs.items())
         info["variable_sets"] = _bytes(text)
-    _murvio.write_file(str(path), bool(compress), specs, columns, blocks, info)
+    return info
 
 
 def _float_blocks(df: pd.DataFrame):

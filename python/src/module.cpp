@@ -426,7 +426,7 @@ double kParallelMinBytes = 32.0 * (1 << 20);
 
 // User-missing values of a numeric variable: (kind, a, b, c) as the
 // interface reports them.
-struct MissingSpec {
+struct MissingSet {
     int kind = 0;
     double v[3] = {0, 0, 0};
     bool Is(double x) const {
@@ -468,18 +468,22 @@ void StreamValues(double* dst, const double* src, std::size_t count, double sysm
 // and so do user-missing values of the variables `missing` gives (kind and
 // three values, or None). With `parallel`, a large read from case `first`
 // on may read its second half on a second handle of `path`. Returns (block,
-// own columns, strings, cases read, and the code that ended a file shorter
-// than it states, else 0). `position` is the case the handle stands at
-// when `first` is below 0, if known.
+// own columns, strings, cases read, and the code of the read or seek that
+// failed, else 0): the cases before a failure are always returned, and the
+// caller tells what the failure means. `hold` is the most cases the file
+// can hold from `first` on, as its size allows (below 0: unknown); buffers
+// are reserved for no more than that and grow if the file holds more, so a
+// header that states a huge count costs no memory.
 py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offsets, const std::vector<int>& types,
                     const std::vector<int>& dest, const py::list& missing, const std::string& encoding, const std::string& path,
-                    bool parallel, long position) {
+                    bool parallel, long hold) {
     const std::size_t ncols = offsets.size();
     if (types.size() != ncols || dest.size() != ncols || missing.size() != ncols)
         throw std::invalid_argument("read_block: arguments of different lengths");
+    int seekCode = MURV_RC_OK;
     if (first >= 0) {
         if (first > 0x7FFFFFFF) Fail(MURV_RC_FILE_READ, "case number too large");
-        Check(murvSeekNextCase(h, static_cast<int>(first)), "going to case " + std::to_string(first));
+        seekCode = murvSeekNextCase(h, static_cast<int>(first));
     }
     int caseSize = 0;
     Check(murvGetCaseSize(h, &caseSize), "case size");
@@ -489,7 +493,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
         std::size_t width;  // bytes: 8 for numbers
         int dest;
         std::size_t slot;   // column in the block, own column or string row
-        MissingSpec miss;
+        MissingSet miss;
     };
     std::vector<Col> cols(ncols);
     std::size_t nb = 0, no = 0, ns = 0;
@@ -510,9 +514,9 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     bool direct = nb == ncols && static_cast<std::size_t>(caseSize) == 8 * nb;
     for (std::size_t c = 0; direct && c < ncols; ++c) direct = cols[c].offset == 8 * c;
     std::vector<std::size_t> blockMissing;  // block columns with user-missing values
-    std::vector<MissingSpec> blockSpecs;
+    std::vector<MissingSet> blockSets;
     for (const Col& col : cols)
-        if (col.dest == 0 && col.miss.kind != 0) blockMissing.push_back(col.slot), blockSpecs.push_back(col.miss);
+        if (col.dest == 0 && col.miss.kind != 0) blockMissing.push_back(col.slot), blockSets.push_back(col.miss);
 
     long capacity = count;
     int stated = -1;
@@ -520,6 +524,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     const long remaining = stated >= 0 ? std::max(0L, stated - std::max(first, 0L)) : -1;
     if (capacity < 0) capacity = remaining >= 0 ? remaining : 65536;
     else if (remaining >= 0 && remaining < capacity) capacity = remaining;  // grows if the file holds more
+    if (hold >= 0 && hold < capacity) capacity = hold;
     capacity = std::max(capacity, 1L);
 
     Buffer block;
@@ -583,7 +588,7 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
                     }
                 }
                 for (std::size_t k = 0; k < blockMissing.size(); ++k)
-                    if (blockSpecs[k].Is(row[blockMissing[k]])) row[blockMissing[k]] = nan;
+                    if (blockSets[k].Is(row[blockMissing[k]])) row[blockMissing[k]] = nan;
                 ++m;
             }
             if (nb) StreamValues(reinterpret_cast<double*>(block.data()) + nb * static_cast<std::size_t>(at + done), tile.data(), nb * m, sysmis);
@@ -607,8 +612,8 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     int compressed = 0;
     murvGetCompression(h, &compressed);
     const long span = capacity;
-    const bool split = parallel && !compressed && first >= 0 && remaining >= 0 && (count < 0 || count >= span) &&
-                       span >= 2 * kParallelMinCases &&
+    const bool split = seekCode == MURV_RC_OK && parallel && !compressed && first >= 0 && remaining >= 0 &&
+                       (count < 0 || count >= span) && span >= 2 * kParallelMinCases &&
                        static_cast<double>(span) * caseSize >= kParallelMinBytes && std::thread::hardware_concurrency() > 1;
     {
         py::gil_scoped_release unlocked;
@@ -636,22 +641,16 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
             }
             if (rc == MURV_RC_OK && count < 0) rc = MURV_RC_END_OF_FILE;
             murvCloseRead(h2);
+        } else if (seekCode != MURV_RC_OK) {
+            rc = seekCode;
         } else {
             n = run(h, 0, count, true, rc);
         }
     }
-    // A file whose data ends before the count it states fails on the case
-    // after its last (the interface's code for a file that ends inside a
-    // case): that code comes back with what was read, for the caller to
-    // report with both counts. Any other failure raises.
-    int shortfall = 0;
-    if (rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE) {
-        const long from = first >= 0 ? first : position;
-        if (from >= 0 && stated >= 0 && from + n < stated)
-            shortfall = rc;
-        else
-            Fail(rc, "reading case " + std::to_string(std::max(first, 0L) + n + 1));
-    }
+    // A read that fails (the data ends inside a case, a block cannot be
+    // decoded) keeps the cases before it; its code comes back for the caller
+    // to report in words.
+    const int shortfall = rc != MURV_RC_OK && rc != MURV_RC_END_OF_FILE ? rc : 0;
 
     const auto sn = static_cast<py::ssize_t>(n);
     py::array blockArray = block.Give(py::dtype::of<double>(), {sn, static_cast<py::ssize_t>(nb)},
@@ -697,35 +696,163 @@ std::string Str(const py::handle& o) {
     return o.cast<std::string>();
 }
 
-// Writes a file: `vars` a list of dicts (name, type, and optionally label,
-// print_format, write_format, missing, value_labels, measure, alignment,
-// column_width, attributes), `columns` per variable an array (float64 with
-// NaN for system-missing, or fixed-width bytes) or None for a variable whose
-// values are in `blocks`: (2-dimensional float64 array of one row per
-// variable, the variables' positions), `info` the file's own metadata. The
-// file appears only when complete.
-void WriteFile(const std::string& path, bool compress, const py::list& vars, const py::list& columns, const py::list& blocks,
-               const py::dict& info) {
-    int h = -1;
-    Check(murvOpenWrite(path.c_str(), &h), path + ": creating the file");
-    // On a failure the handle is closed and a file begun is removed.
-    struct Closer {
-        int& h;
-        const std::string& path;
-        bool begun = false;
-        ~Closer() {
-            if (h < 0) return;
-            murvCloseWrite(h);
-            if (begun) std::remove(path.c_str());
-        }
-    } closer{h, path};
-    const std::size_t nv = vars.size();
-    std::vector<int> types(nv);
-    std::vector<std::string> names(nv);
-    for (std::size_t i = 0; i < nv; ++i) {
+// Variables as write_file and begin_write take them: their types and names.
+void TypesAndNames(const py::list& vars, std::vector<int>& types, std::vector<std::string>& names) {
+    types.resize(vars.size());
+    names.resize(vars.size());
+    for (std::size_t i = 0; i < vars.size(); ++i) {
         py::dict v = vars[i].cast<py::dict>();
         names[i] = Str(v["name"]);
         types[i] = v["type"].cast<int>();
+    }
+}
+
+// Bytes of a case record of variables of these types.
+std::size_t RecordSize(const std::vector<int>& types) {
+    std::size_t off = 0;
+    for (int t : types) off += t == 0 ? 8 : static_cast<std::size_t>((t + 7) / 8) * 8;
+    return off;
+}
+
+// The rows of a frame on their way to case records: `columns` per variable
+// an array (float64 with NaN for system-missing, or fixed-width bytes) or
+// None for a variable whose values are in `blocks`: (2-dimensional float64
+// array of one row per variable, the variables' positions). Everything is
+// checked, and the memory taken, when it is made, so that writing can fail
+// only in the library's own case writes.
+class Rows {
+public:
+    Rows(const std::vector<int>& types, const std::vector<std::string>& names, const py::list& columns, const py::list& blocks)
+        : src_(types.size()) {
+        const std::size_t nv = types.size();
+        auto& src = src_;
+        auto& held = held_;
+        long& n = n_;
+        if (columns.size() != nv) throw std::invalid_argument("columns and variables differ in number");
+        auto length = [&](long len, const std::string& what) {
+            if (n >= 0 && len != n) throw std::invalid_argument(what + ": columns of different lengths");
+            n = len;
+        };
+        for (const py::handle& item : blocks) {
+            py::tuple b = item.cast<py::tuple>();
+            py::buffer_info info = b[0].cast<py::buffer>().request();
+            if (info.format != "d" || info.ndim != 2) throw std::invalid_argument("a block that is not a 2-dimensional float64 array");
+            length(static_cast<long>(info.shape[1]), "a block");
+            py::list vars = b[1].cast<py::list>();
+            if (static_cast<py::ssize_t>(vars.size()) != info.shape[0]) throw std::invalid_argument("a block and its variables differ in number");
+            for (std::size_t r = 0; r < vars.size(); ++r) {
+                const std::size_t i = vars[r].cast<std::size_t>();
+                if (i >= nv || types[i] != 0) throw std::invalid_argument("a block column for a variable that is not numeric");
+                src[i].ptr = static_cast<const char*>(info.ptr) + static_cast<py::ssize_t>(r) * info.strides[0];
+                src[i].stride = info.strides[1];
+            }
+            held.push_back(std::move(info));
+        }
+        for (std::size_t i = 0; i < nv; ++i) {
+            if (columns[i].is_none()) {
+                if (!src[i].ptr && n != 0) throw std::invalid_argument("no values for variable " + names[i]);
+                continue;
+            }
+            py::buffer_info info = columns[i].cast<py::buffer>().request();
+            if (info.ndim != 1) throw std::invalid_argument("column " + names[i] + " is not a vector");
+            length(static_cast<long>(info.shape[0]), "column " + names[i]);
+            src[i].ptr = static_cast<const char*>(info.ptr);
+            src[i].stride = info.strides[0];
+            src[i].item = static_cast<std::size_t>(info.itemsize);
+            if (types[i] == 0 ? info.format != "d" : (info.format.back() != 's' || src[i].item > static_cast<std::size_t>(types[i])))
+                throw std::invalid_argument("column " + names[i] + " does not match its variable");
+            held.push_back(std::move(info));
+        }
+        if (n < 0) n = 0;
+        std::size_t off = 0;
+        for (std::size_t i = 0; i < nv; ++i) {
+            src[i].offset = off;
+            src[i].numeric = types[i] == 0;
+            src[i].cells = types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
+            off += src[i].cells;
+        }
+        recSize_ = off;
+        tileCases_ = std::max<std::size_t>(1, (256u << 10) / std::max<std::size_t>(recSize_, 1));
+        tile_.resize(recSize_ * tileCases_);
+    }
+
+    // Writes every row as a case, without the GIL: the code of the first
+    // write that failed (0 for none) and, in `done`, the number of the case
+    // that failed (from 1), or of the last written.
+    int WriteTo(int h, long& done) {
+        const std::size_t recSize = recSize_, tileCases = tileCases_;
+        const long n = n_;
+        std::vector<char>& tile = tile_;
+        const std::vector<Src>& src = src_;
+        const double sysmis = Sysmis();
+        int rc = MURV_RC_OK;
+        long& c = done;
+        c = 0;
+        {
+            py::gil_scoped_release unlocked;
+            for (long t0 = 0; t0 < n && rc == MURV_RC_OK; t0 += static_cast<long>(tileCases)) {
+                const std::size_t m = static_cast<std::size_t>(std::min<long>(static_cast<long>(tileCases), n - t0));
+                for (const Src& s : src) {
+                    char* dst = tile.data() + s.offset;
+                    const char* p = s.ptr + s.stride * t0;
+                    if (s.numeric) {
+                        for (std::size_t r = 0; r < m; ++r, p += s.stride, dst += recSize) {
+                            double v;
+                            std::memcpy(&v, p, 8);
+                            if (v != v) v = sysmis;
+                            std::memcpy(dst, &v, 8);
+                        }
+                    } else {
+                        for (std::size_t r = 0; r < m; ++r, p += s.stride, dst += recSize) {
+                            const std::size_t len = strnlen(p, s.item);
+                            std::memcpy(dst, p, len);
+                            std::memset(dst + len, ' ', s.cells - len);
+                        }
+                    }
+                }
+                for (std::size_t r = 0; r < m && rc == MURV_RC_OK; ++r, ++c) rc = murvWholeCaseOut(h, tile.data() + r * recSize);
+            }
+        }
+        return rc;
+    }
+
+private:
+    struct Src {
+        const char* ptr = nullptr;
+        py::ssize_t stride = 0;
+        std::size_t item = 0;   // bytes of one value of a string column
+        std::size_t offset = 0; // in the record
+        std::size_t cells = 0;  // bytes the variable takes in the record
+        bool numeric = true;
+    };
+    std::vector<Src> src_;
+    std::vector<py::buffer_info> held_;
+    long n_ = -1;
+    std::size_t recSize_ = 0, tileCases_ = 1;
+    std::vector<char> tile_;
+};
+
+// Opens `path` for writing, defines the variables of `vars` (dicts: name,
+// type, and optionally label, print_format, write_format, missing,
+// value_labels, measure, alignment, column_width, attributes) and the
+// file's own metadata of `info`, and commits the dictionary: the handle.
+// A failure closes the handle, and nothing is on disk before the commit.
+int Define(const std::string& path, bool compress, const py::list& vars, const py::dict& info) {
+    std::vector<int> types;
+    std::vector<std::string> names;
+    TypesAndNames(vars, types, names);
+    const std::size_t nv = types.size();
+    const std::size_t recSize = RecordSize(types);
+    int h = -1;
+    Check(murvOpenWrite(path.c_str(), &h), path + ": creating the file");
+    struct Closer {
+        int& h;
+        ~Closer() {
+            if (h >= 0) murvCloseWrite(h);
+        }
+    } closer{h};
+    for (std::size_t i = 0; i < nv; ++i) {
+        py::dict v = vars[i].cast<py::dict>();
         const char* name = names[i].c_str();
         Check(murvSetVarName(h, name, types[i]), "variable " + names[i]);
         if (v.contains("label") && !v["label"].is_none()) CheckSet(murvSetVarLabel(h, name, Str(v["label"]).c_str()), "label of " + names[i]);
@@ -830,102 +957,54 @@ void WriteFile(const std::string& path, bool compress, const py::list& vars, con
         ds->SetExtension(0, 1, static_cast<int>(lines.size()), lines.data());
     }
     Check(murvSetCompression(h, compress ? 1 : 0), "compression");
-    closer.begun = true;
+    {
+        // The layout is checked before the commit, while a failure still
+        // leaves nothing on disk.
+        murv::api::dioDataSource* ds = nullptr;
+        Check(murv::api::lookupHandle(h, murv::api::dictionaryOpen, &ds), "case size");
+        if (std::size_t{ds->CaseSize()} * 8 != recSize) throw std::logic_error("the case layout differs from the library's");
+    }
     Check(murvCommitHeader(h), path + ": writing the dictionary");
+    const int done = h;
+    h = -1;
+    return done;
+}
 
-    // Cases: whole records from the columns, a tile of records at a time, so
-    // that each column is read in runs and the records stay in the cache.
+// Writes a file of the rows of `columns` and `blocks` (see Rows) and the
+// variables and metadata of `vars` and `info` (see Define). The rows are
+// checked before anything is defined; the library writes beside a file that
+// is at the path and moves the new one over it only when it is complete, and
+// a case write that fails makes the close remove what it wrote, so a failure
+// leaves the old file as it was.
+void WriteFile(const std::string& path, bool compress, const py::list& vars, const py::list& columns, const py::list& blocks,
+               const py::dict& info) {
+    std::vector<int> types;
+    std::vector<std::string> names;
+    TypesAndNames(vars, types, names);
+    Rows rows(types, names, columns, blocks);
+    int h = Define(path, compress, vars, info);
+    long c = 0;
+    const int rc = rows.WriteTo(h, c);
+    if (rc != MURV_RC_OK) {
+        murvCloseWrite(h);
+        Fail(rc, "writing case " + std::to_string(c));
+    }
+    Check(murvCloseWrite(h), path + ": finishing the file");
+}
+
+// Writing in steps, for frames that come in parts: begin_write defines and
+// commits (see Define), write_rows adds rows (see Rows), end_write closes.
+// A failed write_rows leaves the handle open for end_write to close.
+void WriteRows(int h, const py::list& vars, const py::list& columns, const py::list& blocks) {
+    std::vector<int> types;
+    std::vector<std::string> names;
+    TypesAndNames(vars, types, names);
+    Rows rows(types, names, columns, blocks);
     int caseSize = 0;
     Check(murvGetCaseSize(h, &caseSize), "case size");
-    struct Src {
-        const char* ptr = nullptr;
-        py::ssize_t stride = 0;
-        std::size_t item = 0;   // bytes of one value of a string column
-        std::size_t offset = 0; // in the record
-        std::size_t cells = 0;  // bytes the variable takes in the record
-        bool numeric = true;
-    };
-    std::vector<Src> src(nv);
-    std::vector<py::buffer_info> held;
-    long n = -1;
-    auto length = [&](long len, const std::string& what) {
-        if (n >= 0 && len != n) throw std::invalid_argument(what + ": columns of different lengths");
-        n = len;
-    };
-    for (const py::handle& item : blocks) {
-        py::tuple b = item.cast<py::tuple>();
-        py::buffer_info info = b[0].cast<py::buffer>().request();
-        if (info.format != "d" || info.ndim != 2) throw std::invalid_argument("a block that is not a 2-dimensional float64 array");
-        length(static_cast<long>(info.shape[1]), "a block");
-        py::list vars = b[1].cast<py::list>();
-        if (static_cast<py::ssize_t>(vars.size()) != info.shape[0]) throw std::invalid_argument("a block and its variables differ in number");
-        for (std::size_t r = 0; r < vars.size(); ++r) {
-            const std::size_t i = vars[r].cast<std::size_t>();
-            if (i >= nv || types[i] != 0) throw std::invalid_argument("a block column for a variable that is not numeric");
-            src[i].ptr = static_cast<const char*>(info.ptr) + static_cast<py::ssize_t>(r) * info.strides[0];
-            src[i].stride = info.strides[1];
-        }
-        held.push_back(std::move(info));
-    }
-    for (std::size_t i = 0; i < nv; ++i) {
-        if (columns[i].is_none()) {
-            if (!src[i].ptr && n != 0) throw std::invalid_argument("no values for variable " + names[i]);
-            continue;
-        }
-        py::buffer_info info = columns[i].cast<py::buffer>().request();
-        if (info.ndim != 1) throw std::invalid_argument("column " + names[i] + " is not a vector");
-        length(static_cast<long>(info.shape[0]), "column " + names[i]);
-        src[i].ptr = static_cast<const char*>(info.ptr);
-        src[i].stride = info.strides[0];
-        src[i].item = static_cast<std::size_t>(info.itemsize);
-        if (types[i] == 0 ? info.format != "d" : (info.format.back() != 's' || src[i].item > static_cast<std::size_t>(types[i])))
-            throw std::invalid_argument("column " + names[i] + " does not match its variable");
-        held.push_back(std::move(info));
-    }
-    if (n < 0) n = 0;
-    std::size_t off = 0;
-    for (std::size_t i = 0; i < nv; ++i) {
-        src[i].offset = off;
-        src[i].numeric = types[i] == 0;
-        src[i].cells = types[i] == 0 ? 8 : static_cast<std::size_t>((types[i] + 7) / 8) * 8;
-        off += src[i].cells;
-    }
-    if (off != static_cast<std::size_t>(caseSize)) throw std::logic_error("the case layout differs from the library's");
-    const std::size_t recSize = off;
-    const std::size_t tileCases = std::max<std::size_t>(1, (256u << 10) / std::max<std::size_t>(recSize, 1));
-    std::vector<char> tile(recSize * tileCases);
-    const double sysmis = Sysmis();
-    int rc = MURV_RC_OK;
+    if (static_cast<std::size_t>(caseSize) != RecordSize(types)) throw std::invalid_argument("rows of another layout than the file's");
     long c = 0;
-    {
-        py::gil_scoped_release unlocked;
-        for (long t0 = 0; t0 < n && rc == MURV_RC_OK; t0 += static_cast<long>(tileCases)) {
-            const std::size_t m = static_cast<std::size_t>(std::min<long>(static_cast<long>(tileCases), n - t0));
-            for (const Src& s : src) {
-                char* dst = tile.data() + s.offset;
-                const char* p = s.ptr + s.stride * t0;
-                if (s.numeric) {
-                    for (std::size_t r = 0; r < m; ++r, p += s.stride, dst += recSize) {
-                        double v;
-                        std::memcpy(&v, p, 8);
-                        if (v != v) v = sysmis;
-                        std::memcpy(dst, &v, 8);
-                    }
-                } else {
-                    for (std::size_t r = 0; r < m; ++r, p += s.stride, dst += recSize) {
-                        const std::size_t len = strnlen(p, s.item);
-                        std::memcpy(dst, p, len);
-                        std::memset(dst + len, ' ', s.cells - len);
-                    }
-                }
-            }
-            for (std::size_t r = 0; r < m && rc == MURV_RC_OK; ++r, ++c) rc = murvWholeCaseOut(h, tile.data() + r * recSize);
-        }
-    }
-    Check(rc, "writing case " + std::to_string(c));
-    const int crc = murvCloseWrite(h);
-    h = -1;
-    Check(crc, path + ": finishing the file");
+    Check(rows.WriteTo(h, c), "writing a case");
 }
 
 // The C interface's own bulk paths, as the baseline of the benchmarks.
@@ -969,8 +1048,11 @@ PYBIND11_MODULE(_murvio, m) {
     m.def("metadata", &Metadata);
     m.def("read_block", &ReadBlock, py::arg("handle"), py::arg("first"), py::arg("count"), py::arg("offsets"),
           py::arg("types"), py::arg("dest"), py::arg("missing"), py::arg("encoding"), py::arg("path") = std::string(),
-          py::arg("parallel") = false, py::arg("position") = -1);
+          py::arg("parallel") = false, py::arg("hold") = -1);
     m.def("write_file", &WriteFile);
+    m.def("begin_write", &Define);
+    m.def("write_rows", &WriteRows);
+    m.def("end_write", [](int h) { Check(murvCloseWrite(h), "finishing the file"); });
     m.def("validate_varname", [](const std::string& name) { return murvValidateVarname(name.c_str()); });
     m.def("sysmis", &Sysmis);
     m.def("split_threshold", [](long cases, double bytes) {

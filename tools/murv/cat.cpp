@@ -213,8 +213,9 @@ int RunCat(const CatOptions& opt) {
                 if (IsSysmis(d)) {
                     if (form == Form::kJson)
                         p = static_cast<char*>(std::memcpy(p, "null", 4)) + 4;
-                    else if (!opt.null.empty())
-                        p = putText(p, opt.null);
+                    else if (!opt.null.empty())  // as given in TSV, where \N is the usual mark
+                        p = form == Form::kCsv ? PutCsv(p, opt.null, delim)
+                                               : static_cast<char*>(std::memcpy(p, opt.null.data(), opt.null.size())) + opt.null.size();
                     continue;
                 }
                 if (!col.numberLabels.empty()) {

@@ -50,7 +50,9 @@ int main(int argc, char** argv) {
     bool csv = false, tsv = false, jsonl = false;
     auto* catCmd = app.add_subcommand("cat", "The cases as CSV (the default), TSV or JSON lines");
     catCmd->add_option("FILE", cat.file, "A system file")->required();
-    catCmd->add_option("--cases", cat.cases, "Cases A to B-1, numbered from 0 (A:B; either side may be left out)");
+    catCmd->add_option("--cases", cat.cases,
+                       "Cases A to B-1 (A:B; either side may be left out) or the one case N, numbered from 0; "
+                       "negative numbers count from the end");
     catCmd->add_option("--vars", cat.vars, "Comma-separated names of the variables to give, in that order");
     auto* fcsv = catCmd->add_flag("--csv", csv, "RFC 4180 CSV with a header row of names");
     auto* ftsv = catCmd->add_flag("--tsv", tsv, "Tab-separated, with \\t \\n \\r \\\\ escapes");
@@ -68,8 +70,7 @@ int main(int argc, char** argv) {
     catCmd->add_option("--limit", cat.limit, "At most N cases")->check(CLI::NonNegativeNumber);
     catCmd->footer(
         "--cases takes Python's slice rules: A:B gives cases A to B-1, N the single case N, numbered from 0; a "
-        "negative number counts from the end (--cases=-10: the last ten; write it with = so that it is not taken for "
-        "an option).\n"
+        "negative number counts from the end (--cases -10: gives the last ten).\n"
         "System-missing values are empty (null in JSON); numbers print so that they read back exactly; values of "
         "date-formatted variables print as ISO dates (YYYY-MM-DD, YYYY-MM-DDTHH:MM:SS, times as HH:MM:SS). With "
         "--formatted a value that does not fit its format's width in any form shows as asterisks.\n\n" +

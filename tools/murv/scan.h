@@ -76,9 +76,10 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, F&& use, std::str
                 const int rc = murvWholeCaseIn(h.get(), record);
                 if (rc == MURV_RC_END_OF_FILE || rc > 0) pipe.Unfill();
                 if (rc == MURV_RC_END_OF_FILE) break;
-                Check(rc, m.path,
-                      "reading case " + std::to_string(c + 1) +
-                          (m.cases >= 0 ? " of the " + std::to_string(m.cases) + " the header states" : ""));
+                if (rc > 0)
+                    throw Failure(kExitLibrary, m.path + ": case " + std::to_string(c + 1) +
+                                                    (m.cases >= 0 ? " of the " + std::to_string(m.cases) + " the header states" : "") +
+                                                    " cannot be read; the file is damaged or cut short (" + DescribeCode(rc) + ")");
             }
             pipe.Done(nullptr);
         } catch (const RecordPipe::Stopped&) {

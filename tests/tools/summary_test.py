@@ -1,0 +1,132 @@
+"""murv stats and murv freq against numpy on the same data.
+
+Usage: summary_test.py MURV LIBMURVIO
+
+Writes a file through the C library (ctypes): values around 1e9 that differ
+only in their last digits (a sum of squares loses them), user-missing values
+as discrete values and as a range, system-missing values, codes counted by a
+direct table and by a hash table, and a weight variable with missing, zero
+and negative weights. Then compares murv's JSON with numpy's figures.
+"""
+import ctypes
+import json
+import subprocess
+import sys
+import tempfile
+
+import numpy as np
+
+murv, lib_path = sys.argv[1], sys.argv[2]
+lib = ctypes.CDLL(lib_path)
+lib.murvSysmisVal.restype = ctypes.c_double
+lib.murvSetVarNMissingValues.argtypes = [ctypes.c_int, ctypes.c_char_p, ctypes.c_int] + [ctypes.c_double] * 3
+SYSMIS = lib.murvSysmisVal()
+
+rng = np.random.default_rng(25)
+n = 100_000
+big = 1e9 + rng.normal(0, 1, n)                     # the digits that matter are the last ones
+y = rng.normal(50, 10, n).round(1)
+y[rng.random(n) < 0.05] = 99                        # user-missing (discrete 98, 99)
+y[rng.random(n) < 0.03] = -5                        # user-missing (range -10 to -1)
+y[rng.random(n) < 0.05] = SYSMIS
+code = rng.integers(0, 10, n).astype(float)
+odd = rng.random(n) < 0.1                           # beyond the direct table of whole numbers 0-255
+code[odd] = rng.choice([-1.5, 300, 1e6, 2.25, -0.0], size=odd.sum())
+code[rng.random(n) < 0.02] = SYSMIS
+w = rng.integers(1, 5, n).astype(float) * 0.5
+w[rng.random(n) < 0.01] = 0
+w[rng.random(n) < 0.01] = -1
+w[rng.random(n) < 0.01] = SYSMIS
+data = np.column_stack([big, y, code, w])
+
+failures = []
+
+
+def check(what, got, want, rtol):
+    if want is None or got is None:
+        ok = got is None and want is None
+    else:
+        ok = bool(np.isclose(got, want, rtol=rtol, atol=0))
+    if not ok:
+        failures.append(f"{what}: murv {got!r}, numpy {want!r}")
+
+
+with tempfile.TemporaryDirectory() as tmp:
+    path = f"{tmp}/summary.murv".encode()
+    h = ctypes.c_int(-1)
+    assert lib.murvOpenWrite(path, ctypes.byref(h)) == 0
+    for name in (b"big", b"y", b"code", b"w"):
+        assert lib.murvSetVarName(h, name, 0) == 0
+    assert lib.murvSetVarNMissingValues(h, b"y", 2, 98.0, 99.0, 0.0) == 0
+    assert lib.murvSetCaseWeightVar(h, b"w") == 0
+    assert lib.murvCommitHeader(h) == 0
+    records = np.ascontiguousarray(data, dtype="<f8")
+    for row in records:
+        assert lib.murvWholeCaseOut(h, row.tobytes()) == 0
+    assert lib.murvCloseWrite(h) == 0
+    # The range and the discrete values cannot be set together on one
+    # variable; a second file gives y a range.
+    path2 = f"{tmp}/range.murv".encode()
+    h2 = ctypes.c_int(-1)
+    assert lib.murvOpenWrite(path2, ctypes.byref(h2)) == 0
+    assert lib.murvSetVarName(h2, b"y", 0) == 0
+    assert lib.murvSetVarNMissingValues(h2, b"y", -3, -10.0, -1.0, 99.0) == 0
+    assert lib.murvCommitHeader(h2) == 0
+    for v in np.ascontiguousarray(y, dtype="<f8"):
+        assert lib.murvWholeCaseOut(h2, v.tobytes()) == 0
+    assert lib.murvCloseWrite(h2) == 0
+
+    def run(*args):
+        return json.loads(subprocess.run([murv, *args], check=True, capture_output=True, text=True).stdout)
+
+    good_w = (w > 0) & (w != SYSMIS)
+    for weighted in (True, False):
+        flags = [] if weighted else ["--unweighted"]
+        stats = {v["name"]: v for v in run("stats", path.decode(), *flags, "--json")["variables"]}
+        keep = good_w if weighted else np.ones(n, bool)
+        weights = np.where(keep, w, 0) if weighted else np.ones(n)
+        for name, x, missing in (("big", big, big == SYSMIS),
+                                 ("y", y, (y == SYSMIS) | (y == 98) | (y == 99)),
+                                 ("code", code, code == SYSMIS)):
+            valid = keep & ~missing
+            xv, wv = x[valid], weights[valid]
+            total = wv.sum()
+            mean = np.sum(wv * xv) / total
+            sd = np.sqrt(np.sum(wv * (xv - mean) ** 2) / (total - 1))
+            s = stats[name]
+            tag = f"{name} ({'weighted' if weighted else 'unweighted'})"
+            check(f"{tag} n", s["n"], total, 1e-15)
+            check(f"{tag} missing", s["missing"], weights[keep & missing].sum(), 1e-15)
+            check(f"{tag} mean", s["mean"], mean, 1e-14)
+            check(f"{tag} sd", s["sd"], sd, 1e-9)
+            check(f"{tag} min", s["min"], xv.min(), 0)
+            check(f"{tag} max", s["max"], xv.max(), 0)
+            if not weighted:
+                check(f"{tag} sd against numpy's std", s["sd"], np.std(xv, ddof=1), 1e-9)
+
+        freq = run("freq", path.decode(), "code", *flags, "--json")["variables"][0]
+        cv = code[keep & (code != SYSMIS)]
+        values, idx = np.unique(cv, return_inverse=True)
+        counts = np.bincount(idx, weights=weights[keep & (code != SYSMIS)])
+        got = [(r["value"], r["count"]) for r in freq["values"]]
+        if [v for v, _ in got] != list(values):
+            failures.append(f"freq code values: {[v for v, _ in got]} != {list(values)}")
+        for (v, c), want in zip(got, counts):
+            check(f"freq code {v} count", c, want, 1e-15)
+        check("freq code system-missing", freq["system_missing"]["count"], weights[keep & (code == SYSMIS)].sum(), 1e-15)
+        check("freq code cumulative", freq["values"][-1]["cumulative_percent"], 100.0, 1e-12)
+
+    # A range with a discrete value: user-missing in stats and listed apart in freq.
+    s = run("stats", path2.decode(), "--json")["variables"][0]
+    valid = (y != SYSMIS) & ~((y >= -10) & (y <= -1)) & (y != 99)
+    check("range: n", s["n"], valid.sum(), 0)
+    check("range: mean", s["mean"], y[valid].mean(), 1e-14)
+    f = run("freq", path2.decode(), "y", "--json")["variables"][0]
+    listed = sorted(r["value"] for r in f["user_missing"])
+    if listed != [-5.0, 99.0]:
+        failures.append(f"range: user-missing values listed {listed}")
+
+for f in failures:
+    print("FAIL:", f)
+print(f"{len(failures)} failures")
+sys.exit(1 if failures else 0)

@@ -155,7 +155,7 @@ done <<'ROWS'
 0|stats $S|Variable  N  Missing  Mean  Std. deviation  Minimum  Maximum  Label\nx         4        1  1.75            0.96        1        3
 0|stats $S x --json|~{"name":"x","n":4,"cases":4,"missing":1,"mean":1.75,"sd":0.9574271077563381,"min":1,"max":3}
 0|stats $P born|~31375        0  01-JUL-2067  21568 06:54:17  02-FEB-1901  27-NOV-2150
-1|stats $C id|~Only the first 149 cases could be read
+1|stats $C id|~149 cases could be read, and the figures count those; 
 2|stats $P name|*
 0|dict $P|~score                 numeric      F8.2    F8.2   unknown  right        8  -1, -2, -3  A score with a label
 0|dict $P --csv|~score,numeric,0,A score with a label,F8.2,F8.2,unknown,right,8,"-1, -2, -3",-10=lowest; 0=zero; 52.25=highest

@@ -42,6 +42,12 @@ public:
         return out;
     }
 
+    void Merge(const NumberCounts& other) {
+        for (int i = 0; i < 256; ++i) small_[i] += other.small_[i];
+        for (std::size_t i = 0; i < other.keys_.size(); ++i)
+            if (other.keys_[i] != kEmpty) AddOther(std::bit_cast<double>(other.keys_[i]), other.sums_[i]);
+    }
+
 private:
     // The bits of system-missing, which is never counted here, mark a free slot.
     static constexpr std::uint64_t kEmpty = 0xFFEFFFFFFFFFFFFFull;
@@ -93,6 +99,41 @@ struct Table {
     double sysmis = 0;
 };
 
+// What one part of the cases adds up.
+struct Part {
+    std::vector<Table> tables;
+    Weighting weight;
+    std::string key;
+
+    void Add(const char* record) {
+        const double w = weight.Of(record);
+        if (w == 0) return;
+        for (Table& t : tables) {
+            const Variable& v = *t.var;
+            if (v.type == 0) {
+                const double x = NumberAt(record, v.offset);
+                if (IsSysmis(x))
+                    t.sysmis += w;
+                else
+                    t.numbers.Add(x, w);
+            } else {
+                key.assign(TrimRight(std::string_view(record + v.offset, static_cast<std::size_t>(v.type))));
+                t.texts[key] += w;
+            }
+        }
+    }
+    void Merge(const Part& other) {
+        weight.excluded += other.weight.excluded;
+        for (std::size_t i = 0; i < tables.size(); ++i) {
+            Table& t = tables[i];
+            const Table& o = other.tables[i];
+            t.numbers.Merge(o.numbers);
+            for (const auto& [text, count] : o.texts) t.texts[text] += count;
+            t.sysmis += o.sysmis;
+        }
+    }
+};
+
 struct Row {
     std::string value;   // as the print format shows it
     double number = 0;   // the value itself (numeric variables)
@@ -116,32 +157,14 @@ int RunFreq(const FreqOptions& opt) {
     std::string list;
     for (const std::string& v : opt.vars) list += (list.empty() ? "" : ",") + v;
     const std::vector<std::size_t> sel = SelectVars(m, list);
-    std::vector<Table> tables;
-    tables.reserve(sel.size());
-    for (std::size_t i : sel) tables.push_back(Table{&m.vars[i], {}, {}, 0});
-    Weighting weight = WeightOf(m, opt.unweighted);
-
-    std::string key, failure;
-    const std::int64_t read = ScanCases(
-        h, m,
-        [&](const char* record) {
-            const double w = weight.Of(record);
-            if (w == 0) return;
-            for (Table& t : tables) {
-                const Variable& v = *t.var;
-                if (v.type == 0) {
-                    const double x = NumberAt(record, v.offset);
-                    if (IsSysmis(x))
-                        t.sysmis += w;
-                    else
-                        t.numbers.Add(x, w);
-                } else {
-                    key.assign(TrimRight(std::string_view(record + v.offset, static_cast<std::size_t>(v.type))));
-                    t.texts[key] += w;
-                }
-            }
-        },
-        failure);
+    std::vector<Part> parts(1);
+    for (std::size_t i : sel) parts[0].tables.push_back(Table{&m.vars[i], {}, {}, 0});
+    parts[0].weight = WeightOf(m, opt.unweighted);
+    std::string failure;
+    const std::int64_t read = ScanCases(h, m, parts, [](Part& p, const char* record) { p.Add(record); }, failure);
+    for (std::size_t i = 1; i < parts.size(); ++i) parts[0].Merge(parts[i]);
+    const std::vector<Table>& tables = parts[0].tables;
+    const Weighting& weight = parts[0].weight;
 
     Output out;
     std::string& o = out.buf();
@@ -165,7 +188,7 @@ int RunFreq(const FreqOptions& opt) {
                                                                              " cases left out: their weight is missing, zero or negative"
                                                                        : "") + "\n\n";
         if (!failure.empty())
-            o += "Only the first " + std::to_string(read) + " cases could be read; the tables count those.\n\n";
+            o += std::to_string(read) + " cases could be read, and the tables count those; " + failure + "\n\n";
     }
 
     for (std::size_t ti = 0; ti < tables.size(); ++ti) {

@@ -3,7 +3,10 @@
 // a case that cannot be read ends the pass without losing what was counted.
 #pragma once
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
+#include <memory>
 #include <cstring>
 #include <thread>
 
@@ -61,14 +64,77 @@ inline Weighting WeightOf(const FileMeta& m, bool unweighted) {
     return w;
 }
 
-// Hands every whole case record of the file to use(record), in order, and
-// returns how many there were. A case that cannot be read ends the pass: the
-// message (with cases numbered from 1) goes into `failure`, so that the
-// caller can show what it counted and then fail.
-template <class F>
-std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, F&& use, std::string& failure) {
+// The message for a case that cannot be read (numbered from 1).
+inline std::string UnreadableCase(const FileMeta& m, std::int64_t c, int rc) {
+    return m.path + ": case " + std::to_string(c + 1) +
+           (m.cases >= 0 ? " of the " + std::to_string(m.cases) + " the header states" : "") +
+           " cannot be read; the file is damaged or cut short (" + DescribeCode(rc) + ")";
+}
+
+// Hands every whole case record of the file to use(state, record) and
+// returns how many there were. `parts` holds one state on entry. A plain file
+// of many cases is read in as many parts as there are processors (at most
+// 8), each by its own handle and thread into a copy of the state, which the
+// caller then merges into the first; any other file is read on a second
+// thread and used on this one. A case that cannot be read ends its part:
+// the message (cases numbered from 1; the first such case) goes into
+// `failure`, so that the caller can show what it counted and then fail.
+template <class State, class Use>
+std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, std::vector<State>& parts, Use&& use,
+                       std::string& failure) {
     Progress progress("reading cases", m.cases);
-    RecordPipe pipe(static_cast<std::size_t>(m.caseSize > 0 ? m.caseSize : 8));
+    constexpr std::int64_t kMinPart = 50000;
+    const std::size_t recordBytes = static_cast<std::size_t>(m.caseSize > 0 ? m.caseSize : 8);
+    const std::int64_t processors = std::max(1u, std::min(8u, std::thread::hardware_concurrency()));
+    const std::int64_t count = m.compression == 0 && m.cases > 0 ? std::clamp<std::int64_t>(m.cases / kMinPart, 1, processors) : 1;
+    if (count > 1) {
+        const std::int64_t n = m.cases;
+        parts.resize(static_cast<std::size_t>(count), parts.front());
+        std::vector<std::int64_t> read(static_cast<std::size_t>(count), 0), failedAt(static_cast<std::size_t>(count), -1);
+        std::vector<std::string> errors(static_cast<std::size_t>(count));
+        auto work = [&](std::size_t i) {
+            const std::int64_t first = n * static_cast<std::int64_t>(i) / count;
+            // The last part goes on to the end, past the stated count if the
+            // file holds more.
+            const std::int64_t end = static_cast<std::int64_t>(i) + 1 == count ? INT64_MAX : n * static_cast<std::int64_t>(i + 1) / count;
+            std::int64_t c = first;
+            try {
+                std::unique_ptr<ReadHandle> own;
+                if (i) own = std::make_unique<ReadHandle>(m.path);
+                const int handle = i ? own->get() : h.get();
+                Check(murvSeekNextCase(handle, static_cast<int>(first)), m.path, "going to case " + std::to_string(first + 1));
+                std::vector<char> record(recordBytes);
+                for (; c < end; ++c) {
+                    const int rc = murvWholeCaseIn(handle, record.data());
+                    if (rc == MURV_RC_END_OF_FILE) break;
+                    if (rc > 0) {
+                        failedAt[i] = c;
+                        errors[i] = UnreadableCase(m, c, rc);
+                        break;
+                    }
+                    use(parts[i], record.data());
+                    ++read[i];
+                    if (i == 0) progress.Update(read[0] * count);
+                }
+            } catch (const std::exception& e) {
+                failedAt[i] = c;
+                errors[i] = e.what();
+            }
+        };
+        std::vector<std::thread> threads;
+        for (std::size_t i = 1; i < parts.size(); ++i) threads.emplace_back(work, i);
+        work(0);
+        for (std::thread& t : threads) t.join();
+        progress.Finish();
+        std::int64_t total = 0;
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            total += read[i];
+            if (failedAt[i] >= 0 && failure.empty()) failure = errors[i];
+        }
+        return total;
+    }
+
+    RecordPipe pipe(recordBytes);
     std::thread reader([&] {
         try {
             for (std::int64_t c = 0;; ++c) {
@@ -76,10 +142,7 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, F&& use, std::str
                 const int rc = murvWholeCaseIn(h.get(), record);
                 if (rc == MURV_RC_END_OF_FILE || rc > 0) pipe.Unfill();
                 if (rc == MURV_RC_END_OF_FILE) break;
-                if (rc > 0)
-                    throw Failure(kExitLibrary, m.path + ": case " + std::to_string(c + 1) +
-                                                    (m.cases >= 0 ? " of the " + std::to_string(m.cases) + " the header states" : "") +
-                                                    " cannot be read; the file is damaged or cut short (" + DescribeCode(rc) + ")");
+                if (rc > 0) throw Failure(kExitLibrary, UnreadableCase(m, c, rc));
             }
             pipe.Done(nullptr);
         } catch (const RecordPipe::Stopped&) {
@@ -91,7 +154,7 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, F&& use, std::str
     std::int64_t done = 0;
     try {
         pipe.Drain([&](const char* record) {
-            use(record);
+            use(parts.front(), record);
             progress.Update(++done);
         });
     } catch (const Failure& f) {

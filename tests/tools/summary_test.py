@@ -1,4 +1,6 @@
-"""murv stats and murv freq against numpy on the same data.
+"""murv stats and murv freq against numpy on the same data, and files whose
+dictionaries only the library can make (grouped print formats for cat
+--formatted).
 
 Usage: summary_test.py MURV LIBMURVIO
 
@@ -141,6 +143,24 @@ with tempfile.TemporaryDirectory() as tmp:
         check("cut file: cases", s["cases"], kept, 0)
         check("cut file: mean", s["variables"][0]["mean"], big[:kept].mean(), 1e-14)
         check("cut file: sd", s["variables"][0]["sd"], np.std(big[:kept], ddof=1), 1e-9)
+
+    # Grouped formats through cat --formatted: CSV quotes the fields that hold
+    # its delimiter, TSV and JSON do not need to.
+    grouped = f"{tmp}/grouped.murv".encode()
+    h3 = ctypes.c_int(-1)
+    assert lib.murvOpenWrite(grouped, ctypes.byref(h3)) == 0
+    for name, fmt in ((b"a", (3, 2, 12)), (b"b", (4, 0, 10)), (b"c", (32, 1, 9))):
+        assert lib.murvSetVarName(h3, name, 0) == 0
+        assert lib.murvSetVarPrintFormat(h3, name, *fmt) == 0
+    assert lib.murvCommitHeader(h3) == 0
+    assert lib.murvWholeCaseOut(h3, np.array([1234567.891, -1234.5, 1234.5], dtype="<f8").tobytes()) == 0
+    assert lib.murvCloseWrite(h3) == 0
+    for form, want in (("--csv", '"1,234,567.89","-$1,235","1.234,5"'), ("--tsv", "1,234,567.89\t-$1,235\t1.234,5"),
+                       ("--json", '{"a":"1,234,567.89","b":"-$1,235","c":"1.234,5"}')):
+        out = subprocess.run([murv, "cat", grouped.decode(), "--formatted", "--no-header", form],
+                             check=True, capture_output=True, text=True).stdout
+        if out != want + "\n":
+            failures.append(f"cat --formatted {form}: {out!r}")
 
 for f in failures:
     print("FAIL:", f)

@@ -226,8 +226,22 @@ int RunCat(const CatOptions& opt) {
                     }
                 }
                 if (opt.formatted) {
-                    char text[kFormattedMax];
-                    p = putText(p, std::string_view(text, static_cast<std::size_t>(WriteFormatted(text, v.print, d) - text)));
+                    // Written in place: formatted text holds no quote, backslash,
+                    // tab or line end, so only CSV's delimiter (in grouped
+                    // numbers) needs the field quoted.
+                    const bool json = form == Form::kJson;
+                    char* const start = json ? p + 1 : p;
+                    char* const stop = WriteFormatted(start, v.print, d);
+                    if (json) {
+                        *p = '"';
+                        *stop = '"';
+                        p = stop + 1;
+                    } else if (form == Form::kCsv && std::memchr(start, delim, static_cast<std::size_t>(stop - start))) {
+                        const std::string text(start, stop);
+                        p = PutCsv(p, text, delim);
+                    } else {
+                        p = stop;
+                    }
                     continue;
                 }
                 if (col.date) {

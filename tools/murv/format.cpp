@@ -47,6 +47,7 @@ int FixedText(char* out, double v, int d, bool& neg) {
             const double t = a * kPowersOf10[k];
             if (t >= 1125899906842624.0) break;  // 2^50
             const auto i = static_cast<std::int64_t>(t + 0.5);
+            if (std::fabs(t - static_cast<double>(i)) > t * 1e-15 + 1e-9) continue;  // clearly more digits
             if (static_cast<double>(i) / kPowersOf10[k] != a) continue;
             std::int64_t n;
             if (k <= d) {
@@ -128,17 +129,22 @@ char* Number(char* p, double v, int w, int d, const NumberStyle& st) {
         if (len <= w) {
             if (neg) *p++ = '-';
             for (const char* s = st.prefix; *s;) *p++ = *s++;
-            const char* q = digits;
-            for (int i = 0; i < intDigits; ++i) {
-                *p++ = *q++;
-                const int left = intDigits - 1 - i;
-                if (st.group && left > 0 && left % 3 == 0) *p++ = st.group;
-            }
-            if (dd > 0) {
-                *p++ = st.point;
-                ++q;
-                std::memcpy(p, q, static_cast<std::size_t>(dd));
-                p += dd;
+            if (!st.group && st.point == '.') {  // plain digits, the common case
+                std::memcpy(p, digits, static_cast<std::size_t>(n));
+                p += n;
+            } else {
+                const char* q = digits;
+                for (int i = 0; i < intDigits; ++i) {
+                    *p++ = *q++;
+                    const int left = intDigits - 1 - i;
+                    if (st.group && left > 0 && left % 3 == 0) *p++ = st.group;
+                }
+                if (dd > 0) {
+                    *p++ = st.point;
+                    ++q;
+                    std::memcpy(p, q, static_cast<std::size_t>(dd));
+                    p += dd;
+                }
             }
             for (const char* s = st.suffix; *s;) *p++ = *s++;
             return p;

@@ -112,7 +112,7 @@ struct Part {
             const Variable& v = *t.var;
             if (v.type == 0) {
                 const double x = NumberAt(record, v.offset);
-                if (IsSysmis(x))
+                if (x == kSysmisValue)
                     t.sysmis += w;
                 else
                     t.numbers.Add(x, w);

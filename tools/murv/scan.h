@@ -7,6 +7,7 @@
 #include <climits>
 #include <cmath>
 #include <memory>
+#include <system_error>
 #include <cstring>
 #include <thread>
 
@@ -14,6 +15,10 @@
 #include "pipe.h"
 
 namespace murv {
+
+// System-missing, the lowest finite double, compared inline in the loops
+// over every value.
+constexpr double kSysmisValue = -1.7976931348623157e308;
 
 inline bool IsUserMissing(const MissingValues& m, double v) {
     switch (m.format) {
@@ -48,7 +53,7 @@ struct Weighting {
     double Of(const char* record) {
         if (!var) return 1;
         const double w = NumberAt(record, var->offset);
-        if (!(w > 0) || IsSysmis(w) || !std::isfinite(w) || IsUserMissing(var->missing, w)) {
+        if (!(w > 0) || !std::isfinite(w) || IsUserMissing(var->missing, w)) {  // system-missing is below 0
             ++excluded;
             return 0;
         }
@@ -122,7 +127,12 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, std::vector<State
             }
         };
         std::vector<std::thread> threads;
-        for (std::size_t i = 1; i < parts.size(); ++i) threads.emplace_back(work, i);
+        try {
+            for (std::size_t i = 1; i < parts.size(); ++i) threads.emplace_back(work, i);
+        } catch (const std::system_error& e) {
+            for (std::thread& t : threads) t.join();
+            throw Failure(kExitIo, std::string("starting a thread: ") + e.what());
+        }
         work(0);
         for (std::thread& t : threads) t.join();
         progress.Finish();

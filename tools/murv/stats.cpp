@@ -96,7 +96,7 @@ public:
     double max(std::size_t k) const { return max_[k]; }
 
 private:
-    static constexpr double kSysmis = -1.7976931348623157e308;
+    static constexpr double kSysmis = kSysmisValue;
 
     // Two values at a time in the vector registers every x86-64 and ARM64
     // processor has; the arrays are padded to an even length (the pad value is

@@ -12,6 +12,7 @@ and negative weights. Then compares murv's JSON with numpy's figures.
 """
 import ctypes
 import json
+import os
 import subprocess
 import sys
 import tempfile
@@ -19,6 +20,9 @@ import tempfile
 import numpy as np
 
 murv, lib_path = sys.argv[1], sys.argv[2]
+# murv carries its own sanitizer runtime, if any: it runs without the one
+# preloaded into this interpreter and with its leak checks.
+MURV_ENV = {k: v for k, v in os.environ.items() if k not in ("LD_PRELOAD", "ASAN_OPTIONS")}
 lib = ctypes.CDLL(lib_path)
 lib.murvSysmisVal.restype = ctypes.c_double
 lib.murvSetVarNMissingValues.argtypes = [ctypes.c_int, ctypes.c_char_p, ctypes.c_int] + [ctypes.c_double] * 3
@@ -79,7 +83,7 @@ with tempfile.TemporaryDirectory() as tmp:
     assert lib.murvCloseWrite(h2) == 0
 
     def run(*args):
-        return json.loads(subprocess.run([murv, *args], check=True, capture_output=True, text=True).stdout)
+        return json.loads(subprocess.run([murv, *args], check=True, capture_output=True, text=True, env=MURV_ENV).stdout)
 
     good_w = (w > 0) & (w != SYSMIS)
     for weighted in (True, False):
@@ -135,7 +139,8 @@ with tempfile.TemporaryDirectory() as tmp:
     header = len(whole) - n * 32
     kept = 60_001
     open(cut, "wb").write(whole[:header + kept * 32 + 20])
-    r = subprocess.run([murv, "stats", cut, "--json", "--unweighted", "big"], capture_output=True, text=True)
+    r = subprocess.run([murv, "stats", cut, "--json", "--unweighted", "big"], capture_output=True, text=True,
+                       env=MURV_ENV)
     if r.returncode != 1 or f"case {kept + 1} of the {n} the header states cannot be read" not in r.stderr:
         failures.append(f"cut file: exit {r.returncode}, {r.stderr.strip()}")
     else:
@@ -158,7 +163,7 @@ with tempfile.TemporaryDirectory() as tmp:
     for form, want in (("--csv", '"1,234,567.89","-$1,235","1.234,5"'), ("--tsv", "1,234,567.89\t-$1,235\t1.234,5"),
                        ("--json", '{"a":"1,234,567.89","b":"-$1,235","c":"1.234,5"}')):
         out = subprocess.run([murv, "cat", grouped.decode(), "--formatted", "--no-header", form],
-                             check=True, capture_output=True, text=True).stdout
+                             check=True, capture_output=True, text=True, env=MURV_ENV).stdout
         if out != want + "\n":
             failures.append(f"cat --formatted {form}: {out!r}")
 

@@ -72,6 +72,7 @@ struct Column {
     bool date;
     std::unordered_map<double, std::string> numberLabels;
     std::map<std::string, std::string, std::less<>> textLabels;
+    bool grouped = false;  // a print format that may write commas (COMMA, DOLLAR, DOT, currencies)
 };
 
 // Field writers into a buffer with room for the whole row.
@@ -123,13 +124,17 @@ int RunCat(const CatOptions& opt) {
     const std::vector<std::size_t> sel = SelectVars(m, opt.vars);
     std::int64_t first = 0, end = -1;
     CaseSlice(h, m, opt.cases, first, end);
-    if (opt.limit >= 0 && (end < 0 || end > first + opt.limit)) end = first + opt.limit;
+    if (opt.limit >= 0) {
+        const std::int64_t limit = std::min<std::int64_t>(opt.limit, std::int64_t{1} << 50);  // no overflow below
+        if (end < 0 || end - first > limit) end = first + limit;
+    }
 
     std::vector<Column> cols;
     cols.reserve(sel.size());
     for (std::size_t i : sel) {
         const Variable& v = m.vars[i];
         Column c{&v, v.type == 0 && IsDateFormat(v.print.type), {}, {}};
+        c.grouped = v.print.type == 3 || v.print.type == 4 || (v.print.type >= 32 && v.print.type <= 37);
         if (opt.labels) {
             for (const auto& [value, label] : v.numberLabels) c.numberLabels.emplace(value, label);
             for (const auto& [value, label] : v.textLabels) c.textLabels.emplace(value, label);
@@ -236,7 +241,7 @@ int RunCat(const CatOptions& opt) {
                         *p = '"';
                         *stop = '"';
                         p = stop + 1;
-                    } else if (form == Form::kCsv && std::memchr(start, delim, static_cast<std::size_t>(stop - start))) {
+                    } else if (form == Form::kCsv && col.grouped && std::memchr(start, delim, static_cast<std::size_t>(stop - start))) {
                         const std::string text(start, stop);
                         p = PutCsv(p, text, delim);
                     } else {

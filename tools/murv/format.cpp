@@ -36,32 +36,38 @@ char* Stars(char* p, int w) {
     return p + w;
 }
 
+// |v| rounded to d decimals in whole units of 10^-d, from the shortest
+// decimal i / 10^k equal to v when there is one with a small i; false when
+// there is none (or the units would not fit 63 bits).
+bool ShortUnits(double a, int d, std::int64_t& units) {
+    if (!(a < 1e15) || d > 16) return false;
+    for (int k = 0; k <= 9; ++k) {
+        const double t = a * kPowersOf10[k];
+        if (t >= 1125899906842624.0) break;  // 2^50
+        const auto i = static_cast<std::int64_t>(t + 0.5);
+        if (std::fabs(t - static_cast<double>(i)) > t * 1e-15 + 1e-9) continue;  // clearly more digits
+        if (static_cast<double>(i) / kPowersOf10[k] != a) continue;
+        if (k <= d) {
+            if (static_cast<double>(i) * kPowersOf10[d - k] >= 9e18) return false;
+            units = i;
+            for (int s = k; s < d; ++s) units *= 10;
+        } else {
+            std::int64_t div = 1;
+            for (int s = d; s < k; ++s) div *= 10;
+            units = (i + div / 2) / div;
+        }
+        return true;
+    }
+    return false;
+}
+
 // |v| rounded to d decimals as text ("1234.50"), into out (room for 400
 // bytes); returns its length. neg tells whether the rounded value is below 0.
 int FixedText(char* out, double v, int d, bool& neg) {
     const double a = std::fabs(v);
-    // The shortest decimal i / 10^k equal to v, when there is one with a
-    // small i, rounded to d decimals in whole numbers.
-    if (a < 1e15 && d <= 16) {
-        for (int k = 0; k <= 9; ++k) {
-            const double t = a * kPowersOf10[k];
-            if (t >= 1125899906842624.0) break;  // 2^50
-            const auto i = static_cast<std::int64_t>(t + 0.5);
-            if (std::fabs(t - static_cast<double>(i)) > t * 1e-15 + 1e-9) continue;  // clearly more digits
-            if (static_cast<double>(i) / kPowersOf10[k] != a) continue;
-            std::int64_t n;
-            if (k <= d) {
-                if (d - k > 18 || static_cast<double>(i) * kPowersOf10[d - k] >= 9e18) break;
-                n = i;
-                for (int s = k; s < d; ++s) n *= 10;
-            } else {
-                std::int64_t div = 1;
-                for (int s = d; s < k; ++s) div *= 10;
-                n = (i + div / 2) / div;
-            }
-            neg = v < 0 && n != 0;
-            return static_cast<int>(WriteDecimal(out, n, d) - out);
-        }
+    if (std::int64_t units; ShortUnits(a, d, units)) {
+        neg = v < 0 && units != 0;
+        return static_cast<int>(WriteDecimal(out, units, d) - out);
     }
     const auto r = std::to_chars(out, out + 400, a, std::chars_format::fixed, d);
     if (r.ec != std::errc()) return -1;
@@ -117,6 +123,15 @@ NumberStyle StyleOf(int type) {
 // A number in a style, in at most w bytes: all d decimals if they fit, else
 // fewer, else exponent form, else asterisks.
 char* Number(char* p, double v, int w, int d, const NumberStyle& st) {
+    // Plain digits that fit, the bulk of most data, go straight to the output.
+    if (!st.group && !*st.prefix && !*st.suffix) {
+        if (std::int64_t units; ShortUnits(std::fabs(v), d, units)) {
+            const bool neg = v < 0 && units != 0;
+            if (neg) *p = '-';
+            char* const end = WriteDecimal(p + neg, units, d);
+            if (end - p <= w) return end;
+        }
+    }
     char digits[448];
     const int fixedExtra = static_cast<int>(std::strlen(st.prefix) + std::strlen(st.suffix));
     for (int dd = d;; --dd) {

@@ -89,6 +89,11 @@ with tempfile.TemporaryDirectory() as tmp:
     for weighted in (True, False):
         flags = [] if weighted else ["--unweighted"]
         stats = {v["name"]: v for v in run("stats", path.decode(), *flags, "--json")["variables"]}
+        # Two variables side by side and without user-missing values take the
+        # way that sums them where they lie in the record.
+        pair = {v["name"]: v for v in run("stats", path.decode(), "code", "w", *flags, "--json")["variables"]}
+        if pair["code"] != stats["code"]:
+            failures.append(f"code alone and with the others differ: {pair['code']} {stats['code']}")
         keep = good_w if weighted else np.ones(n, bool)
         weights = np.where(keep, w, 0) if weighted else np.ones(n)
         for name, x, missing in (("big", big, big == SYSMIS),

@@ -104,19 +104,23 @@ struct Part {
     std::vector<Table> tables;
     Weighting weight;
     std::string key;
+    std::vector<std::size_t> offsets;  // of each numeric variable's value in the record; strings: all bits set
 
     void Add(const char* record) {
         const double w = weight.Of(record);
         if (w == 0) return;
-        for (Table& t : tables) {
-            const Variable& v = *t.var;
-            if (v.type == 0) {
-                const double x = NumberAt(record, v.offset);
+        if (offsets.size() != tables.size())
+            for (const Table& t : tables) offsets.push_back(t.var->type == 0 ? t.var->offset : ~std::size_t{0});
+        for (std::size_t k = 0; k < tables.size(); ++k) {
+            Table& t = tables[k];
+            if (offsets[k] != ~std::size_t{0}) {  // numeric
+                const double x = NumberAt(record, offsets[k]);
                 if (x == kSysmisValue)
                     t.sysmis += w;
                 else
                     t.numbers.Add(x, w);
             } else {
+                const Variable& v = *t.var;
                 key.assign(TrimRight(std::string_view(record + v.offset, static_cast<std::size_t>(v.type))));
                 t.texts[key] += w;
             }

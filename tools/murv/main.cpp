@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
     catCmd->add_option("--limit", cat.limit, "At most N cases")->check(CLI::NonNegativeNumber);
     catCmd->footer(
         "--cases takes Python's slice rules: A:B gives cases A to B-1, N the single case N, numbered from 0; a "
-        "negative number counts from the end (--cases -10: gives the last ten).\n"
+        "negative number counts from the end (\"--cases -10:\" is the last ten).\n"
         "System-missing values are empty (null in JSON); numbers print so that they read back exactly; values of "
         "date-formatted variables print as ISO dates (YYYY-MM-DD, YYYY-MM-DDTHH:MM:SS, times as HH:MM:SS). With "
         "--formatted a value that does not fit its format's width in any form shows as asterisks.\n\n" +

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <random>
 #include <string>
 
@@ -57,3 +58,44 @@ TEST(MurvNumbers, DatesInIsoForm) {
 }
 
 }  // namespace
+
+// Values through their print formats: decimals rounded from the decimal the
+// value was entered as, grouping, signs, widths that drop decimals, then take
+// exponent form, then show asterisks; dates, times and names by the format.
+TEST(MurvNumbers, PrintFormats) {
+    constexpr double kY2k = 13166064000.0, kFeb15 = kY2k + 45 * 86400.0;
+    constexpr double kInf = std::numeric_limits<double>::infinity();
+    const struct { int type, width, decimals; double value; const char* text; } cases[] = {
+        {5, 8, 2, 1234.5, "1234.50"},         {5, 8, 2, 1.005, "1.01"},
+        {5, 8, 2, -0.001, "0.00"},            {5, 8, 2, -2.5, "-2.50"},
+        {5, 8, 2, 1234567.891, "1234568"},    {5, 8, 2, 123456789, "1.23E+08"},
+        {5, 3, 0, 12345, "***"},              {5, 8, 2, kInf, "********"},
+        {5, 40, 2, 1e20, "100000000000000000000.00"},
+        {3, 12, 2, 1234567.891, "1,234,567.89"}, {3, 6, 0, 999.5, "1,000"},
+        {4, 12, 2, -1234.5, "-$1,234.50"},    {32, 10, 2, 1234.5, "1.234,50"},
+        {31, 8, 1, 45.25, "45.3%"},           {17, 10, 3, 12345.678, "1.235E+04"},
+        {17, 10, 3, -0.00012, "-1.200E-04"},  {16, 5, 0, 42, "00042"},
+        {16, 5, 0, -1, "*****"},              {7, 4, 0, 255, "00FF"},
+        {12, 16, 0, 1.0, "3FF0000000000000"},
+        {20, 11, 0, kY2k, "01-JAN-2000"},     {20, 9, 0, kY2k, "01-JAN-00"},
+        {20, 11, 0, 0, "14-OCT-1582"},        {20, 11, 0, -86400, "***********"},
+        {23, 10, 0, kFeb15, "02/15/2000"},    {23, 8, 0, kFeb15 + 86399, "02/15/00"},
+        {38, 10, 0, kFeb15, "15.02.2000"},    {39, 10, 0, kFeb15, "2000/02/15"},
+        {24, 7, 0, kFeb15, "2000046"},        {24, 5, 0, kFeb15, "00046"},
+        {28, 8, 0, kFeb15, "FEB 2000"},       {29, 8, 0, kFeb15, "1 Q 2000"},
+        {30, 10, 0, kFeb15, "07 WK 2000"},
+        {22, 17, 0, kY2k + 3723.5, "01-JAN-2000 01:02"},
+        {22, 20, 0, kY2k + 3723.5, "01-JAN-2000 01:02:04"},
+        {22, 23, 2, kY2k + 3723.5, "01-JAN-2000 01:02:03.50"},
+        {22, 20, 0, kY2k - 0.4, "01-JAN-2000 00:00:00"},
+        {21, 8, 0, 90061, "25:01:01"},        {21, 5, 0, 90061, "25:01"},
+        {21, 12, 2, -3600.25, "-01:00:00.25"}, {25, 11, 0, 90061, "1 01:01:01"},
+        {26, 3, 0, 1, "SUN"},                 {26, 9, 0, 4, "WEDNESDAY"},
+        {27, 3, 0, 9, "SEP"},                 {27, 9, 0, 13, "*********"},
+    };
+    for (const auto& c : cases) {
+        std::string out;
+        murv::AppendFormatted(out, murv::Format{c.type, c.width, c.decimals}, c.value);
+        EXPECT_EQ(out, c.text) << murv::FormatName(murv::Format{c.type, c.width, c.decimals}) << " of " << c.value;
+    }
+}

@@ -12,29 +12,59 @@ namespace murv {
 
 namespace {
 
-// "A:B": cases A (inclusive) to B (exclusive), numbered from 0; either side may
-// be left out.
-void ParseRange(const std::string& text, std::int64_t& first, std::int64_t& end) {
+// --cases by the rules of Python's slices: "A:B" from A up to (not
+// including) B, "N" the one case N, both counted from 0; a negative number
+// counts back from the end ("-10:" the last ten). Ends beyond the file are
+// cut to it and an empty range gives no cases; a single case beyond the file
+// is refused. Steps ("A:B:C") are refused. Negative numbers need the case
+// count: when the header does not state it, the cases are counted first.
+void CaseSlice(const ReadHandle& h, const FileMeta& m, const std::string& text, std::int64_t& first, std::int64_t& end) {
     first = 0;
     end = -1;
     if (text.empty()) return;
     const std::size_t colon = text.find(':');
-    auto number = [&](const std::string& s, std::int64_t& out) {
-        if (s.empty()) return;
+    if (colon != std::string::npos && text.find(':', colon + 1) != std::string::npos)
+        throw Failure(kExitUsage, "--cases: a step is not supported: " + text);
+    bool given[2] = {false, false};
+    std::int64_t at[2] = {0, 0};
+    const std::string parts[2] = {text.substr(0, colon), colon == std::string::npos ? "" : text.substr(colon + 1)};
+    for (int i = 0; i < 2; ++i) {
+        if (parts[i].empty()) continue;
         std::size_t used = 0;
-        long long v = -1;
         try {
-            v = std::stoll(s, &used);
+            at[i] = std::stoll(parts[i], &used);
         } catch (...) {
             used = 0;
         }
-        if (used != s.size() || v < 0) throw Failure(kExitUsage, "--cases: not a range of case numbers: " + text);
-        out = v;
+        if (used != parts[i].size()) throw Failure(kExitUsage, "--cases: not a case number or range: " + text);
+        given[i] = true;
+    }
+    if (colon == std::string::npos && !given[0]) throw Failure(kExitUsage, "--cases: not a case number or range: " + text);
+    std::int64_t count = m.cases;
+    if (count < 0 && ((given[0] && at[0] < 0) || (given[1] && at[1] < 0))) {
+        count = 0;
+        for (;;) {
+            const int rc = murvReadCaseRecord(h.get());
+            if (rc == MURV_RC_END_OF_FILE) break;
+            Check(rc, m.path, "counting the cases (case " + std::to_string(count + 1) + ")");
+            ++count;
+        }
+        Check(murvSeekNextCase(h.get(), 0), m.path, "going back to the first case");
+    }
+    auto resolve = [&](std::int64_t v) {
+        if (v < 0) v += count;
+        return v < 0 ? 0 : (count >= 0 && v > count) ? count : v;
     };
-    if (colon == std::string::npos) throw Failure(kExitUsage, "--cases: expected A:B, got " + text);
-    number(text.substr(0, colon), first);
-    number(text.substr(colon + 1), end);
-    if (end >= 0 && end < first) throw Failure(kExitUsage, "--cases: the range ends before it starts: " + text);
+    if (colon == std::string::npos) {
+        const std::int64_t n = at[0] < 0 ? at[0] + count : at[0];
+        if (n < 0 || (count >= 0 && n >= count))
+            throw Failure(kExitUsage, "--cases " + text + ": the file has " + std::to_string(count) + " cases");
+        first = n;
+        end = n + 1;
+        return;
+    }
+    first = given[0] ? resolve(at[0]) : 0;
+    end = given[1] ? std::max(first, resolve(at[1])) : -1;
 }
 
 struct Column {
@@ -42,6 +72,7 @@ struct Column {
     bool date;
     std::unordered_map<double, std::string> numberLabels;
     std::map<std::string, std::string, std::less<>> textLabels;
+    bool grouped = false;  // a print format that may write commas (COMMA, DOLLAR, DOT, currencies)
 };
 
 // Field writers into a buffer with room for the whole row.
@@ -92,13 +123,18 @@ int RunCat(const CatOptions& opt) {
     const FileMeta m = LoadMeta(h, Detail::kCases);
     const std::vector<std::size_t> sel = SelectVars(m, opt.vars);
     std::int64_t first = 0, end = -1;
-    ParseRange(opt.cases, first, end);
+    CaseSlice(h, m, opt.cases, first, end);
+    if (opt.limit >= 0) {
+        const std::int64_t limit = std::min<std::int64_t>(opt.limit, std::int64_t{1} << 50);  // no overflow below
+        if (end < 0 || end - first > limit) end = first + limit;
+    }
 
     std::vector<Column> cols;
     cols.reserve(sel.size());
     for (std::size_t i : sel) {
         const Variable& v = m.vars[i];
         Column c{&v, v.type == 0 && IsDateFormat(v.print.type), {}, {}};
+        c.grouped = v.print.type == 3 || v.print.type == 4 || (v.print.type >= 32 && v.print.type <= 37);
         if (opt.labels) {
             for (const auto& [value, label] : v.numberLabels) c.numberLabels.emplace(value, label);
             for (const auto& [value, label] : v.textLabels) c.textLabels.emplace(value, label);
@@ -129,7 +165,9 @@ int RunCat(const CatOptions& opt) {
     std::size_t maxRow = 4;
     for (std::size_t k = 0; k < cols.size(); ++k) {
         const Column& c = cols[k];
-        std::size_t longest = c.var->type == 0 ? 48 : static_cast<std::size_t>(c.var->type);
+        std::size_t longest = c.var->type == 0 ? (opt.formatted ? kFormattedMax : 48)
+                                               : static_cast<std::size_t>(c.var->type) * (opt.formatted ? 2 : 1);
+        longest = std::max(longest, opt.null.size());
         for (const auto& l : c.numberLabels) longest = std::max(longest, l.second.size());
         for (const auto& l : c.textLabels) longest = std::max(longest, l.second.size());
         maxRow += 6 * longest + 4 + (keys.empty() ? 0 : keys[k].size()) + 6 * c.var->name.size();
@@ -145,7 +183,7 @@ int RunCat(const CatOptions& opt) {
         p = begin;
     };
     std::string scratch;
-    if (form != Form::kJson) {
+    if (form != Form::kJson && opt.header) {
         for (std::size_t k = 0; k < cols.size(); ++k) {
             if (k) *p++ = delim;
             p = form == Form::kCsv ? PutCsv(p, cols[k].var->name, delim) : PutTsv(p, cols[k].var->name);
@@ -178,7 +216,11 @@ int RunCat(const CatOptions& opt) {
                 double d;
                 std::memcpy(&d, cell, sizeof d);
                 if (IsSysmis(d)) {
-                    if (form == Form::kJson) p = static_cast<char*>(std::memcpy(p, "null", 4)) + 4;
+                    if (form == Form::kJson)
+                        p = static_cast<char*>(std::memcpy(p, "null", 4)) + 4;
+                    else if (!opt.null.empty())  // as given in TSV, where \N is the usual mark
+                        p = form == Form::kCsv ? PutCsv(p, opt.null, delim)
+                                               : static_cast<char*>(std::memcpy(p, opt.null.data(), opt.null.size())) + opt.null.size();
                     continue;
                 }
                 if (!col.numberLabels.empty()) {
@@ -187,6 +229,25 @@ int RunCat(const CatOptions& opt) {
                         p = putText(p, it->second);
                         continue;
                     }
+                }
+                if (opt.formatted) {
+                    // Written in place: formatted text holds no quote, backslash,
+                    // tab or line end, so only CSV's delimiter (in grouped
+                    // numbers) needs the field quoted.
+                    const bool json = form == Form::kJson;
+                    char* const start = json ? p + 1 : p;
+                    char* const stop = WriteFormatted(start, v.print, d);
+                    if (json) {
+                        *p = '"';
+                        *stop = '"';
+                        p = stop + 1;
+                    } else if (form == Form::kCsv && col.grouped && std::memchr(start, delim, static_cast<std::size_t>(stop - start))) {
+                        const std::string text(start, stop);
+                        p = PutCsv(p, text, delim);
+                    } else {
+                        p = stop;
+                    }
+                    continue;
                 }
                 if (col.date) {
                     field.clear();
@@ -205,7 +266,15 @@ int RunCat(const CatOptions& opt) {
             std::string_view s = TrimRight(std::string_view(cell, static_cast<std::size_t>(v.type)));
             if (!col.textLabels.empty()) {
                 auto it = col.textLabels.find(s);
-                if (it != col.textLabels.end()) s = it->second;
+                if (it != col.textLabels.end()) {
+                    p = putText(p, it->second);
+                    continue;
+                }
+            }
+            if (opt.formatted && v.print.type == 2) {  // AHEX
+                field.resize(static_cast<std::size_t>(v.type) * 2);
+                s = std::string_view(field.data(), static_cast<std::size_t>(
+                    WriteHex(field.data(), std::string_view(cell, static_cast<std::size_t>(v.type)), v.print.width) - field.data()));
             }
             p = putText(p, s);
         }

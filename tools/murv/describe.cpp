@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "murv.h"
+#include "scan.h"
 
 namespace murv {
 
@@ -166,6 +166,60 @@ std::string MissingText(const Variable& v) {
     return s;
 }
 
+std::string TypeText(const Variable& v) { return v.type == 0 ? "numeric" : "string(" + std::to_string(v.type) + ")"; }
+
+std::string ValueText(double v) {
+    std::string s;
+    AppendNumber(s, v);
+    return s;
+}
+
+// The variables as a table with a header row, then what does not fit a
+// table cell: value labels and attributes, one per line under their variable.
+void AppendDictTable(std::string& o, const FileMeta& m) {
+    std::vector<std::vector<std::string>> rows;
+    rows.push_back({"Name", "Type", "Print", "Write", "Measure", "Align", "Columns", "Missing", "Label"});
+    for (const Variable& v : m.vars)
+        rows.push_back({v.name, TypeText(v), FormatName(v.print), FormatName(v.write), MeasureName(v.measure),
+                        AlignmentName(v.alignment), std::to_string(v.columnWidth), MissingText(v),
+                        v.hasLabel ? v.label : ""});
+    AppendTable(o, rows, {false, false, false, false, false, false, true, false, false});
+    bool heading = false;
+    for (const Variable& v : m.vars) {
+        if (v.numberLabels.empty() && v.textLabels.empty() && v.attributes.empty()) continue;
+        if (!heading) o += "\nValue labels and attributes\n";
+        heading = true;
+        o += "  " + v.name + "\n";
+        for (const auto& [value, label] : v.numberLabels) o += "    " + ValueText(value) + " = " + label + "\n";
+        for (const auto& [value, label] : v.textLabels) o += "    '" + value + "' = " + label + "\n";
+        for (const auto& [name, value] : v.attributes) o += "    @" + name + " = " + value + "\n";
+    }
+    if (!m.attributes.empty() || !m.mrsets.empty() || !m.varSets.empty()) o.push_back('\n');
+}
+
+void AppendCsvField(std::string& o, std::string_view s) {
+    if (s.find_first_of(",\"\r\n") == std::string_view::npos) {
+        o += s;
+        return;
+    }
+    o.push_back('"');
+    for (char c : s) {
+        if (c == '"') o.push_back('"');
+        o.push_back(c);
+    }
+    o.push_back('"');
+}
+
+void AppendCsvRow(std::string& o, std::initializer_list<std::string_view> cells) {
+    bool first = true;
+    for (std::string_view c : cells) {
+        if (!first) o.push_back(',');
+        first = false;
+        AppendCsvField(o, c);
+    }
+    o += "\n";
+}
+
 }  // namespace
 
 int RunInfo(const std::string& file) {
@@ -303,24 +357,7 @@ int RunDict(const std::string& file, bool json) {
         return kExitOk;
     }
 
-    for (const Variable& v : m.vars) {
-        o += v.name;
-        o += v.type == 0 ? "  numeric" : "  string(" + std::to_string(v.type) + ")";
-        o += "  print " + FormatName(v.print) + "  write " + FormatName(v.write);
-        o += std::string("  ") + MeasureName(v.measure) + ", " + AlignmentName(v.alignment) + ", width " +
-             std::to_string(v.columnWidth) + "\n";
-        if (v.hasLabel) o += "    label: " + v.label + "\n";
-        const std::string missing = MissingText(v);
-        if (!missing.empty()) o += "    missing: " + missing + "\n";
-        for (const auto& [value, label] : v.numberLabels) {
-            o += "    ";
-            AppendNumber(o, value);
-            o += " = " + label + "\n";
-        }
-        for (const auto& [value, label] : v.textLabels) o += "    '" + value + "' = " + label + "\n";
-        for (const auto& [name, value] : v.attributes) o += "    @" + name + " = " + value + "\n";
-        out.MaybeFlush();
-    }
+    AppendDictTable(o, m);
     for (const auto& [name, value] : m.attributes) o += "File attribute " + name + " = " + value + "\n";
     for (const MultResponseSet& s : m.mrsets) {
         o += "Multiple-response set " + s.name + " (" + (s.dichotomy ? "dichotomies" : "categories") + "): " + s.label +
@@ -332,6 +369,44 @@ int RunDict(const std::string& file, bool json) {
         o += "Variable set " + name + ":";
         for (const std::string& v : vars) o += " " + v;
         o += "\n";
+    }
+    return kExitOk;
+}
+
+int RunDictCsv(const std::string& file, bool labelsTable) {
+    ReadHandle h(file);
+    const FileMeta m = LoadMeta(h, Detail::kFull);
+    Output out;
+    std::string& o = out.buf();
+    if (labelsTable) {
+        // The variable label as "variable,,label", each value label as
+        // "variable,value,label". A label of the blank string value would read
+        // back as the variable's label, so it is left out and said so.
+        AppendCsvRow(o, {"variable", "value", "label"});
+        for (const Variable& v : m.vars) {
+            if (v.hasLabel) AppendCsvRow(o, {v.name, "", v.label});
+            for (const auto& [value, label] : v.numberLabels) AppendCsvRow(o, {v.name, ValueText(value), label});
+            for (const auto& [value, label] : v.textLabels) {
+                if (value.empty())
+                    std::fprintf(stderr, "murv dict: %s: the label of the blank value (%s) has no row in this form\n",
+                                 v.name.c_str(), label.c_str());
+                else
+                    AppendCsvRow(o, {v.name, value, label});
+            }
+            out.MaybeFlush();
+        }
+        return kExitOk;
+    }
+    AppendCsvRow(o, {"name", "type", "width", "label", "print_format", "write_format", "measure", "alignment",
+                     "column_width", "missing_values", "value_labels"});
+    for (const Variable& v : m.vars) {
+        std::string labels;
+        for (const auto& [value, label] : v.numberLabels) labels += (labels.empty() ? "" : "; ") + ValueText(value) + "=" + label;
+        for (const auto& [value, label] : v.textLabels) labels += (labels.empty() ? "" : "; ") + value + "=" + label;
+        AppendCsvRow(o, {v.name, v.type == 0 ? "numeric" : "string", std::to_string(v.type), v.label, FormatName(v.print),
+                         FormatName(v.write), MeasureName(v.measure), AlignmentName(v.alignment),
+                         std::to_string(v.columnWidth), MissingText(v), labels});
+        out.MaybeFlush();
     }
     return kExitOk;
 }

@@ -28,17 +28,31 @@ int main(int argc, char** argv) {
     info->add_option("FILE", file, "A system file")->required();
     info->footer(kExitCodes);
 
-    bool json = false;
+    bool json = false, dictCsv = false, labelsTable = false;
     auto* dict = app.add_subcommand("dict", "Every variable with all its properties, the sets and attributes");
     dict->add_option("FILE", file, "A system file")->required();
-    dict->add_flag("--json", json, "Give the dictionary as one JSON object");
-    dict->footer(kExitCodes);
+    auto* djson = dict->add_flag("--json", json, "Give the dictionary as one JSON object");
+    auto* dcsv = dict->add_flag("--csv", dictCsv,
+                                "A codebook in CSV: one row per variable (name, type, width, label, formats, measure, "
+                                "alignment, column width, missing values, value labels as value=label pairs joined by "
+                                "\"; \")");
+    auto* dtable = dict->add_flag("--labels-table", labelsTable,
+                                  "With --csv: the labels as rows variable,value,label (variable,,label for the "
+                                  "variable label), the form `murv import --labels` reads");
+    djson->excludes(dcsv)->excludes(dtable);
+    dtable->needs(dcsv);
+    dict->footer(
+        "Without an option: a table of the variables with a header row, then their value labels, missing values, "
+        "attributes and the file's sets.\n\n" +
+        std::string(kExitCodes));
 
     murv::CatOptions cat;
     bool csv = false, tsv = false, jsonl = false;
     auto* catCmd = app.add_subcommand("cat", "The cases as CSV (the default), TSV or JSON lines");
     catCmd->add_option("FILE", cat.file, "A system file")->required();
-    catCmd->add_option("--cases", cat.cases, "Cases A to B-1, numbered from 0 (A:B; either side may be left out)");
+    catCmd->add_option("--cases", cat.cases,
+                       "Cases A to B-1 (A:B; either side may be left out) or the one case N, numbered from 0; "
+                       "negative numbers count from the end");
     catCmd->add_option("--vars", cat.vars, "Comma-separated names of the variables to give, in that order");
     auto* fcsv = catCmd->add_flag("--csv", csv, "RFC 4180 CSV with a header row of names");
     auto* ftsv = catCmd->add_flag("--tsv", tsv, "Tab-separated, with \\t \\n \\r \\\\ escapes");
@@ -46,9 +60,44 @@ int main(int argc, char** argv) {
     fcsv->excludes(ftsv)->excludes(fjson);
     ftsv->excludes(fjson);
     catCmd->add_flag("--labels", cat.labels, "Value labels instead of the values they label");
+    catCmd->add_flag("--formatted", cat.formatted,
+                     "Each value as its print format shows it (decimals, width, COMMA, DOLLAR, DOT and PCT forms, "
+                     "dates and times by their format)");
+    bool noHeader = false;
+    catCmd->add_flag("--no-header", noHeader, "No header row of names (CSV, TSV)");
+    auto* fnull = catCmd->add_option("--null", cat.null, "The text of a system-missing value (CSV, TSV; default empty)");
+    fnull->excludes(fjson);
+    catCmd->add_option("--limit", cat.limit, "At most N cases")->check(CLI::NonNegativeNumber);
     catCmd->footer(
+        "--cases takes Python's slice rules: A:B gives cases A to B-1, N the single case N, numbered from 0; a "
+        "negative number counts from the end (\"--cases -10:\" is the last ten).\n"
         "System-missing values are empty (null in JSON); numbers print so that they read back exactly; values of "
-        "date-formatted variables print as ISO dates (YYYY-MM-DD, YYYY-MM-DDTHH:MM:SS, times as HH:MM:SS).\n\n" +
+        "date-formatted variables print as ISO dates (YYYY-MM-DD, YYYY-MM-DDTHH:MM:SS, times as HH:MM:SS). With "
+        "--formatted a value that does not fit its format's width in any form shows as asterisks.\n\n" +
+        std::string(kExitCodes));
+
+    murv::FreqOptions freq;
+    auto* freqCmd = app.add_subcommand("freq", "Frequency tables: each value with its label, count and percents");
+    freqCmd->add_option("FILE", freq.file, "A system file")->required();
+    freqCmd->add_option("VAR", freq.vars, "The variables to count")->required();
+    freqCmd->add_flag("--json", freq.json, "The tables as one JSON object");
+    freqCmd->add_flag("--unweighted", freq.unweighted, "Count cases, ignoring the file's weight variable");
+    freqCmd->footer(
+        "Percent is of all cases, valid percent and cumulative percent of those not missing. User-missing values are "
+        "listed after the valid ones, and system-missing values last. With a weight variable the counts are sums of "
+        "weights; cases whose weight is missing, zero or negative are left out and their number is given.\n\n" +
+        std::string(kExitCodes));
+
+    murv::StatsOptions stats;
+    auto* statsCmd = app.add_subcommand("stats", "N, missing, mean, standard deviation, minimum and maximum");
+    statsCmd->add_option("FILE", stats.file, "A system file")->required();
+    statsCmd->add_option("VAR", stats.vars, "Numeric variables (default: every numeric variable)");
+    statsCmd->add_flag("--json", stats.json, "The figures as one JSON object, numbers in full precision");
+    statsCmd->add_flag("--unweighted", stats.unweighted, "Ignore the file's weight variable");
+    statsCmd->footer(
+        "Missing (system- and user-missing) values are left out. With a weight variable N and missing are sums of "
+        "weights, the mean is weighted and the standard deviation is that of frequency weights (divided by N - 1); "
+        "cases whose weight is missing, zero or negative are left out and their number is given.\n\n" +
         std::string(kExitCodes));
 
     murv::ImportOptions imp;
@@ -94,8 +143,19 @@ int main(int argc, char** argv) {
 
     try {
         if (info->parsed()) return murv::RunInfo(file);
-        if (dict->parsed()) return murv::RunDict(file, json);
+        if (dict->parsed()) return dictCsv ? murv::RunDictCsv(file, labelsTable) : murv::RunDict(file, json);
+        if (freqCmd->parsed()) return murv::RunFreq(freq);
+        if (statsCmd->parsed()) return murv::RunStats(stats);
+        // A system file is written beside its destination and moved over it
+        // when complete, which standard output does not allow.
+        for (const auto& [cmd, out] : {std::pair{impCmd, &imp.out}, std::pair{convCmd, &conv.out}})
+            if (cmd->parsed() && *out == "-") {
+                std::fprintf(stderr, "murv %s: a system file cannot be written to standard output ('-'); give a file name\n",
+                             cmd->get_name().c_str());
+                return murv::kExitUsage;
+            }
         if (catCmd->parsed()) {
+            cat.header = !noHeader;
             cat.form = tsv ? murv::CatOptions::Form::kTsv : jsonl ? murv::CatOptions::Form::kJson : murv::CatOptions::Form::kCsv;
             return murv::RunCat(cat);
         }

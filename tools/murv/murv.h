@@ -150,6 +150,15 @@ void AppendJsonString(std::string& out, std::string_view s);
 // Strips trailing blanks (the padding of fixed-width strings).
 std::string_view TrimRight(std::string_view s);
 
+// A value as its print format shows it (format.cpp): at most kFormattedMax
+// bytes at p; returns the end.
+constexpr std::size_t kFormattedMax = 320;
+char* WriteFormatted(char* p, const Format& f, double v);
+void AppendFormatted(std::string& out, const Format& f, double v);
+// The bytes of a string as AHEX shows them: two hexadecimal digits for each
+// of the first width / 2 bytes.
+char* WriteHex(char* p, std::string_view bytes, int width);
+
 // Buffered writing to standard output; fails with kExitIo on an output error.
 class Output {
 public:
@@ -197,6 +206,10 @@ struct CatOptions {
     std::string file, cases, vars;
     enum class Form { kCsv, kTsv, kJson } form = Form::kCsv;
     bool labels = false;
+    bool formatted = false;  // through the print formats
+    bool header = true;
+    std::string null;        // the text of a system-missing value (CSV, TSV)
+    std::int64_t limit = -1;  // at most this many cases; -1: no limit
 };
 struct ImportOptions {
     std::string csv, out, encoding;
@@ -214,6 +227,25 @@ int RunCat(const CatOptions& opt);
 int RunImport(const ImportOptions& opt);
 int RunConvert(const ConvertOptions& opt);
 int RunCheck(const std::string& file);
+
+// `murv dict --csv`: one row per variable (a codebook), or with labelsTable
+// the rows variable,value,label that `import --labels` reads.
+int RunDictCsv(const std::string& file, bool labelsTable);
+
+struct FreqOptions {
+    std::string file;
+    std::vector<std::string> vars;
+    bool json = false;
+    bool unweighted = false;
+};
+int RunFreq(const FreqOptions& opt);
+struct StatsOptions {
+    std::string file;
+    std::vector<std::string> vars;  // empty: every numeric variable
+    bool json = false;
+    bool unweighted = false;
+};
+int RunStats(const StatsOptions& opt);
 
 // A file written beside its destination and moved over it only when complete,
 // so that a failure never leaves a half-written file or destroys an old one.

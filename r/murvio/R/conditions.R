@@ -1,15 +1,14 @@
 # Conditions: failures of the library are errors of class murvio_error, its
 # warning codes and damaged files warnings of class murvio_warning.
 
-#' @noRd
-.codes <- NULL
+.cache <- new.env(parent = emptyenv())
 
 .code_table <- function() {
-  if (is.null(.codes)) {
+  if (is.null(.cache$codes)) {
     t <- .Call(murvio_codes_)
-    .codes <<- data.frame(code = t$code, name = t$name, meaning = t$meaning, stringsAsFactors = FALSE)
+    .cache$codes <- data.frame(code = t$code, name = t$name, meaning = t$meaning, stringsAsFactors = FALSE)
   }
-  .codes
+  .cache$codes
 }
 
 #' The library's return codes

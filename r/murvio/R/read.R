@@ -83,7 +83,7 @@
 }
 
 # A column with the dictionary in its attributes.
-.column <- function(x, d, i, labels, dates) {
+.column <- function(x, d, i, labels, dates, user_na) {
   numeric <- d$types[i] == 0L
   a <- list()
   if (!is.na(d$labels[i])) a$label <- d$labels[i]
@@ -92,7 +92,7 @@
   a$format.murv <- d$formats[i]
   if (d$write_formats[i] != d$formats[i]) a$write_format.murv <- d$write_formats[i]
   a <- c(a, .missing_attrs(d$missing[[i]], numeric))
-  if (!numeric && !is.null(a$na_values)) x[x %in% a$na_values & !is.na(x)] <- NA_character_
+  if (!numeric && !user_na && !is.null(a$na_values)) x[x %in% a$na_values & !is.na(x)] <- NA_character_
   a$measure <- .measures[d$measure[i] + 1L]
   a$display_width <- d$display_width[i]
   if (d$alignment[i] != if (numeric) 1L else 0L) a$alignment <- .alignments[d$alignment[i] + 1L]
@@ -104,7 +104,7 @@
       x <- structure(x - .epoch_offset, class = c("POSIXct", "POSIXt"), tzone = "UTC")
     }
   }
-  attributes(x) <- c(attributes(x), a)
+  x <- .Call(murvio_attrs_, x, a)
   if (labels && !is.null(vl) && !inherits(x, c("Date", "POSIXct"))) x <- .to_factor(x, a$labels)
   x
 }
@@ -123,10 +123,10 @@
   structure(cols, class = "data.frame", row.names = .set_row_names(n))
 }
 
-.frame <- function(res, d, sel, labels, dates, layout) {
+.frame <- function(res, d, sel, labels, dates, user_na, layout) {
   i1 <- sel + 1L
   cols <- vector("list", length(i1))
-  for (k in seq_along(i1)) cols[[k]] <- .column(res$columns[[k]], d, i1[k], labels, dates)
+  for (k in seq_along(i1)) cols[[k]] <- .column(res$columns[[k]], d, i1[k], labels, dates, user_na)
   names(cols) <- d$names[i1]
   df <- .as_frame(cols, as.integer(res$n))
   if (!is.null(d$file_label)) attr(df, "label") <- d$file_label
@@ -136,9 +136,10 @@
   df
 }
 
-.read_range <- function(f, d, sel, first, count, user_na, expect) {
+.read_range <- function(f, d, sel, first, count, user_na, expect, parallel = FALSE) {
   na <- lapply(sel + 1L, function(i) .na_spec(d, i, user_na))
-  .check(.Call(murvio_read_, f$xp, as.integer(sel), as.double(first), as.double(count), na, as.double(expect)), f$path)
+  .check(.Call(murvio_read_, f$xp, enc2native(f$path), parallel, as.integer(sel), as.double(first), as.double(count),
+               na, as.double(expect)), f$path)
 }
 
 # Warns when a read found damage.
@@ -197,9 +198,9 @@ read_murv <- function(path, col_select = NULL, cases = NULL, labels = FALSE, use
     count <- length(cases)
   }
   expect <- if (stated >= 0) max(0, stated - first) else -1
-  res <- .read_range(f, d, sel, first, count, user_na, expect)
+  res <- .read_range(f, d, sel, first, count, user_na, expect, parallel = TRUE)
   .report(f, d, first + res$n, res$code, is.null(cases), layout, call)
-  .frame(res, d, sel, labels, dates, layout)
+  .frame(res, d, sel, labels, dates, user_na, layout)
 }
 
 .parse_variable_sets <- function(text) {
@@ -301,7 +302,7 @@ read_murv_chunked <- function(path, callback, chunk_size = 100000, ...) {
     first <- -1
     n <- res$n
     if (n > 0) {
-      chunk <- .frame(res, d, sel, labels, dates, layout)
+      chunk <- .frame(res, d, sel, labels, dates, user_na, layout)
       res <- list(n = n, code = res$code)
       out <- callback(chunk, pos + 1)
       rm(chunk)

@@ -80,11 +80,23 @@
   spec <- list(name = enc2native(name))
   fmt <- attr(x, "format.murv", exact = TRUE)
   labs <- attr(x, "labels", exact = TRUE)
+  if (is.factor(x) && is.character(labs)) {
+    # A factor made from a labelled string column goes back to its strings.
+    lev <- levels(x)
+    vals <- unname(labs)[match(lev, names(labs))]
+    vals[is.na(vals)] <- lev[is.na(vals)]
+    a <- attributes(x)
+    x <- vals[as.integer(x)]
+    attributes(x) <- a[setdiff(names(a), c("levels", "class"))]
+  }
   if (is.factor(x)) {
     lev <- levels(x)
-    if (is.numeric(labs) && all(lev %in% names(labs))) {
+    codes <- if (is.numeric(labs)) unname(labs)[match(lev, names(labs))] else rep(NA_real_, length(lev))
+    # Levels without a label are the values themselves (as_factor names them so).
+    unlabelled <- is.na(codes)
+    codes[unlabelled] <- suppressWarnings(as.numeric(lev[unlabelled]))
+    if (is.numeric(labs) && !anyNA(codes)) {
       # A factor made from labelled values goes back to those values.
-      codes <- unname(labs)[match(lev, names(labs))]
       values <- codes[as.integer(x)]
     } else {
       values <- as.integer(x)

@@ -11,6 +11,7 @@
 #include <R_ext/Rdynload.h>
 #include <Rinternals.h>
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <fcntl.h>
@@ -57,6 +58,13 @@ SEXP Str1(const std::string& s) {
 }
 
 SEXP Int1(int v) { return cpp11::safe[Rf_ScalarInteger](v); }
+
+// A fresh TRUE (R's own TRUE is shared and must not carry attributes).
+SEXP Done() {
+    SEXP v = Alloc(LGLSXP, 1);
+    LOGICAL(v)[0] = TRUE;
+    return v;
+}
 SEXP Real1(double v) { return cpp11::safe[Rf_ScalarReal](v); }
 
 // A character vector of the texts.
@@ -123,6 +131,17 @@ std::string Text(SEXP s, R_xlen_t i = 0) {
     SEXP c = STRING_ELT(s, i);
     if (c == NA_STRING) return std::string();
     return std::string(CHAR(c), static_cast<std::size_t>(LENGTH(c)));
+}
+
+// Large column vectors are marked for huge pages before they are filled:
+// a fresh page costs about as much as the case data that fills it.
+void AdviseHuge(void* p, std::size_t bytes) {
+    constexpr std::uintptr_t kHuge = 2u << 20;
+    if (bytes < 2 * kHuge) return;
+    const std::uintptr_t a = reinterpret_cast<std::uintptr_t>(p);
+    const std::uintptr_t from = (a + kHuge - 1) & ~(kHuge - 1);
+    const std::uintptr_t to = (a + bytes) & ~(kHuge - 1);
+    if (to > from) madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
 }
 
 // ---- open handles ----
@@ -550,7 +569,7 @@ struct MissingSpec {
 // list(columns, n, code): the cases read and the code that ended the read
 // (0 when `count` cases were read, -5 at the end of the data, else the
 // failure).
-SEXP ReadCases(int h, SEXP sel, double first, double count, SEXP na, double expect) {
+SEXP ReadCases(int h, const std::string& path, bool parallel, SEXP sel, double first, double count, SEXP na, double expect) {
     int n = 0;
     char** names = nullptr;
     int* types = nullptr;
@@ -598,11 +617,14 @@ SEXP ReadCases(int h, SEXP sel, double first, double count, SEXP na, double expe
     if (expect >= 0 && (count < 0 || expect < count)) capacity = static_cast<R_xlen_t>(expect);
     capacity = std::max<R_xlen_t>(capacity, 1);
 
+    bool allNumeric = true;
+    for (const Col& col : cols) allNumeric = allNumeric && col.numeric;
     cpp11::sexp out = Alloc(VECSXP, ncols);
     auto reserve = [&](R_xlen_t size, R_xlen_t keep) {
         for (R_xlen_t c = 0; c < ncols; ++c) {
             const Col& col = cols[static_cast<std::size_t>(c)];
             SEXP v = Alloc(col.numeric ? REALSXP : STRSXP, size);
+            if (col.numeric) AdviseHuge(REAL(v), sizeof(double) * static_cast<std::size_t>(size));
             SEXP old = VECTOR_ELT(out, c);
             if (keep > 0) {
                 if (col.numeric) {
@@ -619,52 +641,122 @@ SEXP ReadCases(int h, SEXP sel, double first, double count, SEXP na, double expe
     const double sysmis = murvSysmisVal();
     const std::size_t rec = static_cast<std::size_t>(caseSize);
     const std::size_t tileCases = std::max<std::size_t>(1, (256u << 10) / std::max<std::size_t>(rec, 1));
-    std::vector<char> tile(rec * tileCases + 8);
-    R_xlen_t done = 0;
-    std::vector<double*> dst(static_cast<std::size_t>(ncols));
-    while (code == MURV_RC_OK && (count < 0 || done < count)) {
-        std::size_t m = 0;
-        while (m < tileCases && (count < 0 || done + static_cast<R_xlen_t>(m) < count)) {
-            code = murvWholeCaseIn(h, tile.data() + m * rec);
-            if (code != MURV_RC_OK) break;
-            ++m;
-        }
-        if (m == 0) break;
-        if (done + static_cast<R_xlen_t>(m) > capacity) {
-            capacity = std::max<R_xlen_t>(capacity * 2, done + static_cast<R_xlen_t>(m));
-            reserve(capacity, done);
-        }
-        for (R_xlen_t c = 0; c < ncols; ++c) {
-            const Col& col = cols[static_cast<std::size_t>(c)];
-            SEXP v = VECTOR_ELT(out, c);
-            const char* src = tile.data() + col.offset;
-            if (col.numeric) {
-                double* d = REAL(v) + done;
-                if (col.miss.kind == 0) {
-                    for (std::size_t r = 0; r < m; ++r, src += rec) {
-                        double x;
-                        std::memcpy(&x, src, 8);
-                        d[r] = x == sysmis ? NA_REAL : x;
-                    }
-                } else {
-                    for (std::size_t r = 0; r < m; ++r, src += rec) {
-                        double x;
-                        std::memcpy(&x, src, 8);
-                        d[r] = x == sysmis || col.miss.Is(x) ? NA_REAL : x;
-                    }
+    std::vector<double*> numericOut(cols.size(), nullptr);
+    auto pointers = [&] {
+        for (std::size_t c = 0; c < cols.size(); ++c)
+            numericOut[c] = cols[c].numeric ? REAL(VECTOR_ELT(out, static_cast<R_xlen_t>(c))) : nullptr;
+    };
+    pointers();
+    // The numeric columns of `m` records of a tile into the rows from `at`
+    // on; no call of R's, so a second thread may run it.
+    auto scatterNumbers = [&](const char* tile, std::size_t m, R_xlen_t at) {
+        for (std::size_t c = 0; c < cols.size(); ++c) {
+            const Col& col = cols[c];
+            if (!col.numeric) continue;
+            const char* src = tile + col.offset;
+            double* d = numericOut[c] + at;
+            if (col.miss.kind == 0) {
+                for (std::size_t r = 0; r < m; ++r, src += rec) {
+                    double x;
+                    std::memcpy(&x, src, 8);
+                    d[r] = x == sysmis ? NA_REAL : x;
                 }
             } else {
-                cpp11::unwind_protect([&] {
-                    const char* p = src;
-                    for (std::size_t r = 0; r < m; ++r, p += rec) {
-                        std::size_t len = strnlen(p, col.width);
-                        while (len > 0 && p[len - 1] == ' ') --len;
-                        SET_STRING_ELT(v, done + static_cast<R_xlen_t>(r), Rf_mkCharLenCE(p, static_cast<int>(len), CE_NATIVE));
-                    }
-                });
+                for (std::size_t r = 0; r < m; ++r, src += rec) {
+                    double x;
+                    std::memcpy(&x, src, 8);
+                    d[r] = x == sysmis || col.miss.Is(x) ? NA_REAL : x;
+                }
             }
         }
-        done += static_cast<R_xlen_t>(m);
+    };
+    auto scatterStrings = [&](const char* tile, std::size_t m, R_xlen_t at) {
+        cpp11::unwind_protect([&] {
+            for (std::size_t c = 0; c < cols.size(); ++c) {
+                const Col& col = cols[c];
+                if (col.numeric) continue;
+                SEXP v = VECTOR_ELT(out, static_cast<R_xlen_t>(c));
+                const char* p = tile + col.offset;
+                for (std::size_t r = 0; r < m; ++r, p += rec) {
+                    std::size_t len = strnlen(p, col.width);
+                    while (len > 0 && p[len - 1] == ' ') --len;
+                    SET_STRING_ELT(v, at + static_cast<R_xlen_t>(r), Rf_mkCharLenCE(p, static_cast<int>(len), CE_NATIVE));
+                }
+            }
+        });
+    };
+    // Reads up to `limit` cases (no limit below 0) on `handle` into the rows
+    // from `at` on. Only the main thread may grow the columns or fill strings.
+    auto run = [&](int handle, R_xlen_t at, R_xlen_t limit, bool mainThread, int& rc) -> R_xlen_t {
+        std::vector<char> tile(rec * tileCases + 8);
+        R_xlen_t done = 0;
+        rc = MURV_RC_OK;
+        while (rc == MURV_RC_OK && (limit < 0 || done < limit)) {
+            std::size_t m = 0;
+            while (m < tileCases && (limit < 0 || done + static_cast<R_xlen_t>(m) < limit)) {
+                if (!mainThread && at + done + static_cast<R_xlen_t>(m) == capacity) break;
+                rc = murvWholeCaseIn(handle, tile.data() + m * rec);
+                if (rc != MURV_RC_OK) break;
+                ++m;
+            }
+            if (m == 0) break;
+            if (mainThread && at + done + static_cast<R_xlen_t>(m) > capacity) {
+                const R_xlen_t need = at + done + static_cast<R_xlen_t>(m);
+                capacity = std::max<R_xlen_t>(capacity * 2, need);
+                reserve(capacity, at + done);
+                pointers();
+            }
+            scatterNumbers(tile.data(), m, at + done);
+            if (mainThread && !allNumeric) scatterStrings(tile.data(), m, at + done);
+            done += static_cast<R_xlen_t>(m);
+        }
+        return done;
+    };
+
+    R_xlen_t done = 0;
+    // A large read of a plain file with a known end is split in two, the
+    // second half read on a handle of its own on a second thread (separate
+    // read handles may be used on separate threads). Only numbers: strings
+    // are R's objects and are made on the main thread. A compressed file is
+    // not split: a fresh handle finds a case in its middle by going through
+    // the cases before it.
+    int compressed = 1;
+    murvGetCompression(h, &compressed);
+    const R_xlen_t span = capacity;
+    const bool split = parallel && code == MURV_RC_OK && allNumeric && !compressed && first >= 0 && expect >= 0 &&
+                       (count < 0 || count >= span) && span >= 100000 && static_cast<double>(span) * static_cast<double>(rec) >= 32.0 * (1 << 20) &&
+                       std::thread::hardware_concurrency() > 1 && first + span <= INT_MAX;
+    int h2 = -1;
+    if (split && murvOpenRead(path.c_str(), &h2) == MURV_RC_OK) {
+        struct Close {
+            int h;
+            ~Close() { murvCloseRead(h); }
+        } closeSecond{h2};
+        const R_xlen_t mid = span / 2;
+        int rc2 = murvSeekNextCase(h2, static_cast<int>(first + mid));
+        R_xlen_t n2 = 0;
+        std::thread second;
+        if (rc2 == MURV_RC_OK) second = std::thread([&] { n2 = run(h2, mid, span - mid, false, rc2); });
+        R_xlen_t n1 = 0;
+        try {
+            n1 = run(h, 0, mid, true, code);
+        } catch (...) {
+            if (second.joinable()) second.join();
+            throw;
+        }
+        if (second.joinable()) second.join();
+        if (n1 < mid) {
+            // The data ends (or fails) in the first half: that is all.
+            done = n1;
+        } else {
+            done = n1 + n2;
+            code = rc2;
+            // The file may hold more cases than it states.
+            if (code == MURV_RC_OK && done == span && (count < 0 || count > done))
+                done += run(h2, done, count < 0 ? -1 : static_cast<R_xlen_t>(count) - done, true, code);
+        }
+    } else if (code == MURV_RC_OK) {
+        done = run(h, 0, count < 0 ? -1 : static_cast<R_xlen_t>(count), true, code);
     }
     if (done != capacity) {
         for (R_xlen_t c = 0; c < ncols; ++c) {
@@ -1003,7 +1095,7 @@ SEXP WriteFile(const std::string& path, bool compress, SEXP vars, SEXP columns, 
     if (stat(dest.c_str(), &st) == 0) chmod(temp.c_str(), st.st_mode & 07777);
     if (std::rename(temp.c_str(), dest.c_str()) != 0) Fail(MURV_RC_FILE_OPEN, path + ": moving the new file into place: " + std::strerror(errno));
     cleanup.keep = true;
-    return R_NilValue;
+    return Done();
 }
 
 // The interface's own bulk calls, the benchmarks' baseline: every case
@@ -1088,9 +1180,23 @@ SEXP murvio_dict_(SEXP xp, SEXP full) {
     END_CPP11
 }
 
-SEXP murvio_read_(SEXP xp, SEXP sel, SEXP first, SEXP count, SEXP na, SEXP expect) {
+SEXP murvio_read_(SEXP xp, SEXP path, SEXP parallel, SEXP sel, SEXP first, SEXP count, SEXP na, SEXP expect) {
     BEGIN_CPP11
-    return Guard([&] { return ReadCases(HandleOf(xp), sel, Rf_asReal(first), Rf_asReal(count), na, Rf_asReal(expect)); });
+    return Guard([&] {
+        return ReadCases(HandleOf(xp), Text(path), Rf_asLogical(parallel) == TRUE, sel, Rf_asReal(first), Rf_asReal(count), na,
+                         Rf_asReal(expect));
+    });
+    END_CPP11
+}
+
+// Sets attributes on a column the reader has just made, in place: the
+// column is new and the reader's own, so no copy of it is needed.
+SEXP murvio_attrs_(SEXP x, SEXP attrs) {
+    BEGIN_CPP11
+    SEXP names = Rf_getAttrib(attrs, R_NamesSymbol);
+    for (R_xlen_t i = 0; i < Rf_xlength(attrs); ++i)
+        cpp11::safe[Rf_setAttrib](x, cpp11::safe[Rf_install](CHAR(STRING_ELT(names, i))), VECTOR_ELT(attrs, i));
+    return x;
     END_CPP11
 }
 
@@ -1127,7 +1233,7 @@ SEXP murvio_bulk_write_(SEXP path, SEXP cases, SEXP vars, SEXP compress) {
     BEGIN_CPP11
     return Guard([&] {
         BulkWrite(Text(path), Rf_asReal(cases), Rf_asInteger(vars), Rf_asLogical(compress) == TRUE);
-        return R_NilValue;
+        return Done();
     });
     END_CPP11
 }
@@ -1137,8 +1243,9 @@ static const R_CallMethodDef kCalls[] = {
     {"murvio_open_", reinterpret_cast<DL_FUNC>(&murvio_open_), 1},
     {"murvio_close_", reinterpret_cast<DL_FUNC>(&murvio_close_), 1},
     {"murvio_dict_", reinterpret_cast<DL_FUNC>(&murvio_dict_), 2},
-    {"murvio_read_", reinterpret_cast<DL_FUNC>(&murvio_read_), 6},
+    {"murvio_read_", reinterpret_cast<DL_FUNC>(&murvio_read_), 8},
     {"murvio_layout_", reinterpret_cast<DL_FUNC>(&murvio_layout_), 1},
+    {"murvio_attrs_", reinterpret_cast<DL_FUNC>(&murvio_attrs_), 2},
     {"murvio_write_", reinterpret_cast<DL_FUNC>(&murvio_write_), 5},
     {"murvio_validate_", reinterpret_cast<DL_FUNC>(&murvio_validate_), 1},
     {"murvio_bulk_read_", reinterpret_cast<DL_FUNC>(&murvio_bulk_read_), 1},

@@ -14,6 +14,9 @@
 .alignments <- c("left", "right", "center")
 
 .open <- function(path, call) {
+  # Buffers of large columns that R has freed are kept for the next read, up
+  # to this many bytes.
+  .Call(murvio_cache_limit_, as.double(getOption("murvio.buffer_cache", 2^30)))
   path <- path.expand(as.character(path))
   if (length(path) != 1L || is.na(path)) stop("`path` must be one file name", call. = FALSE)
   list(path = path, xp = .check(.Call(murvio_open_, enc2native(path)), path, call))

@@ -8,6 +8,7 @@
 #include <cpp11.hpp>
 #include <cpp11/declarations.hpp>
 
+#include <R_ext/Rallocators.h>
 #include <R_ext/Rdynload.h>
 #include <Rinternals.h>
 
@@ -22,7 +23,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <random>
+#include <unordered_map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -133,15 +137,96 @@ std::string Text(SEXP s, R_xlen_t i = 0) {
     return std::string(CHAR(c), static_cast<std::size_t>(LENGTH(c)));
 }
 
-// Large column vectors are marked for huge pages before they are filled:
-// a fresh page costs about as much as the case data that fills it.
-void AdviseHuge(void* p, std::size_t bytes) {
-    constexpr std::uintptr_t kHuge = 2u << 20;
-    if (bytes < 2 * kHuge) return;
-    const std::uintptr_t a = reinterpret_cast<std::uintptr_t>(p);
-    const std::uintptr_t from = (a + kHuge - 1) & ~(kHuge - 1);
-    const std::uintptr_t to = (a + bytes) & ~(kHuge - 1);
-    if (to > from) madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+// Memory for large numeric columns. A column's buffer is aligned and marked
+// for huge pages, and when R frees the column the buffer is kept for the next
+// read (up to a limit), so that reading chunk after chunk, or file after
+// file, does not ask the system for fresh pages each time: a fresh page costs
+// about as much as the case data that fills it.
+class BufferCache {
+public:
+    static BufferCache& Get() {
+        static BufferCache* cache = new BufferCache;  // never destroyed: columns may outlive the package
+        return *cache;
+    }
+
+    void* Take(std::size_t bytes) {
+        bytes = (bytes + kHuge - 1) / kHuge * kHuge;
+        std::lock_guard<std::mutex> lock(m_);
+        auto it = kept_.lower_bound(bytes);
+        if (it != kept_.end() && it->first <= bytes + bytes / 2 + kHuge) {
+            void* p = it->second;
+            keptBytes_ -= it->first;
+            live_[p] = it->first;
+            kept_.erase(it);
+            return p;
+        }
+        void* p = std::aligned_alloc(kHuge, bytes);
+        if (!p) return nullptr;
+        madvise(p, bytes, MADV_HUGEPAGE);
+        live_[p] = bytes;
+        return p;
+    }
+
+    void Put(void* p) {
+        std::lock_guard<std::mutex> lock(m_);
+        auto it = live_.find(p);
+        const std::size_t bytes = it == live_.end() ? 0 : it->second;
+        if (it != live_.end()) live_.erase(it);
+        if (bytes == 0 || bytes > limit_) {
+            std::free(p);
+            return;
+        }
+        while (keptBytes_ + bytes > limit_ && !kept_.empty()) {
+            auto oldest = kept_.begin();
+            keptBytes_ -= oldest->first;
+            std::free(oldest->second);
+            kept_.erase(oldest);
+        }
+        kept_.emplace(bytes, p);
+        keptBytes_ += bytes;
+    }
+
+    // Sets the most kept (bytes; negative leaves it) and returns the bytes kept.
+    double Limit(double limit) {
+        std::lock_guard<std::mutex> lock(m_);
+        if (limit >= 0) {
+            limit_ = static_cast<std::size_t>(limit);
+            while (keptBytes_ > limit_) {
+                auto it = kept_.begin();
+                keptBytes_ -= it->first;
+                std::free(it->second);
+                kept_.erase(it);
+            }
+        }
+        return static_cast<double>(keptBytes_);
+    }
+
+    static constexpr std::size_t kHuge = 2u << 20;
+
+private:
+    std::mutex m_;
+    std::multimap<std::size_t, void*> kept_;
+    std::unordered_map<void*, std::size_t> live_;
+    std::size_t keptBytes_ = 0;
+    std::size_t limit_ = std::size_t{1} << 30;
+};
+
+void* CacheAlloc(R_allocator_t*, std::size_t bytes) {
+    try {
+        return BufferCache::Get().Take(bytes);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+void CacheFree(R_allocator_t*, void* p) { BufferCache::Get().Put(p); }
+
+R_allocator_t gColumnAllocator = {CacheAlloc, CacheFree, nullptr, nullptr};
+
+// A numeric column of n values; a large one in the cache's memory.
+SEXP AllocNumbers(R_xlen_t n) {
+    if (static_cast<std::size_t>(n) * sizeof(double) < 2 * BufferCache::kHuge) return Alloc(REALSXP, n);
+    return cpp11::safe[Rf_allocVector3](REALSXP, n, &gColumnAllocator);
 }
 
 // ---- open handles ----
@@ -623,8 +708,7 @@ SEXP ReadCases(int h, const std::string& path, bool parallel, SEXP sel, double f
     auto reserve = [&](R_xlen_t size, R_xlen_t keep) {
         for (R_xlen_t c = 0; c < ncols; ++c) {
             const Col& col = cols[static_cast<std::size_t>(c)];
-            SEXP v = Alloc(col.numeric ? REALSXP : STRSXP, size);
-            if (col.numeric) AdviseHuge(REAL(v), sizeof(double) * static_cast<std::size_t>(size));
+            SEXP v = col.numeric ? AllocNumbers(size) : Alloc(STRSXP, size);
             SEXP old = VECTOR_ELT(out, c);
             if (keep > 0) {
                 if (col.numeric) {
@@ -640,7 +724,7 @@ SEXP ReadCases(int h, const std::string& path, bool parallel, SEXP sel, double f
 
     const double sysmis = murvSysmisVal();
     const std::size_t rec = static_cast<std::size_t>(caseSize);
-    const std::size_t tileCases = std::max<std::size_t>(1, (256u << 10) / std::max<std::size_t>(rec, 1));
+    const std::size_t tileCases = std::max<std::size_t>(1, (64u << 10) / std::max<std::size_t>(rec, 1));
     std::vector<double*> numericOut(cols.size(), nullptr);
     auto pointers = [&] {
         for (std::size_t c = 0; c < cols.size(); ++c)
@@ -649,6 +733,7 @@ SEXP ReadCases(int h, const std::string& path, bool parallel, SEXP sel, double f
     pointers();
     // The numeric columns of `m` records of a tile into the rows from `at`
     // on; no call of R's, so a second thread may run it.
+    const double naValue = NA_REAL;
     auto scatterNumbers = [&](const char* tile, std::size_t m, R_xlen_t at) {
         for (std::size_t c = 0; c < cols.size(); ++c) {
             const Col& col = cols[c];
@@ -659,13 +744,13 @@ SEXP ReadCases(int h, const std::string& path, bool parallel, SEXP sel, double f
                 for (std::size_t r = 0; r < m; ++r, src += rec) {
                     double x;
                     std::memcpy(&x, src, 8);
-                    d[r] = x == sysmis ? NA_REAL : x;
+                    d[r] = x == sysmis ? naValue : x;
                 }
             } else {
                 for (std::size_t r = 0; r < m; ++r, src += rec) {
                     double x;
                     std::memcpy(&x, src, 8);
-                    d[r] = x == sysmis || col.miss.Is(x) ? NA_REAL : x;
+                    d[r] = x == sysmis || col.miss.Is(x) ? naValue : x;
                 }
             }
         }
@@ -1120,7 +1205,8 @@ void BulkWrite(const std::string& path, double cases, int vars, bool compress) {
     Check(murvCommitHeader(h), path);
     std::vector<double> rec(static_cast<std::size_t>(vars));
     for (double c = 0; c < cases; ++c) {
-        for (int v = 0; v < vars; ++v) rec[static_cast<std::size_t>(v)] = std::fmod(c * 31 + v * 7, 1000) / 4;
+        const long long base = static_cast<long long>(c) * 31;
+        for (int v = 0; v < vars; ++v) rec[static_cast<std::size_t>(v)] = static_cast<double>((base + v * 7) % 1000) / 4;
         murvWholeCaseOut(h, reinterpret_cast<const char*>(rec.data()));
     }
     Check(murvCloseWrite(h), path);
@@ -1200,6 +1286,12 @@ SEXP murvio_attrs_(SEXP x, SEXP attrs) {
     END_CPP11
 }
 
+SEXP murvio_cache_limit_(SEXP limit) {
+    BEGIN_CPP11
+    return Real1(BufferCache::Get().Limit(Rf_asReal(limit)));
+    END_CPP11
+}
+
 SEXP murvio_layout_(SEXP path) {
     BEGIN_CPP11
     const Layout l = WalkDictionary(Text(path));
@@ -1246,6 +1338,7 @@ static const R_CallMethodDef kCalls[] = {
     {"murvio_read_", reinterpret_cast<DL_FUNC>(&murvio_read_), 8},
     {"murvio_layout_", reinterpret_cast<DL_FUNC>(&murvio_layout_), 1},
     {"murvio_attrs_", reinterpret_cast<DL_FUNC>(&murvio_attrs_), 2},
+    {"murvio_cache_limit_", reinterpret_cast<DL_FUNC>(&murvio_cache_limit_), 1},
     {"murvio_write_", reinterpret_cast<DL_FUNC>(&murvio_write_), 5},
     {"murvio_validate_", reinterpret_cast<DL_FUNC>(&murvio_validate_), 1},
     {"murvio_bulk_read_", reinterpret_cast<DL_FUNC>(&murvio_bulk_read_), 1},

@@ -239,7 +239,7 @@ read_murv_metadata <- function(path) {
   layout <- .Call(murvio_layout_, enc2native(f$path))
   n <- length(d$names)
   miss <- vector("list", n)
-  has <- which(!vapply(d$missing, is.null, logical(1)))
+  has <- which(lengths(d$missing) > 0L)
   for (i in has) miss[[i]] <- .missing_attrs(d$missing[[i]], d$types[i] == 0L)
   vars <- data.frame(name = d$names, type = ifelse(d$types == 0L, "numeric", "string"),
                      width = d$types, label = d$labels, format = d$formats, write_format = d$write_formats,

@@ -113,13 +113,13 @@
     type <- 0L
     if (is.null(fmt)) fmt <- "DATETIME20"
   } else if (is.double(x) || is.integer(x) || is.logical(x)) {
+    # Written as it is (the writer reads the values, not the attributes):
+    # no copy of a large column.
     values <- x
-    attributes(values) <- NULL
     type <- 0L
     if (is.null(fmt) && !is.double(x)) fmt <- "F8"
   } else if (is.character(x)) {
     values <- enc2native(x)
-    attributes(values) <- NULL
     width <- max(1L, nchar(values, type = "bytes"), na.rm = TRUE)
     if (width > 32767L) stop(sprintf("%s: a value of %d bytes; the longest string is 32767 bytes", what, width), call. = FALSE)
     type <- as.integer(width)

@@ -398,6 +398,10 @@ SEXP Dictionary(int h, bool full) {
     cpp11::sexp missing = Alloc(VECSXP, rn), vlabels = Alloc(VECSXP, rn), vattrs = Alloc(VECSXP, rn);
     double off = 0;
     char buf[1100];
+    // Variable attributes live in one record: without it no variable has any,
+    // and a look-up per variable is saved.
+    int varAttributes = 1;
+    if (murvQueryType7(h, 18, &varAttributes) != MURV_RC_OK) varAttributes = 1;
     // Most variables share a few formats: each distinct one is made once.
     std::vector<std::pair<long, cpp11::sexp>> formatCache;
     auto formatChar = [&](int t, int w, int d) -> SEXP {
@@ -499,7 +503,7 @@ SEXP Dictionary(int h, bool full) {
         char** an = nullptr;
         char** av = nullptr;
         int na = 0;
-        if (murvGetVarAttributes(h, name, &an, &av, &na) == MURV_RC_OK && na > 0) {
+        if (varAttributes && murvGetVarAttributes(h, name, &an, &av, &na) == MURV_RC_OK && na > 0) {
             std::vector<std::string> k, v;
             for (int j = 0; j < na; ++j) k.push_back(an[j]), v.push_back(av[j]);
             murvFreeAttributes(an, av, na);

@@ -241,7 +241,7 @@ read_murv_metadata <- function(path) {
   miss <- vector("list", n)
   has <- which(lengths(d$missing) > 0L)
   for (i in has) miss[[i]] <- .missing_attrs(d$missing[[i]], d$types[i] == 0L)
-  vars <- data.frame(name = d$names, type = ifelse(d$types == 0L, "numeric", "string"),
+  vars <- data.frame(name = d$names, type = c("numeric", "string")[1L + (d$types != 0L)],
                      width = d$types, label = d$labels, format = d$formats, write_format = d$write_formats,
                      measure = .measures[d$measure + 1L], alignment = .alignments[d$alignment + 1L],
                      display_width = d$display_width, stringsAsFactors = FALSE)

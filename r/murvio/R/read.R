@@ -203,6 +203,12 @@ read_murv <- function(path, col_select = NULL, cases = NULL, labels = FALSE, use
   expect <- if (stated >= 0) max(0, stated - first) else -1
   res <- .read_range(f, d, sel, first, count, user_na, expect, parallel = TRUE)
   .report(f, d, first + res$n, res$code, is.null(cases), layout, call)
+  if (stated < 0 && count >= 0 && res$n < count && res$code == -5L) {
+    # A file that does not state its count simply has no more cases.
+    warning(.murvio_warning(sprintf("%s: the file ends after case %s: cases from %s on are not in it", f$path,
+                                    format(first + res$n, scientific = FALSE),
+                                    format(first + res$n + 1, scientific = FALSE)), f$path, call = call))
+  }
   .frame(res, d, sel, labels, dates, user_na, layout)
 }
 

@@ -90,6 +90,10 @@ test_that("damaged files give every whole case and the documented warning, or an
     }
     w <- tryCatch(read_murv(q), murvio_warning = function(w) w)
     if (!is.null(row[[5]])) expect_identical(w$file, q)
+    if (identical(row[[3]], -1) && row[[2]] == 0) {
+      expect_warning(got <- read_murv(q, cases = 9:12), "ends after case 10: cases from 11 on")
+      expect_identical(strip(got$x), c(9, 10))
+    }
   }
   # Not a system file, no file, a directory: an error of class murvio_error
   # with the library's code and its name.

@@ -50,7 +50,7 @@
 
 # The user-missing values of a numeric variable that become NA, for the
 # compiled reader: c(kind, v1, v2, v3), or NULL.
-.na_spec <- function(d, i, user_na) {
+.na_rule <- function(d, i, user_na) {
   if (user_na || d$types[i] != 0L) return(NULL)
   d$missing[[i]]
 }
@@ -140,7 +140,7 @@
 }
 
 .read_range <- function(f, d, sel, first, count, user_na, expect, parallel = FALSE) {
-  na <- lapply(sel + 1L, function(i) .na_spec(d, i, user_na))
+  na <- lapply(sel + 1L, function(i) .na_rule(d, i, user_na))
   .check(.Call(murvio_read_, f$xp, enc2native(f$path), parallel, as.integer(sel), as.double(first), as.double(count),
                na, as.double(expect)), f$path)
 }

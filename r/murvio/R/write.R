@@ -56,7 +56,7 @@
   c(type, as.integer(m[3]), if (nzchar(m[5])) as.integer(m[5]) else 0L)
 }
 
-.missing_spec <- function(x, numeric, what) {
+.missing_def <- function(x, numeric, what) {
   v <- attr(x, "na_values", exact = TRUE)
   r <- attr(x, "na_range", exact = TRUE)
   if (is.null(v) && is.null(r)) return(NULL)
@@ -77,7 +77,7 @@
 
 # One column as the values to write and its variable.
 .variable <- function(x, name, what) {
-  spec <- list(name = enc2native(name))
+  vdef <- list(name = enc2native(name))
   fmt <- attr(x, "format.murv", exact = TRUE)
   labs <- attr(x, "labels", exact = TRUE)
   if (is.factor(x) && is.character(labs)) {
@@ -101,7 +101,7 @@
     } else {
       values <- as.integer(x)
       labs <- setNames(seq_along(lev), lev)
-      if (is.null(attr(x, "measure", exact = TRUE))) spec$measure <- 1L
+      if (is.null(attr(x, "measure", exact = TRUE))) vdef$measure <- 1L
     }
     type <- 0L
   } else if (inherits(x, "Date")) {
@@ -128,40 +128,40 @@
   } else {
     stop(sprintf("%s: a column of class %s cannot be written", what, paste(class(x), collapse = "/")), call. = FALSE)
   }
-  spec$type <- type
+  vdef$type <- type
   label <- attr(x, "label", exact = TRUE)
-  if (!is.null(label) && !is.na(label[1])) spec$label <- enc2native(as.character(label[1]))
-  if (!is.null(fmt)) spec$print <- as.integer(.parse_format(fmt, what))
+  if (!is.null(label) && !is.na(label[1])) vdef$label <- enc2native(as.character(label[1]))
+  if (!is.null(fmt)) vdef$print <- as.integer(.parse_format(fmt, what))
   wfmt <- attr(x, "write_format.murv", exact = TRUE)
   if (type > 0L && !is.null(wfmt)) wfmt <- paste0("A", type)
-  if (!is.null(wfmt)) spec$write <- as.integer(.parse_format(wfmt, what)) else if (!is.null(fmt)) spec$write <- spec$print
-  spec$missing <- .missing_spec(x, type == 0L, what)
+  if (!is.null(wfmt)) vdef$write <- as.integer(.parse_format(wfmt, what)) else if (!is.null(fmt)) vdef$write <- vdef$print
+  vdef$missing <- .missing_def(x, type == 0L, what)
   if (!is.null(labs) && length(labs)) {
     if (type == 0L) {
       if (!is.numeric(labs)) stop(what, ": the labels of a numeric column must be numbers", call. = FALSE)
-      spec$value_labels <- as.double(unname(labs))
+      vdef$value_labels <- as.double(unname(labs))
     } else {
-      spec$value_labels <- enc2native(as.character(unname(labs)))
+      vdef$value_labels <- enc2native(as.character(unname(labs)))
     }
-    spec$value_label_texts <- enc2native(if (is.null(names(labs))) rep("", length(labs)) else names(labs))
+    vdef$value_label_texts <- enc2native(if (is.null(names(labs))) rep("", length(labs)) else names(labs))
   }
   m <- attr(x, "measure", exact = TRUE)
   if (!is.null(m)) {
     level <- match(m, .measures) - 1L
     if (is.na(level)) stop(sprintf("%s: measure '%s' is not one of %s", what, m, paste(.measures, collapse = ", ")), call. = FALSE)
-    spec$measure <- level
+    vdef$measure <- level
   }
   w <- attr(x, "display_width", exact = TRUE)
-  if (!is.null(w)) spec$display_width <- as.integer(w)
+  if (!is.null(w)) vdef$display_width <- as.integer(w)
   al <- attr(x, "alignment", exact = TRUE)
   if (!is.null(al)) {
     a <- match(al, .alignments) - 1L
     if (is.na(a)) stop(sprintf("%s: alignment '%s' is not one of %s", what, al, paste(.alignments, collapse = ", ")), call. = FALSE)
-    spec$alignment <- a
+    vdef$alignment <- a
   }
   ca <- attr(x, "custom_attributes", exact = TRUE)
-  if (length(ca)) spec$attributes <- setNames(enc2native(as.character(ca)), enc2native(names(ca)))
-  list(spec = spec, values = values)
+  if (length(ca)) vdef$attributes <- setNames(enc2native(as.character(ca)), enc2native(names(ca)))
+  list(vdef = vdef, values = values)
 }
 
 .info <- function(data) {
@@ -226,7 +226,7 @@ write_murv <- function(data, path, compress = TRUE) {
   cols <- vector("list", ncol(data))
   for (j in seq_along(data)) {
     v <- .variable(data[[j]], repaired$names[j], sprintf("column '%s'", names(data)[j]))
-    vars[[j]] <- v$spec
+    vars[[j]] <- v$vdef
     cols[[j]] <- v$values
   }
   .check(.Call(murvio_write_, enc2native(path), isTRUE(compress), vars, cols, .info(data)), path, call)

@@ -634,7 +634,7 @@ SEXP Dictionary(int h, bool full) {
 
 // ---- reading cases ----
 
-struct MissingSpec {
+struct MissingValues {
     int kind = 0;
     double v[3] = {0, 0, 0};
     bool Is(double x) const {
@@ -679,7 +679,7 @@ SEXP ReadCases(int h, const std::string& path, bool parallel, SEXP sel, double f
         std::size_t offset;
         std::size_t width;
         bool numeric;
-        MissingSpec miss;
+        MissingValues miss;
     };
     const R_xlen_t ncols = Rf_xlength(sel);
     std::vector<Col> cols(static_cast<std::size_t>(ncols));

@@ -25,7 +25,8 @@ for (a in args) {
 }
 tmp <- tempfile("r_bench", tmpdir = opt$dir)
 dir.create(tmp)
-on.exit(unlink(tmp, recursive = TRUE))
+# Removed when R exits (a script has no function whose exit could do it).
+reg.finalizer(environment(), function(e) unlink(tmp, recursive = TRUE), onexit = TRUE)
 bulk_read <- function(path) .Call(murvio:::murvio_bulk_read_, path)
 bulk_write <- function(path, compress) .Call(murvio:::murvio_bulk_write_, path, opt$cases, opt$vars, compress)
 

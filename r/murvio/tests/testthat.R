@@ -1,0 +1,4 @@
+library(testthat)
+library(murvio)
+
+test_check("murvio")

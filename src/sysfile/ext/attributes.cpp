@@ -79,9 +79,11 @@ public:
     }
 };
 
-namespace {
-const ExtensionHandlerRegistration<SFExtensionDatasetAttributes> gRegisterFile(17);
-const ExtensionHandlerRegistration<SFExtensionVariableAttributes> gRegisterVariables(18);
-}  // namespace
+void RegisterAttributeHandlers() {
+    static const SFExtensionDatasetAttributes handler17;
+    RegisterExtensionHandler(17, &handler17);
+    static const SFExtensionVariableAttributes handler18;
+    RegisterExtensionHandler(18, &handler18);
+}
 
 }  // namespace murv

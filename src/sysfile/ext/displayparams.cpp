@@ -44,8 +44,9 @@ public:
     }
 };
 
-namespace {
-const ExtensionHandlerRegistration<SFExtensionLWA> gRegister(11);
-}  // namespace
+void RegisterDisplayParametersHandler() {
+    static const SFExtensionLWA handler;
+    RegisterExtensionHandler(11, &handler);
+}
 
 }  // namespace murv

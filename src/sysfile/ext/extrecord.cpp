@@ -36,16 +36,33 @@ void SystemFileExtensionRecord::SetContents(const void* bytes) {
 
 namespace {
 
-std::vector<const SystemFileExtensionHandler*>& HandlerTable() {
+std::vector<const SystemFileExtensionHandler*>& HandlerSlots() {
     static std::vector<const SystemFileExtensionHandler*> table;
     return table;
+}
+
+const std::vector<const SystemFileExtensionHandler*>& HandlerTable() {
+    // Filled once, by the first thread to need it (a local static's
+    // initialisation is serialised); read-only afterwards.
+    static const bool filled = [] {
+        RegisterSourceParameterHandlers();
+        RegisterDateVariableHandler();
+        RegisterDisplayParametersHandler();
+        RegisterLongNameHandler();
+        RegisterLongStringHandler();
+        RegisterCaseCountHandler();
+        RegisterAttributeHandlers();
+        return true;
+    }();
+    (void)filled;
+    return HandlerSlots();
 }
 
 }  // namespace
 
 void RegisterExtensionHandler(int subtype, const SystemFileExtensionHandler* handler) {
     MURV_ASSERT(subtype >= 0);
-    auto& table = HandlerTable();
+    auto& table = HandlerSlots();
     if (table.size() <= static_cast<std::size_t>(subtype)) table.resize(static_cast<std::size_t>(subtype) + 1, nullptr);
     table[static_cast<std::size_t>(subtype)] = handler;
 }

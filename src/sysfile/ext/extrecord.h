@@ -49,17 +49,22 @@ protected:
     ~SystemFileExtensionHandler() = default;
 };
 
-// The process-wide table of handlers by subtype, filled while the library
-// loads. A later registration for a subtype replaces the earlier one.
+// The process-wide table of handlers by subtype, filled on first use. A later
+// registration for a subtype replaces the earlier one.
 void RegisterExtensionHandler(int subtype, const SystemFileExtensionHandler* handler);
 const SystemFileExtensionHandler* ExtensionHandler(int subtype);
 
-// Registers a handler object of static storage duration at load time.
-template <class Handler>
-struct ExtensionHandlerRegistration {
-    explicit ExtensionHandlerRegistration(int subtype) { RegisterExtensionHandler(subtype, &handler); }
-    static inline const Handler handler{};
-};
+// Each handler's file registers its handlers through one of these. The table
+// calls every one when it is first used, rather than each file registering
+// itself at load: a program linked with the static library would otherwise
+// leave out the handler files that nothing else refers to.
+void RegisterDisplayParametersHandler();
+void RegisterAttributeHandlers();
+void RegisterLongStringHandler();
+void RegisterLongNameHandler();
+void RegisterDateVariableHandler();
+void RegisterCaseCountHandler();
+void RegisterSourceParameterHandlers();
 
 // Write dispatch: the subtype's handler fills record, or an opaque block of
 // that subtype kept in the dataset is copied into it.

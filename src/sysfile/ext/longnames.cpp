@@ -243,8 +243,9 @@ private:
     }
 };
 
-namespace {
-const ExtensionHandlerRegistration<SFExtensionExtNames> gRegister(13);
-}  // namespace
+void RegisterLongNameHandler() {
+    static const SFExtensionExtNames handler;
+    RegisterExtensionHandler(13, &handler);
+}
 
 }  // namespace murv

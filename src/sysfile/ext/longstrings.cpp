@@ -137,8 +137,9 @@ private:
     }
 };
 
-namespace {
-const ExtensionHandlerRegistration<SFExtensionExtStrings> gRegister(14);
-}  // namespace
+void RegisterLongStringHandler() {
+    static const SFExtensionExtStrings handler;
+    RegisterExtensionHandler(14, &handler);
+}
 
 }  // namespace murv

@@ -35,8 +35,9 @@ public:
     }
 };
 
-namespace {
-const ExtensionHandlerRegistration<SFExtensionNCases> gRegister(16);
-}  // namespace
+void RegisterCaseCountHandler() {
+    static const SFExtensionNCases handler;
+    RegisterExtensionHandler(16, &handler);
+}
 
 }  // namespace murv

@@ -64,9 +64,11 @@ public:
     }
 };
 
-namespace {
-const ExtensionHandlerRegistration<SFExtensionSourceParametersInt> gRegisterInt(3);
-const ExtensionHandlerRegistration<SFExtensionSourceParametersDouble> gRegisterDouble(4);
-}  // namespace
+void RegisterSourceParameterHandlers() {
+    static const SFExtensionSourceParametersInt handler3;
+    RegisterExtensionHandler(3, &handler3);
+    static const SFExtensionSourceParametersDouble handler4;
+    RegisterExtensionHandler(4, &handler4);
+}
 
 }  // namespace murv

@@ -111,8 +111,9 @@ public:
     }
 };
 
-namespace {
-const ExtensionHandlerRegistration<SFExtensionTrendsInfo> gRegister(6);
-}  // namespace
+void RegisterDateVariableHandler() {
+    static const SFExtensionTrendsInfo handler;
+    RegisterExtensionHandler(6, &handler);
+}
 
 }  // namespace murv

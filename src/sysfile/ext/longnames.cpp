@@ -107,8 +107,12 @@ std::string PairKey(const std::pair<std::string, std::string>& pair) { return Cu
 bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
     const std::size_t n = ds.ColumnCount();
     bool inOrder = pairs.size() == n;
-    for (std::size_t i = 0; inOrder && i < n; ++i)
-        inOrder = PairKey(pairs[i]) == ds.GetVariable(static_cast<int>(i)).GetUpperName();
+    for (std::size_t i = 0; inOrder && i < n; ++i) {
+        // (A first name that is the variable's name has its upper-cased name
+        // for key: no copy is made for the usual pair.)
+        const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+        inOrder = pairs[i].first == v.GetName() || PairKey(pairs[i]) == v.GetUpperName();
+    }
     if (inOrder) {
         // Then each variable's pair is its own unless two variables share
         // an upper-cased name (and so a key, of which the first pair wins).

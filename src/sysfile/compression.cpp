@@ -7,106 +7,25 @@
 #include "port/assert.h"
 #include "port/errors.h"
 #include "sysfile/byteorder.h"
+#include "sysfile/codec_kernels.h"
 #include "sysfile/filestream.h"
 #include "sysfile/sparseindex.h"
 
 namespace murv {
 
+using codec::kMaxBlockBytes;
+using codec::kTable;
+
 namespace {
 
-constexpr std::uint64_t kBlankCell = 0x2020202020202020ull;
-// The most bytes one block takes: its commands and eight stored cells.
-constexpr unsigned kMaxBlockBytes = kKeySize + kKeySize * kCellBytes;
-
-std::array<std::uint64_t, 256> MakeTable() {
-    std::array<std::uint64_t, 256> t{};
-    for (int k = 0; k <= 252; ++k) t[k] = std::bit_cast<std::uint64_t>(static_cast<double>(k - kCompressionBias));
-    t[kCodeStored] = 0;
-    t[kCodeBlanks] = kBlankCell;
-    t[kCodeSysmis] = kSysmisBits;
-    return t;
-}
-
-const std::array<std::uint64_t, 256> gTable = MakeTable();
-
 inline std::uint64_t LoadCell(const unsigned char* p) { return LoadU64(p); }
-
-// A word of eight bytes equal to b.
-constexpr std::uint64_t Repeated(unsigned char b) { return 0x0101010101010101ull * b; }
-// The high bit of each byte of v that is zero, and nothing else.
-constexpr std::uint64_t ZeroBytes(std::uint64_t v) {
-    constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
-    return ~(((v & kLow7) + kLow7) | v | kLow7);
-}
-static_assert(ZeroBytes(0x00FD00FD00FD0000ull) == 0x8000800080008080ull);
 inline void StoreCell(unsigned char* p, std::uint64_t v) { StoreU64(p, v); }
-
-// The command of one cell, without a branch on the value. Values in
-// [-99, 151] are found by comparing the bits without the sign against the
-// bits of the bound for that sign (NaN lies above every bound); any other
-// value is replaced by zero before the conversion to an integer. The cell is
-// a small integer when the table entry of its truncated value holds the very
-// same bits; system-missing and blanks are picked out last.
-inline unsigned EncodeBits(std::uint64_t bits) {
-    constexpr std::uint64_t kAbove = std::bit_cast<std::uint64_t>(151.0);
-    constexpr std::uint64_t kBelow = std::bit_cast<std::uint64_t>(99.0);
-    const std::uint64_t negative = 0 - (bits >> 63);  // all ones for a negative sign
-    const std::uint64_t bound = kAbove ^ ((kAbove ^ kBelow) & negative);
-    const std::uint64_t inRange = 0 - static_cast<std::uint64_t>((bits & ~(1ull << 63)) <= bound);
-    const double x = std::bit_cast<double>(bits & inRange);
-    const unsigned k = static_cast<unsigned>(static_cast<int>(x) + kCompressionBias);  // 1..251
-    unsigned code = gTable[k] == bits ? k : unsigned{kCodeStored};
-    code = bits == kSysmisBits ? unsigned{kCodeSysmis} : code;
-    code = bits == kBlankCell ? unsigned{kCodeBlanks} : code;
-    return code;
-}
-
-// Codes the eight cells of a whole block at out: its commands, then its
-// stored cells. Each cell is written whether stored or not, and only a
-// stored one advances; returns the bytes of the block.
-inline unsigned EncodeBlock(const unsigned char* cells, unsigned char* out) {
-    unsigned char* values = out + kKeySize;
-    unsigned k = 0;
-    for (int i = 0; i < kKeySize; ++i) {
-        const std::uint64_t bits = LoadCell(cells + i * kCellBytes);
-        const unsigned code = EncodeBits(bits);
-        out[i] = static_cast<unsigned char>(code);
-        StoreCell(values + k * kCellBytes, bits);
-        k += code == kCodeStored;
-    }
-    return kKeySize + k * kCellBytes;
-}
-
-// Decodes a whole block (eight commands, none padding or an end) into eight
-// cells: each from the block's stored cells or from the table, whichever its
-// command names.
-inline void DecodeBlock(const unsigned char* keys, const unsigned char* stored, unsigned char* out) {
-    unsigned k = 0;
-    for (int i = 0; i < kKeySize; ++i) {
-        const unsigned char code = keys[i];
-        const bool isStored = code == kCodeStored;
-        const unsigned char* from = isStored ? stored + k * kCellBytes : reinterpret_cast<const unsigned char*>(&gTable[code]);
-        std::memcpy(out + i * kCellBytes, from, kCellBytes);
-        k += isStored;
-    }
-}
-
-// How many of a block's eight commands (as one word) are 253.
-inline unsigned StoredCount(std::uint64_t word) {
-    // (The flags, moved to the low bit of each byte, summed by a multiply:
-    // no population count instruction is assumed.)
-    return static_cast<unsigned>(((ZeroBytes(word ^ Repeated(kCodeStored)) >> 7) * Repeated(1)) >> 56);
-}
-// Whether none of them is 0 or 252.
-inline bool WholeBlock(std::uint64_t word) {
-    return (ZeroBytes(word) | ZeroBytes(word ^ Repeated(kCodeEndOfBlock))) == 0;
-}
 
 }  // namespace
 
-const std::array<std::uint64_t, 256>& CompressionTable() { return gTable; }
+const std::array<std::uint64_t, 256>& CompressionTable() { return kTable; }
 
-unsigned char EncodeCell(const unsigned char* cell) { return static_cast<unsigned char>(EncodeBits(LoadCell(cell))); }
+unsigned char EncodeCell(const unsigned char* cell) { return static_cast<unsigned char>(codec::EncodeBits(LoadCell(cell))); }
 
 CompressedSystemFile::CompressedSystemFile(int cellsPerCase, MURV_FileStream* stream, SparseFileIndex* index,
                                            std::int64_t row0pos)
@@ -179,7 +98,7 @@ void CompressedSystemFile::WriteCase(const unsigned char* cells) {
             next = 1;
         }
         const std::uint64_t bits = LoadCell(cells + static_cast<std::size_t>(i++) * kCellBytes);
-        const unsigned code = EncodeBits(bits);
+        const unsigned code = codec::EncodeBits(bits);
         key_[pos++] = static_cast<unsigned char>(code);
         values_[next] = bits;
         next += code == kCodeStored;
@@ -191,10 +110,19 @@ void CompressedSystemFile::WriteCase(const unsigned char* cells) {
         }
     };
     while (pos < kKeySize && i < n) codeCell();
-    while (n - i >= kKeySize) {
-        outLen_ += EncodeBlock(cells + static_cast<std::size_t>(i) * kCellBytes, out_.data() + outLen_);
-        if (outLen_ >= kIoBytes) WriteOut();
-        i += kKeySize;
+    if (n - i >= kKeySize) {
+        // Whole blocks, as many at a time as the output buffer takes.
+        const codec::Kernel& kernel = codec::Active();
+        std::size_t blocks = static_cast<std::size_t>(n - i) / kKeySize;
+        while (blocks > 0) {
+            const std::size_t room = (out_.size() - outLen_) / kMaxBlockBytes;
+            const std::size_t now = std::min(blocks, room);
+            outLen_ += static_cast<unsigned>(
+                kernel.encode(cells + static_cast<std::size_t>(i) * kCellBytes, now, out_.data() + outLen_));
+            if (outLen_ >= kIoBytes) WriteOut();
+            i += static_cast<int>(now) * kKeySize;
+            blocks -= now;
+        }
         blockLength_ = 0;
     }
     while (i < n) codeCell();
@@ -227,8 +155,8 @@ bool CompressedSystemFile::LoadBlock() {
         // The eight commands at once: how many are 253, and whether any is
         // 0 or 252 (then the block is counted command by command).
         const std::uint64_t word = LoadU64(keys);
-        unsigned nu = StoredCount(word);
-        const bool whole = WholeBlock(word);
+        unsigned nu = codec::StoredCount(word);
+        const bool whole = codec::WholeBlock(word);
         if (!whole) {
             nu = 0;
             for (int i = 0; i < kKeySize && keys[i] != kCodeEndOfBlock; ++i) nu += keys[i] == kCodeStored;
@@ -292,24 +220,15 @@ std::int64_t CompressedSystemFile::WalkCells(unsigned char* cells, const unsigne
             if (!swap && n - iCell >= kKeySize && inLen_ - inPos_ >= kMaxBlockBytes) {
                 const unsigned char* const base = in_.data();
                 const unsigned char* p = base + inPos_;
-                const unsigned char* const last = base + (inLen_ - kMaxBlockBytes);
                 unsigned char* out = cells ? cells + static_cast<std::size_t>(iCell) * kCellBytes : nullptr;
-                std::int64_t blocks = (n - iCell) / kKeySize;
+                const std::int64_t blocks = (n - iCell) / kKeySize;
                 unsigned length = 0;
-                for (; blocks > 0 && p <= last; --blocks) {
-                    const std::uint64_t word = LoadU64(p);
-                    if (!WholeBlock(word)) break;
-                    if (out) {
-                        DecodeBlock(p, p + kKeySize, out);
-                        out += kKeySize * kCellBytes;
-                    }
-                    length = kKeySize + StoredCount(word) * kCellBytes;
-                    p += length;
-                }
-                if (length != 0) {
+                const std::size_t walked = codec::Active().walk(p, base + (inLen_ - kMaxBlockBytes), out,
+                                                                static_cast<std::size_t>(blocks), length);
+                if (walked != 0) {
                     inPos_ = static_cast<unsigned>(p - base);
                     blockLength_ = length;
-                    iCell = n - (n - iCell) % kKeySize - blocks * kKeySize;
+                    iCell += static_cast<std::int64_t>(walked) * kKeySize;
                 }
                 if (iCell == n) break;
             }
@@ -324,7 +243,7 @@ std::int64_t CompressedSystemFile::WalkCells(unsigned char* cells, const unsigne
             pos = 0;
             next = 1;
             if (wholeBlock_ && n - iCell >= kKeySize && !swap) {
-                if (cells) DecodeBlock(keys, stored, cells + static_cast<std::size_t>(iCell) * kCellBytes);
+                if (cells) codec::DecodeBlock(keys, stored, cells + static_cast<std::size_t>(iCell) * kCellBytes);
                 pos = kKeySize;
                 iCell += kKeySize;
                 continue;
@@ -342,7 +261,7 @@ std::int64_t CompressedSystemFile::WalkCells(unsigned char* cells, const unsigne
         } else if (code == kCodeEndOfBlock) {
             pos = kKeySize;
         } else {
-            if (cells) StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes, gTable[code]);
+            if (cells) StoreCell(cells + static_cast<std::size_t>(iCell) * kCellBytes, kTable[code]);
             ++iCell;
         }
     }

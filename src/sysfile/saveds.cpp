@@ -86,7 +86,12 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
     // The names as they go into the file (short names, and the segments of
     // very long strings) must be unique too: a variable already named like a
     // segment would otherwise appear twice.
-    {
+    // (Short names made for the variables are unique already: a name of up
+    // to 8 bytes upper-cased, unique as checked above, or one checked against
+    // all those as it was made. They are taken as the file names only when
+    // there is one per variable, no segment among them, and a million of them
+    // need no second index.)
+    if (!filePairs_) {
         text::TextArena uppers;
         const auto upperOf = [&uppers](std::uint32_t k) { return uppers[k]; };
         text::TextIndex<decltype(upperOf)> seen(upperOf);
@@ -125,6 +130,9 @@ std::int64_t SystemFileDataSource::SaveDS::WriteDictionary() {
     end.I32(kRecEnd);
     end.I32(0);
     end.FlushTo(stream_);
+    // The file names served the dictionary only.
+    fileNames_ = {};
+    filePairs_ = nullptr;
     return caseCountRecordPos_;
 }
 

@@ -44,14 +44,27 @@ public:
     // The names the variables go into the file under, one per variable in
     // dictionary order, as the long-names record pairs them. Renaming the
     // variables themselves would give each of them a private body.
-    void SetFileNames(std::vector<std::string> names) { fileNames_ = std::move(names); }
+    void SetFileNames(std::vector<std::string> names) {
+        fileNames_ = std::move(names);
+        filePairs_ = nullptr;
+    }
+    // The same names as the second names of pairs, one per variable in
+    // dictionary order; the pairs must stay as they are until the dictionary
+    // is written (they are the file information's, and saving a copy of a
+    // million names matters).
+    void SetFileNames(const std::vector<std::pair<std::string, std::string>>* pairs) {
+        fileNames_.clear();
+        filePairs_ = pairs;
+    }
 
 private:
     // The name variable i goes into the file under.
     const std::string& FileName(std::size_t i) const {
+        if (filePairs_) return (*filePairs_)[i].second;
         return fileNames_.empty() ? GetVariable(static_cast<int>(i)).GetName() : fileNames_[i];
     }
     std::vector<std::string> fileNames_;
+    const std::vector<std::pair<std::string, std::string>>* filePairs_ = nullptr;
 
     void WriteVariables();
     void WriteValueLabels();

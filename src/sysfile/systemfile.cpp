@@ -648,6 +648,7 @@ SystemFileDataSource::Iterator::~Iterator() { --data_.iterators; }
 bool SystemFileDataSource::Iterator::Seek(std::int64_t caseIndex) {
     if (caseIndex < 0) return false;
     pos_ = static_cast<std::uint64_t>(caseIndex);
+    aheadNext_ = aheadEnd_ = nullptr;
     return true;
 }
 
@@ -668,6 +669,15 @@ int SystemFileDataSource::Iterator::ReadInto(unsigned char* const caseCells) {
         streamCase_ = static_cast<std::int64_t>(compressed_->CurrentCase()) - (readLen ? 1 : 0);
     } else {
         readLen = ReadPlain(dst, caseLen);
+        // The cases behind this one in the read-ahead block go out directly
+        // while nothing else is to be done to them.
+        aheadNext_ = aheadEnd_ = nullptr;
+        if (readLen == caseLen && !swap && fileCase_.empty()) {
+            const std::size_t len = static_cast<std::size_t>(caseLen);
+            aheadCaseLen_ = len;
+            aheadNext_ = ahead_.data() + (pos_ - aheadCase_ + 1) * len;
+            aheadEnd_ = ahead_.data() + aheadLen_ / len * len;
+        }
         if (readLen != 0 && readLen != caseLen)
             throw SystemFileException(__FILE__, "readLen== 0 || readLen == caseLen", kErrFileEnds, __LINE__);
         if (readLen == 0 && info._nCases > static_cast<std::int64_t>(pos_))

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -132,10 +133,21 @@ public:
     // Index of the next case to be read.
     std::int64_t Tell() const { return static_cast<std::int64_t>(pos_); }
     // 1 when a case was read into the buffer, 0 at the end.
-    int ReadNext() { return ReadInto(reinterpret_cast<unsigned char*>(buffer_)); }
+    int ReadNext() { return ReadNextInto(buffer_); }
     // The same, but the case goes straight into record (the dictionary's
     // layout) and the buffer is left as it was.
-    int ReadNextInto(void* record) { return ReadInto(static_cast<unsigned char*>(record)); }
+    int ReadNextInto(void* record) {
+        // Reading a plain file on from a case that came out of the read-ahead
+        // block: the next one is there as well.
+        if (aheadNext_ != aheadEnd_) {
+            std::memcpy(record, aheadNext_, aheadCaseLen_);
+            aheadNext_ += aheadCaseLen_;
+            ++pos_;
+            ++streamCase_;
+            return 1;
+        }
+        return ReadInto(static_cast<unsigned char*>(record));
+    }
     // The first cell of a variable in the buffer, in the layout the dataset
     // had when the iterator was made.
     char* GetValuePtr(int index) { return buffer_ + layout_.StartCell(index) * 8; }
@@ -160,6 +172,13 @@ private:
     std::vector<unsigned char> ahead_;
     std::uint64_t aheadCase_ = 0;
     std::size_t aheadLen_ = 0;
+    // The cases of the read-ahead block behind the one read last, while
+    // reading goes on in order (a plain file whose cases need no further
+    // work): the next read copies the one at aheadNext_. Equal when there is
+    // none.
+    const unsigned char* aheadNext_ = nullptr;
+    const unsigned char* aheadEnd_ = nullptr;
+    std::size_t aheadCaseLen_ = 0;
     std::uint64_t pos_ = 0;
     std::int64_t streamCase_ = -1;
     MURV_FileStream stream_;

@@ -1,9 +1,12 @@
-// The case compression codec. The first input byte chooses a mode:
+// The case compression codec, with each kernel the processor runs. The
+// first input byte chooses a mode:
 //  even: the rest describes cases (a cell count, then cells as codable
-//        numbers, system-missing, blanks or raw bytes); they are compressed,
-//        read back in order and out of order, and must come back unchanged;
-//  odd:  the rest is taken as compressed data and decoded as far as it goes;
-//        malformed data must end in an exception, never a crash or a loop.
+//        numbers, system-missing, blanks or raw bytes); they are compressed
+//        (to the same bytes by every kernel), read back in order and out of
+//        order, and must come back unchanged;
+//  odd:  the rest is taken as compressed data and decoded as far as it goes,
+//        to the same cases and the same end by every kernel; malformed data
+//        must end in an exception, never a crash or a loop.
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -11,6 +14,7 @@
 
 #include "fuzz_support.h"
 #include "model/constants.h"
+#include "sysfile/codec_kernels.h"
 #include "sysfile/compression.h"
 #include "sysfile/filestream.h"
 #include "sysfile/sparseindex.h"
@@ -25,7 +29,9 @@ using murv::fuzz::Input;
 
 constexpr int kMaxCases = 4096;
 
-void RoundTrip(Input& in, const char* path) {
+// Compresses the cases the input describes to the file at path and reads
+// them back; written holds the file another kernel made, or nothing.
+void RoundTrip(Input in, const char* path, std::vector<unsigned char>* written) {
     const int cells = 1 + in.Byte() % 24;
     const std::size_t caseBytes = static_cast<std::size_t>(cells) * 8;
     std::vector<std::vector<unsigned char>> cases;
@@ -56,6 +62,14 @@ void RoundTrip(Input& in, const char* path) {
         for (const auto& row : cases) writer.WriteCase(row.data());
         writer.Flush();
     }
+    std::vector<unsigned char> bytes;
+    {
+        MURV_FileStream s(path, "rb");
+        unsigned char chunk[4096];
+        while (const unsigned n = s.Read(chunk, sizeof chunk)) bytes.insert(bytes.end(), chunk, chunk + n);
+    }
+    if (!written->empty() && bytes != *written) Fail("kernels compress the same cases differently");
+    *written = bytes;
 
     MURV_FileStream s(path, "rb");
     SparseFileIndex index;
@@ -79,36 +93,58 @@ void RoundTrip(Input& in, const char* path) {
     if (reader.ReadCase(got.data(), nullptr) != 0) Fail("a case read beyond the end");
 }
 
-void Decode(int cells, const char* path) {
+// Decodes the file at path as far as it goes; returns the cells read, then
+// a byte telling how the reading ended.
+std::vector<unsigned char> Decode(int cells, const char* path) {
     std::vector<unsigned char> swap(static_cast<std::size_t>(cells), 1);
     std::vector<unsigned char> got(static_cast<std::size_t>(cells) * 8 + 8);
+    std::vector<unsigned char> all;
+    unsigned char end = 0;
     try {
         MURV_FileStream s(path, "rb");
         SparseFileIndex index;
         CompressedSystemFile reader(cells, &s, &index, 0);
         int read = 0;  // every other case with its cells swapped
-        while (read < kMaxCases && reader.ReadCase(got.data(), (read & 1) ? swap.data() : nullptr) != 0) ++read;
+        while (read < kMaxCases && reader.ReadCase(got.data(), (read & 1) ? swap.data() : nullptr) != 0) {
+            all.insert(all.end(), got.begin(), got.end() - 8);
+            ++read;
+        }
+        end = 1;
         reader.SetTarget(static_cast<std::uint64_t>(read / 2));
-        reader.ReadCase(got.data(), nullptr);
+        if (reader.ReadCase(got.data(), nullptr)) all.insert(all.end(), got.begin(), got.end() - 8);
+        end = 2;
         reader.SetTarget(static_cast<std::uint64_t>(read) + 3);
         reader.ReadCase(got.data(), nullptr);
+        end = 3;
     } catch (const std::exception&) {
         // Malformed data is reported by exception.
     }
+    all.push_back(end);
+    return all;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static murv::fuzz::MemoryFile file("murvio-fuzz-codec");
+    static const std::vector<const murv::codec::Kernel*> kernels = murv::codec::Supported();
     Input in(data, size);
+    std::vector<unsigned char> first;
     if (in.Byte() & 1) {
         const int cells = in.Byte() % 33;  // 0 included: it must not loop
         file.Fill(data + 2, size > 2 ? size - 2 : 0);
-        Decode(cells, file.Path());
+        for (const murv::codec::Kernel* k : kernels) {
+            murv::codec::Select(k->name);
+            std::vector<unsigned char> decoded = Decode(cells, file.Path());
+            if (k != kernels.front() && decoded != first) Fail("kernels decode the same data differently");
+            first = std::move(decoded);
+        }
     } else {
-        file.Fill(nullptr, 0);
-        RoundTrip(in, file.Path());
+        for (const murv::codec::Kernel* k : kernels) {
+            murv::codec::Select(k->name);
+            file.Fill(nullptr, 0);
+            RoundTrip(in, file.Path(), &first);
+        }
     }
     return 0;
 }

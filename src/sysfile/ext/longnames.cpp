@@ -107,8 +107,12 @@ std::string PairKey(const std::pair<std::string, std::string>& pair) { return Cu
 bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
     const std::size_t n = ds.ColumnCount();
     bool inOrder = pairs.size() == n;
-    for (std::size_t i = 0; inOrder && i < n; ++i)
-        inOrder = PairKey(pairs[i]) == ds.GetVariable(static_cast<int>(i)).GetUpperName();
+    for (std::size_t i = 0; inOrder && i < n; ++i) {
+        // (A first name that is the variable's name has its upper-cased name
+        // for key: no copy is made for the usual pair.)
+        const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+        inOrder = pairs[i].first == v.GetName() || PairKey(pairs[i]) == v.GetUpperName();
+    }
     if (inOrder) {
         // Then each variable's pair is its own unless two variables share
         // an upper-cased name (and so a key, of which the first pair wins).
@@ -154,24 +158,37 @@ public:
         RenameSetMembersToShort(ds, info.namePairs);
         auto* writer = dynamic_cast<SystemFileDataSource::SaveDS*>(&ds);
         if (writer && PairsInOrder(ds, info.namePairs)) {
-            std::vector<std::string> names;
-            names.reserve(info.namePairs.size());
-            for (const auto& pair : info.namePairs) names.push_back(StoredName(pair.second.data(), pair.second.size()));
-            writer->SetFileNames(std::move(names));
+            // The short names serve as they are unless one would be stored
+            // otherwise as a name.
+            const bool asTheyAre = std::all_of(info.namePairs.begin(), info.namePairs.end(), [](const auto& pair) {
+                return StoredName(pair.second.data(), pair.second.size()) == pair.second;
+            });
+            if (asTheyAre) {
+                writer->SetFileNames(&info.namePairs);
+            } else {
+                std::vector<std::string> names;
+                names.reserve(info.namePairs.size());
+                for (const auto& pair : info.namePairs) names.push_back(StoredName(pair.second.data(), pair.second.size()));
+                writer->SetFileNames(std::move(names));
+            }
         } else {
             RenameVariables(ds, info.namePairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
         }
-        std::string text;
-        for (const auto& [full, shortName] : info.namePairs) {
-            if (!text.empty()) text += '\t';
-            text += shortName;
-            text += '=';
-            text += full;
-        }
-        if (text.empty() || text.size() > 0x7FFFFFFF) return;
+        // "SHORT=Full" entries between tabs, made in place (a million
+        // names make a large record).
+        std::size_t size = info.namePairs.size() - 1;
+        for (const auto& [full, shortName] : info.namePairs) size += shortName.size() + 1 + full.size();
+        if (size > 0x7FFFFFFF) return;
         rec.SetUnitSize(1);
-        rec.SetNUnits(static_cast<std::int32_t>(text.size()));
-        rec.SetContents(text.data());
+        rec.SetNUnits(static_cast<std::int32_t>(size));
+        unsigned char* const start = rec.Contents();
+        unsigned char* out = start;
+        for (const auto& [full, shortName] : info.namePairs) {
+            if (out != start) *out++ = '\t';
+            out = std::copy(shortName.begin(), shortName.end(), out);
+            *out++ = '=';
+            out = std::copy(full.begin(), full.end(), out);
+        }
     }
 
     void Read(MURV_DataSource& ds, SystemFileInfo& info, const SystemFileExtensionRecord& rec) const override {

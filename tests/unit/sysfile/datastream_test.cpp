@@ -1,9 +1,11 @@
 // Case data on disk: the buffered file stream, the compression codec that
 // writes and reads cases through it, and the sparse index of case positions.
+#include "sysfile/codec_kernels.h"
 #include "sysfile/compression.h"
 #include "sysfile/filestream.h"
 #include "sysfile/sparseindex.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -173,6 +175,19 @@ TEST(CompressionCodes, EncodeCells) {
     for (int k = 1; k <= 251; ++k) EXPECT_EQ(table[k], std::bit_cast<std::uint64_t>(double(k - 100)));
 }
 
+// The codec tests run once with each kernel this processor has.
+struct Codec : DataFile, ::testing::WithParamInterface<std::string> {
+    void SetUp() override { ASSERT_TRUE(codec::Select(GetParam().c_str())); }
+    void TearDown() override { codec::Select(codec::Supported().back()->name); }
+};
+std::vector<std::string> KernelNames() {
+    std::vector<std::string> names;
+    for (const codec::Kernel* k : codec::Supported()) names.push_back(k->name);
+    return names;
+}
+INSTANTIATE_TEST_SUITE_P(Kernels, Codec, ::testing::ValuesIn(KernelNames()),
+                         [](const auto& info) { return info.param; });
+
 // Reads cases of a given number of cells from a compressed file.
 struct Reader {
     Reader(const std::string& path, int cells)
@@ -184,7 +199,7 @@ struct Reader {
     std::vector<unsigned char> got;
 };
 
-TEST_F(DataFile, CodecCodesAndStoredCellsInBlocks) {
+TEST_P(Codec, CodesAndStoredCellsInBlocks) {
     EXPECT_EQ(Written({{1, 2, 3}}), (std::vector<unsigned char>{101, 102, 103, 0, 0, 0, 0, 0}));
     Reader r(path, 3);
     EXPECT_EQ(r.Read(), 3);
@@ -203,7 +218,7 @@ TEST_F(DataFile, CodecCodesAndStoredCellsInBlocks) {
 
 // A seek on a fresh reader skips runs of cases but still leaves an entry
 // every spacing-th case behind it, so later seeks decode only a few cases.
-TEST_F(DataFile, CodecPositioningFillsTheIndexAsItGoes) {
+TEST_P(Codec, PositioningFillsTheIndexAsItGoes) {
     std::vector<std::vector<double>> cases;
     for (int i = 0; i < 1000; ++i) cases.push_back({double(i % 7), i + 0.5, SysmisValue()});
     Written(cases);
@@ -216,7 +231,7 @@ TEST_F(DataFile, CodecPositioningFillsTheIndexAsItGoes) {
     }
 }
 
-TEST_F(DataFile, CodecMalformedData) {
+TEST_P(Codec, MalformedData) {
     // The data, the cells of a case, the cases read and the error that ends them.
     const struct {
         const char* what;
@@ -257,6 +272,101 @@ TEST_F(DataFile, CodecMalformedData) {
     ASSERT_EQ(r.Read(), 2);
     EXPECT_EQ(r.got, Cells({1, 2}));
     EXPECT_EQ(r.Read(), 0);
+}
+
+// Each kernel against the scalar one, on blocks of every command kind: small
+// integers and the values just beyond their range, system-missing, blanks,
+// strings, raw bits. Coding gives the same bytes; decoding and skipping stop
+// at the same block (a limit of blocks, the end of the buffer, a padding or
+// end command) with the same cells; cases that straddle blocks make the same
+// file.
+TEST_P(Codec, KernelsAgreeWithTheScalarOne) {
+    const codec::Kernel& scalar = *codec::Supported().front();
+    const codec::Kernel& kernel = codec::Active();
+    const double edges[] = {-99,  151,          -100,          152,           0,   -0.0,         1,      0.5,
+                            -0.5, 150.999,      LowestValue(), HUGE_VAL,      -HUGE_VAL, std::nan(""), 1e300, 5e-324,
+                            -99.0000001,        2147483648.0,  -2147483648.0, 4294967397.0};
+    std::mt19937_64 rng(27);
+    constexpr std::size_t kBlocks = 3000;
+    std::vector<unsigned char> cells(kBlocks * 64);
+    for (std::size_t i = 0; i < kBlocks * 8; ++i) {
+        unsigned char* cell = cells.data() + 8 * i;
+        const std::uint64_t r = rng();
+        const unsigned pick = r % 20;
+        if (pick < 7)
+            StoreF64(cell, static_cast<double>(static_cast<int>((r >> 8) % 251) - 99));
+        else if (pick < 9)
+            StoreF64(cell, SysmisValue());
+        else if (pick < 11)
+            std::memset(cell, ' ', 8);
+        else if (pick < 14)
+            StoreF64(cell, edges[(r >> 8) % std::size(edges)]);
+        else if (pick < 17)
+            for (int b = 0; b < 8; ++b) cell[b] = static_cast<unsigned char>(' ' + (r >> (8 * b)) % 95);
+        else
+            StoreU64(cell, r);
+    }
+    auto encode = [&](const codec::Kernel& k) {
+        std::vector<unsigned char> out(kBlocks * codec::kMaxBlockBytes + codec::kMaxBlockBytes);
+        out.resize(k.encode(cells.data(), kBlocks, out.data()));
+        return out;
+    };
+    std::vector<unsigned char> coded = encode(scalar);
+    ASSERT_EQ(encode(kernel), coded);
+
+    struct Walked {
+        std::size_t blocks, used;
+        unsigned length;
+        std::vector<unsigned char> cells;
+        bool operator==(const Walked&) const = default;
+    };
+    auto walk = [&](const codec::Kernel& k, const std::vector<unsigned char>& data, std::size_t lastAt,
+                    std::size_t blocks, bool decode) {
+        Walked w{0, 0, 0, std::vector<unsigned char>(decode ? blocks * 64 : 0)};
+        const unsigned char* p = data.data();
+        w.blocks = k.walk(p, data.data() + lastAt, decode ? w.cells.data() : nullptr, blocks, w.length);
+        w.used = static_cast<std::size_t>(p - data.data());
+        return w;
+    };
+    const std::size_t size = coded.size();
+    coded.resize(size + codec::kMaxBlockBytes, 0);  // a padding block behind the last
+    const Walked all = walk(kernel, coded, size, kBlocks + 1, true);
+    EXPECT_EQ(all.blocks, kBlocks);
+    EXPECT_EQ(all.used, size);
+    EXPECT_TRUE(std::equal(cells.begin(), cells.end(), all.cells.begin())) << "decoded cells differ";
+    // Limits and commands that end the run of whole blocks.
+    for (int trial = 0; trial < 200; ++trial) {
+        std::vector<unsigned char> data = coded;
+        if (trial % 2) {
+            const Walked skipped = walk(scalar, data, size, rng() % kBlocks, false);
+            data[skipped.used + rng() % 8] = (trial % 4 == 1) ? kCodePadding : kCodeEndOfBlock;
+        }
+        const std::size_t lastAt = rng() % (size + 1), blocks = rng() % (kBlocks + 1);
+        for (const bool decode : {true, false})
+            ASSERT_TRUE(walk(kernel, data, lastAt, blocks, decode) == walk(scalar, data, lastAt, blocks, decode))
+                << "trial " << trial << (decode ? " decoding" : " skipping");
+    }
+    // Cases of 13 cells, written through the codec and read back.
+    constexpr int kCaseCells = 13;
+    const std::size_t cases = cells.size() / (8 * kCaseCells);
+    auto file = [&](const codec::Kernel& k) {
+        codec::Select(k.name);
+        {
+            MURV_FileStream out(path.c_str(), "wb");
+            SparseFileIndex written;
+            CompressedSystemFile c(kCaseCells, &out, &written, 0);
+            for (std::size_t i = 0; i < cases; ++i) c.WriteCase(cells.data() + i * 8 * kCaseCells);
+            c.Flush();
+        }
+        return testing::FileBytes(path);
+    };
+    const std::string bytes = file(scalar);
+    EXPECT_TRUE(file(kernel) == bytes) << "files differ";
+    Reader r(path, kCaseCells);
+    for (std::size_t i = 0; i < cases; ++i) {
+        ASSERT_EQ(r.Read(), kCaseCells);
+        ASSERT_EQ(std::memcmp(r.got.data(), cells.data() + i * 8 * kCaseCells, 8 * kCaseCells), 0) << "case " << i;
+    }
 }
 
 TEST(SparseIndex, SpacingAndThinning) {

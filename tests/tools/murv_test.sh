@@ -111,25 +111,74 @@ expect 2 "$MURV" cat "$P" --csv --json
 
 # ---- check ----
 expect 0 "$MURV" check "$P"
-head -c 60000 "$P" >"$T/short.murv"
-expect 4 "$MURV" check "$T/short.murv"
-grep -q "holds 149 whole cases, its header states 250 (case 150: code 3 MURV_RC_FILE_READ" "$T/err" ||
-  fail "check of a cut file: $(cat "$T/err")"
-# A header that states one case fewer than the file holds (both counts).
-python3 - "$P" "$T/more.murv" <<'EOF' || cp "$P" "$T/more.murv"
-import struct, sys
-d = bytearray(open(sys.argv[1], 'rb').read())
-d[80:84] = struct.pack('<i', 249)
-i = d.find(struct.pack('<iiii', 7, 16, 8, 2))
-d[i + 24:i + 32] = struct.pack('<q', 249)
-open(sys.argv[2], 'wb').write(d)
-EOF
-expect 4 "$MURV" check "$T/more.murv"
-grep -q "holds 250 cases, its header states 249" "$T/err" || fail "check of extra cases: $(cat "$T/err")"
 head -c 100 "$P" >"$T/header.murv"
 expect 4 "$MURV" check "$T/header.murv"
 grep -q "code 6 MURV_RC_BAD_FILE" "$T/err" || fail "check of a cut header: $(cat "$T/err")"
 expect 3 "$MURV" check "$T/none.murv"
+
+# ---- damaged cases: check, cat and convert say the same and keep every whole case ----
+# Clean files of 16 cases (x = 1..16; x,y,z all 1..16). Compressed, one small
+# number per command, so 8 bytes of commands hold 8 cells and the data is
+# the last 16 (x) or 48 (x,y,z) bytes of the file; plain, the last 128 or 384.
+seq 1 16 | sed 1ix >"$T/x.csv"
+seq 1 16 | awk 'BEGIN { print "x,y,z" } { print $1 "," $1 "," $1 }' >"$T/xyz.csv"
+for f in x xyz; do
+  "$MURV" import "$T/$f.csv" "$T/$f-p.murv"
+  "$MURV" import "$T/$f.csv" "$T/$f-c.murv" --compress
+done
+# Edits: cut N (keep all but the last N bytes), count N (state N cases in the
+# header and in the 64-bit count record), poke N BYTE (the byte N from the end).
+cut() { head -c $(($(stat -c %s "$1") - $2)) "$1" >"$1.tmp" && mv "$1.tmp" "$1"; }
+count() {
+  python3 - "$1" "$2" <<'EOF'
+import struct, sys
+d = bytearray(open(sys.argv[1], 'rb').read())
+n = int(sys.argv[2])
+d[80:84] = struct.pack('<i', n)
+i = d.find(struct.pack('<iiii', 7, 16, 8, 2))
+d[i + 24:i + 32] = struct.pack('<q', n)
+open(sys.argv[1], 'wb').write(d)
+EOF
+}
+poke() { printf "\\$(printf %o "$3")" | dd of="$1" bs=1 seek=$(($(stat -c %s "$1") - $2)) conv=notrunc 2>/dev/null; }
+# file | edit | whole cases delivered | the message after "FILE: damaged: "
+while IFS='|' read -r base edit rows msg; do
+  F="$T/d.murv"
+  cp "$T/$base.murv" "$F"
+  eval "${edit//@/\"\$F\"}"
+  for cmd in check cat convert; do
+    rm -f "$T/dout.murv"
+    case $cmd in
+      check) expect 4 "$MURV" check "$F" ;;
+      cat) expect 4 "$MURV" cat "$F" ;;
+      convert) expect 4 "$MURV" convert "$F" "$T/dout.murv" ;;
+    esac
+    [ "$(head -1 "$T/err")" = "$F: damaged: $msg" ] || fail "$base, $edit: $cmd says: $(head -1 "$T/err")"
+    [ -z "$rows" ] && continue
+    case $cmd in
+      cat) same "$(($(wc -l <"$T/out") - 1))" "$rows" "$base, $edit: cat rows" ;;
+      convert) cmp -s <("$MURV" cat "$T/dout.murv") <("$MURV" cat "$T/$base.murv" | head -$((rows + 1))) ||
+                 fail "$base, $edit: convert does not keep the $rows whole cases" ;;
+    esac
+  done
+done <<'EOF'
+x-p|cut @ 85|5|the file ends inside case 6 of the 16 it states
+x-p|cut @ 88|5|the file ends after case 5 of the 16 it states
+x-p|cut @ 128|0|the file ends after case 0 of the 16 it states
+xyz-p|cut @ 100|11|the file ends inside case 12 of the 16 it states
+x-c|cut @ 8|8|the file ends after case 8 of the 16 it states
+x-c|cut @ 3|8|case 9 of the 16 it states cannot be read
+xyz-c|cut @ 24|8|the file ends after case 8 of the 16 it states
+xyz-c|cut @ 40|2|case 3 of the 16 it states cannot be read
+x-p|count @ 20|16|the file ends after case 16 of the 20 it states
+x-c|count @ 20|16|the file ends after case 16 of the 20 it states
+x-p|count @ 15|16|the file holds 16 cases, more than the 15 it states
+xyz-c|count @ 15|16|the file holds 16 cases, more than the 15 it states
+x-c|count @ 2147483647|16|the file ends after case 16 of the 2147483647 it states
+x-p|count @ -1; cut @ 85|5|the file ends inside case 6
+x-c|count @ -1; cut @ 3|8|case 9 cannot be read
+xyz-c|poke @ 39 252||case 14 of the 16 it states cannot be read
+EOF
 
 # ---- the program itself ----
 for cmd in "" info dict cat import convert check; do

@@ -529,6 +529,7 @@ std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, 
 }  // namespace
 
 int RunImport(const ImportOptions& opt) {
+    ReplaceFile dest(opt.out, opt.csv);  // a destination that cannot be written is refused before any work
     Input input(opt.csv, opt.encoding);
     CsvReader csv(input, opt.delimiter);
     std::vector<std::string_view> fields;
@@ -650,7 +651,6 @@ int RunImport(const ImportOptions& opt) {
     }
 
     // The dictionary.
-    ReplaceFile dest(opt.out);
     int h = -1;
     Check(murvOpenWrite(dest.temp().c_str(), &h), opt.out, "creating the file");
     struct Closer {

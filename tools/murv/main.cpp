@@ -11,9 +11,10 @@ constexpr const char* kExitCodes =
     "Exit codes:\n"
     "  0  success (check: the file is sound)\n"
     "  1  the library refused or failed a call; the message names the file, the step and the code\n"
-    "  2  bad arguments\n"
+    "  2  bad arguments, or a destination that is not a regular file or is the input itself\n"
     "  3  input or output outside the library failed (the CSV file, standard output, temporary files)\n"
-    "  4  check: the file is damaged (the message gives the library's code and the reason)\n";
+    "  4  the file is damaged: check says where; cat and convert give every whole case before the damage\n"
+    "     and then say where it is (cases numbered from 1)\n";
 
 }  // namespace
 

@@ -180,6 +180,58 @@ x-c|count @ -1; cut @ 3|8|case 9 cannot be read
 xyz-c|poke @ 39 252||case 14 of the 16 it states cannot be read
 EOF
 
+# ---- destinations of import and convert ----
+# Only a regular file is replaced (mode kept); a link is followed and stays a
+# link; anything else, and the input itself, is refused with exit 2 and left
+# as it was. No temporary file is left either way.
+printf 'a\n7\n' >"$T/in.csv"
+"$MURV" import "$T/in.csv" "$T/in.murv"
+mkdir "$T/dest"
+D="$T/dest/D"
+# setup | exit | what must hold afterwards
+while IFS='|' read -r setup code after; do
+  [ "${setup#mknod}" != "$setup" ] && [ "$(id -u)" != 0 ] && continue  # device nodes need root
+  for cmd in import convert; do
+    rm -rf "$T/dest"/* "$T/dest"/.[!.]*
+    src=$([ $cmd = import ] && echo "$T/in.csv" || echo "$T/in.murv")
+    eval "$setup"
+    expect "$code" "$MURV" $cmd "$src" "$D"
+    eval "$after" || fail "$cmd to a destination made by '$setup': '$after' does not hold ($(cat "$T/err"))"
+    [ -z "$(ls -A "$T/dest" | grep '\.tmp$')" ] || fail "$cmd to '$setup' left a temporary file"
+  done
+done <<'EOF'
+:|0|[ "$("$MURV" cat "$D")" = $'a\n7' ]
+cp "$T/t.murv" "$D"; chmod 600 "$D"|0|[ "$(stat -c %a "$D")" = 600 ] && [ "$("$MURV" cat "$D")" = $'a\n7' ]
+cp "$T/t.murv" "$T/dest/target"; ln -s target "$D"|0|[ -L "$D" ] && [ "$("$MURV" cat "$T/dest/target")" = $'a\n7' ]
+ln -s "$T/dest/nowhere" "$D"|0|[ -L "$D" ] && [ "$("$MURV" cat "$T/dest/nowhere")" = $'a\n7' ]
+mkfifo "$D"|2|[ -p "$D" ] && grep -q "is a named pipe" "$T/err"
+mknod "$D" c 1 3|2|[ -c "$D" ] && grep -q "is a device" "$T/err"
+mkdir "$D"|2|[ -d "$D" ] && grep -q "is a directory" "$T/err"
+ln -s "$src" "$D"|2|grep -q "is the input file" "$T/err" && [ "$("$MURV" cat "$T/in.murv")" = $'a\n7' ] && grep -q 7 "$T/in.csv"
+EOF
+expect 2 "$MURV" import "$T/in.csv" "$T/in.csv"
+grep -q "is the input file" "$T/err" && grep -q 7 "$T/in.csv" || fail "import over its own input"
+# Interrupted while writing: the temporary file goes, the old file stays,
+# and murv dies by the signal.
+seq 1 2000000 | sed 1ix | "$MURV" import - "$T/big.murv"
+for sig in INT TERM HUP; do
+  rm -f "$D" && cp "$T/t.murv" "$D"
+  env --default-signal="$sig" "$MURV" convert "$T/big.murv" "$D" &  # a background job starts with SIGINT ignored
+  pid=$!
+  while kill -0 $pid 2>/dev/null && ! compgen -G "$D.murv-*.tmp" >/dev/null; do :; done
+  kill -$sig $pid
+  wait $pid
+  same "$?" "$((128 + $(kill -l $sig)))" "convert killed by SIG$sig: exit status"
+  cmp -s "$D" "$T/t.murv" || fail "SIG$sig during convert changed the old file"
+  [ -z "$(ls -A "$T/dest" | grep '\.tmp$')" ] || fail "SIG$sig during convert left a temporary file"
+done
+
+# Standard output that cannot be written is a failure of every command.
+for cmd in info dict "dict --json" cat check; do
+  "$MURV" $cmd "$P" >/dev/full 2>/dev/null
+  same "$?" 3 "murv $cmd >/dev/full"
+done
+
 # ---- the program itself ----
 for cmd in "" info dict cat import convert check; do
   expect 0 "$MURV" $cmd --help

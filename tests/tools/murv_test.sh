@@ -73,6 +73,22 @@ printf 'a\n"open\n' >"$T/open.csv"
 expect 3 "$MURV" import "$T/open.csv" "$T/open.murv"
 [ ! -e "$T/open.murv" ] || fail "a failed import left a file"
 
+# ---- import: CSV in, cat out ----
+# input (printf format) | options | exit | cat's output, lines joined by spaces | text on standard error
+while IFS='|' read -r input opts code want err; do
+  printf "$input" >"$T/row.csv"
+  expect "$code" "$MURV" import "$T/row.csv" "$T/row.murv" $opts
+  [ "$code" != 0 ] || same "$("$MURV" cat "$T/row.murv" | paste -sd' ')" "$want" "import of '$input' $opts"
+  [ -z "$err" ] || grep -qF -- "$err" "$T/err" || fail "import of '$input' $opts: stderr lacks '$err': $(cat "$T/err")"
+done <<'EOF'
+\xef\xbb\xbfid,a\n1,2\n||0|id,a 1,2|
+\xff\xfei\x00d\x00\n\x001\x00\n\x00||0|id 1|
+a\0b,a\n1,2\n||0|a_b,a 1,2|'a\0b' -> a_b
+x\n+5\n-5\n||0|x 5 -5|
+x\n+-5\n-+5\n||0|x +-5 -+5|
+a,b,c\n1\n2,3\n4,5,6\n||0|a,b,c 1,, 2,3, 4,5,6|2 rows had fewer fields than the header names (the first on line 2)
+EOF
+
 # ---- files the tests can make: convert keeps everything ----
 mkdir -p "$T/s"
 "$SAMPLES" write "$T/s" >/dev/null || fail "writing the sample files"
@@ -98,6 +114,8 @@ for want in "label: A score with a label" "52.25 = highest" "@Unit = points" "Va
 done
 expect 2 "$MURV" convert "$P" "$P"
 expect 2 "$MURV" convert "$P" "$T/x.murv" --vars nosuch
+expect 2 "$MURV" convert "$P" "$T/x.murv" --vars id,score,ID
+expect 2 "$MURV" cat "$P" --vars id,id --json
 
 # ---- cat ----
 same "$("$MURV" cat "$P" --vars id,born --cases 1:3)" $'id,born\n2,1902-03-03\n3,1903-04-04' "cat --cases --vars"

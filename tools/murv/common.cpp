@@ -492,10 +492,15 @@ std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& lis
         std::string up = name;
         for (char& c : up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         auto it = index.find(up);
-        if (it == index.end())
+        if (it == index.end()) {
             unknown += (unknown.empty() ? "" : ", ") + name;
-        else
+        } else {
+            // A variable named twice would give a row two fields, or a JSON
+            // object two keys, of one name.
+            if (std::find(out.begin(), out.end(), it->second) != out.end())
+                throw Failure(kExitUsage, "--vars: " + name + " is named twice");
             out.push_back(it->second);
+        }
     }
     if (!unknown.empty()) throw Failure(kExitUsage, meta.path + ": no such variable: " + unknown);
     if (out.empty()) throw Failure(kExitUsage, meta.path + ": --vars names no variable");
@@ -590,56 +595,58 @@ void Append2(std::string& out, int v) {
     out.push_back(static_cast<char>('0' + v % 10));
 }
 
-// Seconds of a time of day or span: SS, or SS.fff with the shortest fraction.
-void AppendSeconds(std::string& out, double s) {
-    const double whole = std::floor(s);
-    Append2(out, static_cast<int>(whole));
-    if (s != whole) {
-        char buf[32];
-        const auto r = std::to_chars(buf, buf + sizeof buf, s - whole);
-        // "0.25" -> ".25"
-        const char* dot = std::find(static_cast<const char*>(buf), static_cast<const char*>(r.ptr), '.');
-        if (dot != r.ptr) out.append(dot, static_cast<std::size_t>(r.ptr - dot));
-    }
+// Seconds and microseconds, SS or SS.ffffff without trailing zeros.
+void AppendSeconds(std::string& out, int s, int micros) {
+    Append2(out, s);
+    if (micros == 0) return;
+    char buf[8];
+    std::snprintf(buf, sizeof buf, ".%06d", micros);
+    std::size_t n = 7;
+    while (buf[n - 1] == '0') --n;
+    out.append(buf, n);
 }
 
 }  // namespace
 
 bool AppendIsoDate(std::string& out, int fmt, double v) {
     if (!IsDateFormat(fmt) || !std::isfinite(v) || std::fabs(v) > 1e15) return false;
+    // Whole seconds and the fraction rounded to the microsecond, carried into
+    // the seconds (a value a hair below a whole second is that second).
+    // Splitting first keeps the fraction exact: the seconds since 1582 of
+    // this era do not fit a double as microseconds.
+    const bool negative = v < 0 && (fmt == 21 || fmt == 25);
+    const double a = negative ? -v : v;
+    auto seconds = static_cast<std::int64_t>(std::floor(a));
+    auto micros = static_cast<int>(std::llround((a - std::floor(a)) * 1e6));
+    if (micros == 1000000) {
+        ++seconds;
+        micros = 0;
+    }
     if (fmt == 21 || fmt == 25) {  // a time of day or a span: [-]H:MM:SS
-        double a = std::fabs(v);
-        if (v < 0) out.push_back('-');
-        const auto hours = static_cast<std::int64_t>(a / 3600);
-        a -= static_cast<double>(hours) * 3600;
-        const int minutes = static_cast<int>(a / 60);
-        a -= minutes * 60;
+        if (negative && (seconds != 0 || micros != 0)) out.push_back('-');
+        const std::int64_t hours = seconds / 3600;
         if (hours < 10) out.push_back('0');
         out += std::to_string(hours);
         out.push_back(':');
-        Append2(out, minutes);
+        Append2(out, static_cast<int>(seconds / 60 % 60));
         out.push_back(':');
-        AppendSeconds(out, a);
+        AppendSeconds(out, static_cast<int>(seconds % 60), micros);
         return true;
     }
-    const double dayStart = std::floor(v / 86400) * 86400;
+    const std::int64_t days = seconds >= 0 ? seconds / 86400 : -((-seconds + 86399) / 86400);
+    const std::int64_t inDay = seconds - days * 86400;
     int d = 0, mo = 0, y = 0;
-    if (murvConvertMURVDate(&d, &mo, &y, dayStart) != MURV_RC_OK) return false;
+    if (murvConvertMURVDate(&d, &mo, &y, static_cast<double>(days) * 86400) != MURV_RC_OK) return false;
     char buf[16];
     std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", y, mo, d);
     out += buf;
     if (fmt == 22) {
-        double s = v - dayStart;
-        const int hh = static_cast<int>(s / 3600);
-        s -= hh * 3600;
-        const int mm = static_cast<int>(s / 60);
-        s -= mm * 60;
         out.push_back('T');
-        Append2(out, hh);
+        Append2(out, static_cast<int>(inDay / 3600));
         out.push_back(':');
-        Append2(out, mm);
+        Append2(out, static_cast<int>(inDay / 60 % 60));
         out.push_back(':');
-        AppendSeconds(out, s);
+        AppendSeconds(out, static_cast<int>(inDay % 60), micros);
     }
     return true;
 }

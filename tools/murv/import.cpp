@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <condition_variable>
@@ -48,11 +49,35 @@ public:
             struct stat st {};
             if (::fstat(fd_, &st) == 0 && S_ISREG(st.st_mode)) size_ = static_cast<std::int64_t>(st.st_size);
         }
-        if (!encoding.empty()) {
+        // A byte-order mark: UTF-8's is dropped (spreadsheets start their
+        // UTF-8 CSV files with one); UTF-16's chooses UTF-16 when no encoding
+        // is given, and the conversion reads it.
+        std::string from = encoding;
+        head_.resize(4);
+        std::size_t got = 0;
+        while (got < head_.size()) {
+            const ssize_t n = ::read(fd_, head_.data() + got, head_.size() - got);
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) throw Failure(kExitIo, path_ + ": reading: " + std::strerror(errno));
+            if (n == 0) break;
+            got += static_cast<std::size_t>(n);
+        }
+        head_.resize(got);
+        consumed_ = static_cast<std::int64_t>(got);
+        std::string upper = from;
+        for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        if (head_.compare(0, 3, "\xEF\xBB\xBF") == 0 && (from.empty() || upper == "UTF-8" || upper == "UTF8"))
+            head_.erase(0, 3);
+        else if (from.empty() && (head_.compare(0, 2, "\xFF\xFE") == 0 || head_.compare(0, 2, "\xFE\xFF") == 0))
+            from = "UTF-16";
+        if (!from.empty()) {
             const char* to = nl_langinfo(CODESET);
-            cd_ = iconv_open(to, encoding.c_str());
+            cd_ = iconv_open(to, from.c_str());
             if (cd_ == reinterpret_cast<iconv_t>(-1))
-                throw Failure(kExitUsage, "--encoding: cannot convert from " + encoding + " to " + to);
+                throw Failure(kExitUsage, "--encoding: cannot convert from " + from + " to " + to);
+            raw_.assign(head_.begin(), head_.end());
+            pending_ = head_.size();
+            head_.clear();
         }
     }
     ~Input() {
@@ -64,6 +89,11 @@ public:
 
     // Appends the next piece of input to `out`; false at the end.
     bool Read(std::string& out) {
+        if (!head_.empty()) {  // the bytes read to look for a byte-order mark
+            out += head_;
+            head_.clear();
+            return true;
+        }
         if (eof_) return false;
         if (cd_ == reinterpret_cast<iconv_t>(-1)) {
             // Straight into the caller's buffer.
@@ -116,6 +146,7 @@ private:
     iconv_t cd_ = reinterpret_cast<iconv_t>(-1);
     std::vector<char> raw_;
     std::size_t pending_ = 0;
+    std::string head_;
 };
 
 // ---- RFC 4180 records ----
@@ -415,8 +446,9 @@ std::string_view Trim(std::string_view s) {
 bool ParseNumber(std::string_view f, double& v, ColumnStats& st) {
     const char* p = f.data();
     const char* end = p + f.size();
-    if (p < end && *p == '+') ++p;
-    const char* digits = p < end && *p == '-' ? p + 1 : p;
+    const bool plus = p < end && *p == '+';
+    if (plus) ++p;
+    const char* digits = !plus && p < end && *p == '-' ? p + 1 : p;  // one sign at most
     if (digits >= end || !((*digits >= '0' && *digits <= '9') || *digits == '.')) return false;
     const auto r = fast_float::from_chars(p, end, v);
     if (r.ec != std::errc() || r.ptr != end || !std::isfinite(v)) return false;
@@ -496,6 +528,9 @@ std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, 
     for (std::size_t i = 0; i < header.size(); ++i) {
         const std::string original(Trim(header[i]));
         std::string name = original;
+        // A NUL byte would end the name early for the library: it is a
+        // character a name cannot hold, like any other.
+        std::replace(name.begin(), name.end(), '\0', '_');
         if (murvValidateVarname(name.c_str()) != 0 || name.size() > 64) {
             for (char& c : name) {
                 const auto u = static_cast<unsigned char>(c);
@@ -519,7 +554,12 @@ std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, 
             }
         }
         taken.insert(upper(name));
-        if (name != original) renamed.push_back("'" + original + "' -> " + name);
+        if (name != original) {
+            std::string shown = original;
+            std::size_t at = 0;
+            while ((at = shown.find('\0', at)) != std::string::npos) shown.replace(at, 1, "\\0");
+            renamed.push_back("'" + shown + "' -> " + name);
+        }
         names.push_back(std::move(name));
     }
     return names;
@@ -586,6 +626,9 @@ int RunImport(const ImportOptions& opt) {
     });
     Spill spill;
     std::int64_t rows = 0;
+    // Rows with fewer fields than the header names: their last cells are
+    // empty, and the count is said on standard error.
+    std::int64_t shortRows = 0, firstShort = 0;
     try {
         Progress progress("reading CSV", input.size());
         while (Rows* b = handoff.Take()) {
@@ -597,6 +640,7 @@ int RunImport(const ImportOptions& opt) {
                     fields.emplace_back(b->bytes.data() + from, b->ends[field] - from);
                 }
                 const std::int64_t line = b->lines[r];
+                if (fields.size() < ncols && shortRows++ == 0) firstShort = line;
                 if (fields.size() > ncols)
                     throw Failure(kExitIo, "line " + std::to_string(line) + ": " + std::to_string(fields.size()) +
                                                " fields, the header names " + std::to_string(ncols));
@@ -644,6 +688,11 @@ int RunImport(const ImportOptions& opt) {
         throw;
     }
     splitter.join();
+    if (shortRows > 0)
+        std::fprintf(stderr,
+                     "murv import: %lld row%s had fewer fields than the header names (the first on line %lld); the "
+                     "missing cells are empty\n",
+                     static_cast<long long>(shortRows), shortRows == 1 ? "" : "s", static_cast<long long>(firstShort));
     if (!renamed.empty()) {
         std::string list;
         for (const std::string& r : renamed) list += (list.empty() ? "" : ", ") + r;

@@ -689,14 +689,14 @@ int RunImport(const ImportOptions& opt) {
     }
     splitter.join();
     if (shortRows > 0)
-        std::fprintf(stderr,
+        std::fprintf(opt.notes,
                      "murv import: %lld row%s had fewer fields than the header names (the first on line %lld); the "
                      "missing cells are empty\n",
                      static_cast<long long>(shortRows), shortRows == 1 ? "" : "s", static_cast<long long>(firstShort));
     if (!renamed.empty()) {
         std::string list;
         for (const std::string& r : renamed) list += (list.empty() ? "" : ", ") + r;
-        std::fprintf(stderr, "murv import: names changed to names the library accepts: %s\n", list.c_str());
+        std::fprintf(opt.notes, "murv import: names changed to names the library accepts: %s\n", list.c_str());
     }
 
     // The dictionary.

@@ -209,6 +209,7 @@ struct ImportOptions {
     std::string csv, out, encoding;
     char delimiter = ',';
     bool compress = false;
+    std::FILE* notes = stderr;  // where renamed names and short rows are reported
 };
 struct ConvertOptions {
     std::string in, out, vars;

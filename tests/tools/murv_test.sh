@@ -74,19 +74,46 @@ expect 3 "$MURV" import "$T/open.csv" "$T/open.murv"
 [ ! -e "$T/open.murv" ] || fail "a failed import left a file"
 
 # ---- import: CSV in, cat out ----
-# input (printf format) | options | exit | cat's output, lines joined by spaces | text on standard error
-while IFS='|' read -r input opts code want err; do
+# input (printf format) | options (@ is the test directory) | exit | cat's
+# output, lines joined by spaces | text on standard error | text of `dict`
+printf 'variable,value,label\nx,,The x\nx,1,one\ns,a,alpha\n' >"$T/cb.csv"
+printf 'x,,The x\nnosuch,1,one\n' >"$T/cb-bad.csv"
+while IFS='|' read -r input opts code want err dict; do
   printf "$input" >"$T/row.csv"
-  expect "$code" "$MURV" import "$T/row.csv" "$T/row.murv" $opts
-  [ "$code" != 0 ] || same "$("$MURV" cat "$T/row.murv" | paste -sd' ')" "$want" "import of '$input' $opts"
-  [ -z "$err" ] || grep -qF -- "$err" "$T/err" || fail "import of '$input' $opts: stderr lacks '$err': $(cat "$T/err")"
+  LC_ALL=C.UTF-8 expect "$code" "$MURV" import "$T/row.csv" "$T/row.murv" ${opts//@/$T/}
+  what="import of '$input' $opts"
+  [ -z "$err" ] || grep -qF -- "$err" "$T/err" || fail "$what: stderr lacks '$err': $(cat "$T/err")"
+  [ "$code" = 0 ] || continue
+  same "$(LC_ALL=C.UTF-8 "$MURV" cat "$T/row.murv" | paste -sd' ')" "$want" "$what"
+  [ -z "$dict" ] || "$MURV" dict "$T/row.murv" | grep -qF -- "$dict" || fail "$what: dict lacks '$dict'"
 done <<'EOF'
-\xef\xbb\xbfid,a\n1,2\n||0|id,a 1,2|
-\xff\xfei\x00d\x00\n\x001\x00\n\x00||0|id 1|
-a\0b,a\n1,2\n||0|a_b,a 1,2|'a\0b' -> a_b
-x\n+5\n-5\n||0|x 5 -5|
-x\n+-5\n-+5\n||0|x +-5 -+5|
-a,b,c\n1\n2,3\n4,5,6\n||0|a,b,c 1,, 2,3, 4,5,6|2 rows had fewer fields than the header names (the first on line 2)
+\xef\xbb\xbfid,a\n1,2\n||0|id,a 1,2||
+\xff\xfei\x00d\x00\n\x001\x00\n\x00||0|id 1||
+a\0b,a\n1,2\n||0|a_b,a 1,2|'a\0b' -> a_b|
+x\n+5\n-5\n||0|x 5 -5||
+x\n+-5\n-+5\n||0|x +-5 -+5||
+a,b,c\n1\n2,3\n4,5,6\n||0|a,b,c 1,, 2,3, 4,5,6|2 rows had fewer fields than the header names (the first on line 2)|
+x,y\n1,NA\n2,3\n|--na NA|0|x,y 1, 2,3|1 cell made missing by --na|y  numeric
+x\n1\nNA\n||0|x 1 NA||x  string(2)
+x\n-99\n5\n|--na -99,NaN|0|x  5|1 cell made missing|x  numeric
+zip,n\n00123,1\n4,2\n|--text zip,N|0|zip,n 00123,1 4,2||n  string(1)
+d,t\n2024-01-15,2024-01-15 10:20:30\n,2024-01-15T10:20:30.25\n||0|d,t 2024-01-15,2024-01-15T10:20:30 ,2024-01-15T10:20:30.25||print DATETIME23.2
+d\n2024-01-15\n\n1582-10-14\n||0|d 2024-01-15  1582-10-14||print DATE11
+d\n2024-01-15\n|--no-dates|0|d 2024-01-15||d  string(10)
+d\n2024-02-30\n2024-01-15\n||0|d 2024-02-30 2024-01-15||d  string(10)
+d\n2024-01-15\n5\n||0|d 2024-01-15 5||d  string(10)
+x;y\n1,5;a\n-2;b\n|--delimiter ; --decimal ,|0|x,y 1.5,a -2,b||
+x;y\n1,5;a\n-;b\n|--delimiter ; --decimal ,|0|x,y "1,5",a -,b||
+x;y\n1.5;a\n|--delimiter ; --decimal ,|0|x,y 1.5,a||x  string(3)
+x\n1\n|--decimal ,|2|||
+1,a\n2,b\n|--no-header|0|V1,V2 1,a 2,b||
+title\nmore, "text\nx\n1\n|--skip 2|0|x 1||
+a\n\xff\n||3||line 2, column a: not UTF-8|
+\xff\n1\n||3||line 1: not UTF-8|
+a\n\xe9\n|--encoding ISO-8859-1|0|a é||
+x,s\n1,a\n2,b\n|--labels @cb.csv|0|x,s 1,a 2,b||1 = one
+x,s\n1,a\n2,b\n|--labels @cb-bad.csv|3||cb-bad.csv: line 2: no column nosuch|
+x\n1\n|--text nosuch|2||--text: no column nosuch|
 EOF
 
 # ---- files the tests can make: convert keeps everything ----

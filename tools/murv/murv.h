@@ -209,7 +209,14 @@ struct ImportOptions {
     std::string csv, out, encoding;
     char delimiter = ',';
     bool compress = false;
-    std::FILE* notes = stderr;  // where renamed names and short rows are reported
+    std::vector<std::string> na;  // texts that mean missing, besides the empty cell
+    std::string text;             // comma-separated columns kept as text
+    bool dates = true;            // columns of ISO dates become date variables
+    char decimal = '.';
+    bool header = true;           // false: the first row is data, names V1, V2, ...
+    std::int64_t skip = 0;        // lines dropped before the header
+    std::string labels;           // a codebook CSV of variable,value,label rows
+    std::FILE* notes = stderr;    // where renamed names, short rows and --na cells are reported
 };
 struct ConvertOptions {
     std::string in, out, vars;

@@ -34,7 +34,16 @@ namespace murv {
 
 namespace {
 
-constexpr std::size_t kChunk = 1 << 20;
+// Pieces of input read at once, and the size of a batch of split records.
+// The fuzz target builds with small ones, so that each run is cheap and the
+// edges of pieces, batches and the spill buffer are met often.
+#ifndef MURV_IMPORT_CHUNK
+#define MURV_IMPORT_CHUNK (1 << 20)
+#endif
+#ifndef MURV_IMPORT_SPILL
+#define MURV_IMPORT_SPILL (4u << 20)
+#endif
+constexpr std::size_t kChunk = MURV_IMPORT_CHUNK;
 constexpr int kMaxStringWidth = 32767;
 
 // ---- input: bytes of the CSV file in the locale's code page ----
@@ -387,7 +396,7 @@ private:
     // The buffer, reused: small enough to stay in the processor's cache, so
     // that filling it and handing it to the file are cheap. A store larger
     // than this goes to a temporary file.
-    static constexpr std::size_t kLimit = 4u << 20;
+    static constexpr std::size_t kLimit = MURV_IMPORT_SPILL;
     static constexpr std::size_t kSlack = 64u << 10;
     // A full buffer goes to the temporary file on a thread of its own while
     // the other buffer fills.
@@ -843,7 +852,7 @@ int RunImport(const ImportOptions& opt) {
                 }
                 b->rowEnds.push_back(b->ends.size());
                 b->lines.push_back(csv.line());
-                if (b->bytes.size() >= (1u << 20)) {
+                if (b->bytes.size() >= kChunk) {
                     b->consumed = input.consumed();
                     handoff.Publish();
                     b = &handoff.Fill();

@@ -89,6 +89,7 @@ while IFS='|' read -r input opts code want err dict; do
 done <<'EOF'
 \xef\xbb\xbfid,a\n1,2\n||0|id,a 1,2||
 \xff\xfei\x00d\x00\n\x001\x00\n\x00||0|id 1||
+\xff\xfei\x00d\x00\n\x001\x00\n\x00|--encoding UTF-16LE|0|id 1||
 a\0b,a\n1,2\n||0|a_b,a 1,2|'a\0b' -> a_b|
 x\n+5\n-5\n||0|x 5 -5||
 x\n+-5\n-+5\n||0|x +-5 -+5||

@@ -145,6 +145,9 @@ public:
         }
         pending_ = inLeft;
         std::memmove(raw_.data(), in, pending_);
+        // A byte-order mark that the conversion kept (UTF-16LE names no
+        // order, so its mark is a character) is not part of the first name.
+        if (std::exchange(first_, false) && out.compare(0, 3, "\xEF\xBB\xBF") == 0) out.erase(0, 3);
         return n > 0 || pending_ > 0;
     }
 
@@ -157,6 +160,7 @@ private:
     std::vector<char> raw_;
     std::size_t pending_ = 0;
     std::string head_;
+    bool first_ = true;  // no converted text given out yet
 };
 
 // ---- RFC 4180 records ----

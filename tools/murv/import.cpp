@@ -515,8 +515,10 @@ bool ParseDecimal(std::string_view f, std::int64_t& x, int& k, bool& plain, Colu
     const bool negative = p < end && *p == '-';
     if (negative) ++p;
     const char* const intStart = p;
-    std::int64_t v = 0;
-    while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + (*p++ - '0');
+    // Unsigned, so that a long run of digits wraps harmlessly before the
+    // count of digits refuses it.
+    std::uint64_t v = 0;
+    while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + static_cast<unsigned>(*p++ - '0');
     const int intDigits = static_cast<int>(p - intStart);
     int decimals = 0;
     bool point = false;
@@ -524,11 +526,11 @@ bool ParseDecimal(std::string_view f, std::int64_t& x, int& k, bool& plain, Colu
         point = true;
         ++p;
         const char* const fracStart = p;
-        while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + (*p++ - '0');
+        while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + static_cast<unsigned>(*p++ - '0');
         decimals = static_cast<int>(p - fracStart);
     }
     if (p != end || intDigits + decimals == 0 || intDigits + decimals > 15) return false;
-    x = negative ? -v : v;
+    x = negative ? -static_cast<std::int64_t>(v) : static_cast<std::int64_t>(v);
     k = decimals;
     plain = intDigits > 0 && !(intDigits > 1 && *intStart == '0') && !(point && decimals == 0) && !(negative && v == 0);
     st.intDigits = std::max(st.intDigits, intDigits);

@@ -1,7 +1,9 @@
-// murv import over arbitrary bytes. The first byte picks the options (the
-// delimiter, compression); the rest is the CSV file. An import either fails
+// murv import over arbitrary bytes, in a UTF-8 locale. The first byte picks
+// the options (the delimiter, compression, a decimal comma, missing-value
+// texts, no header, a line skipped, no dates); the rest is the CSV file. An import either fails
 // with a message, or makes a file that opens and reads back whole: every
 // case it states, and no more.
+#include <clocale>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -30,6 +32,11 @@ void ReadBack(const char* path) {
 
 }  // namespace
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    std::setlocale(LC_ALL, "C.UTF-8");
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static murv::fuzz::MemoryFile csv("csv");
     static murv::fuzz::ScratchFile out("out.murv");
@@ -43,6 +50,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     opt.out = out.Path();
     opt.delimiter = ",;\t|"[options & 3];
     opt.compress = (options & 4) != 0;
+    if ((options & 8) && opt.delimiter != ',') opt.decimal = ',';
+    if (options & 16) opt.na = {"NA", ".", "-99"};
+    opt.header = (options & 32) == 0;
+    opt.skip = (options & 64) ? 1 : 0;
+    opt.dates = (options & 128) == 0;
     opt.notes = quiet;
     try {
         if (murv::RunImport(opt) != murv::kExitOk) Fail("import returned a failure without a message");

@@ -150,6 +150,10 @@ same "$("$MURV" cat "$P" --vars id,born --cases 1:3)" $'id,born\n2,1902-03-03\n3
 same "$("$MURV" cat "$P" --vars score,name --cases 248:249 --labels --json)" '{"score":"highest","name":"Barbara"}' \
   "cat --labels --json"
 same "$("$MURV" cat "$P" --cases 249: | wc -l)" 2 "cat --cases 249: (the header and one case)"
+for f in "$P" "$T/s/compressed.murv"; do
+  expect 0 "$MURV" cat "$f" --cases 300:  # past the end of a sound file: no case, no damage
+  same "$(wc -l <"$T/out")" 1 "cat --cases 300: of $(basename "$f")"
+done
 printf 'a,b\n"x\ty",1\n' | "$MURV" import - "$T/tab.murv"
 same "$("$MURV" cat "$T/tab.murv" --tsv | tail -1)" 'x\ty	1' "cat --tsv escapes"
 expect 2 "$MURV" cat "$P" --cases 5:2

@@ -231,7 +231,10 @@ int RunCat(const CatOptions& opt) {
                     break;
                 }
             }
-            if (rc != MURV_RC_OK && damage.empty()) damage = DamageText(m, c, rc);
+            // Past the stated count by a seek, an end says nothing of the
+            // cases skipped over.
+            const bool pastStated = rc == MURV_RC_END_OF_FILE && c == first && m.cases >= 0 && first >= m.cases;
+            if (rc != MURV_RC_OK && damage.empty() && !pastStated) damage = DamageText(m, c, rc);
             pipe.Done(nullptr);
         } catch (const RecordPipe::Stopped&) {
             pipe.Done(nullptr);

@@ -645,24 +645,27 @@ std::vector<std::string> SplitList(const std::string& list) {
     return out;
 }
 
-// The texts that mean a missing value: a test that costs nothing when there
-// are none, and little when the cell's length matches none of them.
+// The texts that mean a missing value, tested on a cell as read (blanks
+// around it do not count): a test that costs nothing when there are none,
+// and one table lookup when the cell's first byte starts none of them (a
+// digit, for most cells of most tables).
 class MissingTexts {
 public:
     explicit MissingTexts(std::vector<std::string> texts) : texts_(std::move(texts)) {
-        for (const std::string& t : texts_) lengths_ |= t.size() < 64 ? std::uint64_t{1} << t.size() : 0;
+        for (const std::string& t : texts_) first_[static_cast<unsigned char>(t[0])] = true;
+        first_[static_cast<unsigned char>(' ')] = first_[static_cast<unsigned char>('\t')] = !texts_.empty();
     }
     bool Has(std::string_view f) const {
-        if (f.size() >= 64 || !(lengths_ >> f.size() & 1)) return false;
+        if (f.empty() || !first_[static_cast<unsigned char>(f[0])]) return false;
+        f = Trim(f);
         for (const std::string& t : texts_)
             if (t == f) return true;
         return false;
     }
-    bool empty() const { return texts_.empty(); }
 
 private:
     std::vector<std::string> texts_;
-    std::uint64_t lengths_ = 0;
+    bool first_[256] = {};
 };
 
 // Names the library accepts, unique without regard to case: a column name
@@ -889,7 +892,7 @@ int RunImport(const ImportOptions& opt) {
         for (std::size_t c = 0; c < ncols; ++c) {
             const std::string_view f = c < row.size() ? row[c] : std::string_view();
             ColumnStats& st = stats[c];
-            if (!na.empty() && na.Has(Trim(f))) {
+            if (na.Has(f)) {
                 spill.PutEmpty();
                 ++madeMissing;
                 continue;

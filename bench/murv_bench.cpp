@@ -5,6 +5,9 @@
 // variables) against reading every case with the library's bulk call
 // murvWholeCaseIn in this process. Each of these is the best of two runs.
 //
+// Also import with missing-value texts and date detection against import
+// with neither.
+//
 // murv_bench MURV [--cases=N] [--vars=N] [--dir=D]
 // The table: half the variables whole numbers 0-99 (answer codes), half
 // amounts with two decimals (0-99999.99), as survey data are.
@@ -113,6 +116,10 @@ int main(int argc, char** argv) {
     const double tStats = Best([&] { return Run("'" + murv + "' stats '" + sys + "' > /dev/null"); });
     const double mb = static_cast<double>(std::filesystem::file_size(csv)) / 1e6;
     const double tImport = Run("'" + murv + "' import '" + csv + "' '" + back + "' 2>/dev/null");
+    // Import with every inference on (missing-value texts, dates) against one
+    // with as little as possible: the cost of the typing.
+    const double tBare = Run("'" + murv + "' import --no-dates '" + csv + "' '" + back + "' 2>/dev/null");
+    const double tTyped = Run("'" + murv + "' import --na NA,NaN,.,N/A '" + csv + "' '" + back + "' 2>/dev/null");
     const double tCopy = CopyFile(csv, copy);
     const bool same = Run("'" + murv + "' cat --csv '" + back + "' | cmp -s - '" + csv + "'") >= 0;
 
@@ -128,6 +135,8 @@ int main(int argc, char** argv) {
     std::printf("  murv freq (%ld variables)   %7.3f s  %.2f of the bulk read  (goal 0.8)\n", (vars + 1) / 2, tFreq,
                 tRead / tFreq);
     std::printf("  murv stats (%ld variables)  %7.3f s  %.2f of the bulk read  (goal 0.8)\n", vars, tStats, tRead / tStats);
+    std::printf("  murv import --na NA,NaN,.,N/A %7.3f s  %.2f of import --no-dates (%.3f s)  (goal 0.8)\n", tTyped,
+                tBare / tTyped, tBare);
     std::printf("  imported file reads back as the same CSV: %s\n", same ? "yes" : "no");
     for (const std::string& f : {sys, csv, copy, back}) std::remove(f.c_str());
     return same ? 0 : 1;

@@ -3,7 +3,7 @@
 #
 #   tests/fuzz/run.sh [SECONDS [TARGET...]]
 #
-# runs each target (all four by default) for SECONDS (default 3600) on its
+# runs each target (all five by default) for SECONDS (default 3600) on its
 # corpus in build/fuzz/tests/fuzz/corpus, which grows from run to run. Any
 # crash, hang (10 s), leak or single allocation above 64 MiB stops the target
 # and leaves its input as crash-*, timeout-*, leak-* or malloc-limit-* in
@@ -12,7 +12,7 @@
 set -eu
 seconds=${1:-3600}
 [ $# -gt 0 ] && shift
-targets=${*:-read_file write_calls codec text}
+targets=${*:-read_file write_calls codec text csv_import}
 root=$(cd "$(dirname "$0")/../.." && pwd)
 bin=$root/build/fuzz/tests/fuzz
 mkdir -p "$bin/findings" "$bin/seeds"

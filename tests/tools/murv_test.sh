@@ -73,6 +73,50 @@ printf 'a\n"open\n' >"$T/open.csv"
 expect 3 "$MURV" import "$T/open.csv" "$T/open.murv"
 [ ! -e "$T/open.murv" ] || fail "a failed import left a file"
 
+# ---- import: CSV in, cat out ----
+# input (printf format) | options (@ is the test directory) | exit | cat's
+# output, lines joined by spaces | text on standard error | text of `dict --csv`
+printf 'variable,value,label\nx,,The x\nx,1,one\ns,a,alpha\n' >"$T/cb.csv"
+printf 'x,,The x\nnosuch,1,one\n' >"$T/cb-bad.csv"
+while IFS='|' read -r input opts code want err dict; do
+  printf "$input" >"$T/row.csv"
+  LC_ALL=C.UTF-8 expect "$code" "$MURV" import "$T/row.csv" "$T/row.murv" ${opts//@/$T/}
+  what="import of '$input' $opts"
+  [ -z "$err" ] || grep -qF -- "$err" "$T/err" || fail "$what: stderr lacks '$err': $(cat "$T/err")"
+  [ "$code" = 0 ] || continue
+  same "$(LC_ALL=C.UTF-8 "$MURV" cat "$T/row.murv" | paste -sd' ')" "$want" "$what"
+  [ -z "$dict" ] || "$MURV" dict --csv "$T/row.murv" | grep -qF -- "$dict" || fail "$what: dict lacks '$dict'"
+done <<'EOF'
+\xef\xbb\xbfid,a\n1,2\n||0|id,a 1,2||
+\xff\xfei\x00d\x00\n\x001\x00\n\x00||0|id 1||
+\xff\xfei\x00d\x00\n\x001\x00\n\x00|--encoding UTF-16LE|0|id 1||
+a\0b,a\n1,2\n||0|a_b,a 1,2|'a\0b' -> a_b|
+x\n+5\n-5\n||0|x 5 -5||
+x\n+-5\n-+5\n||0|x +-5 -+5||
+a,b,c\n1\n2,3\n4,5,6\n||0|a,b,c 1,, 2,3, 4,5,6|2 rows had fewer fields than the header names (the first on line 2)|
+x,y\n1,NA\n2,3\n|--na NA|0|x,y 1, 2,3|1 cell made missing by --na|y,numeric,0
+x\n1\nNA\n||0|x 1 NA||x,string,2
+x\n-99\n5\n|--na -99,NaN|0|x  5|1 cell made missing|x,numeric,0
+zip,n\n00123,1\n4,2\n|--text zip,N|0|zip,n 00123,1 4,2||n,string,1
+d,t\n2024-01-15,2024-01-15 10:20:30\n,2024-01-15T10:20:30.25\n||0|d,t 2024-01-15,2024-01-15T10:20:30 ,2024-01-15T10:20:30.25||,DATETIME23.2,
+d\n2024-01-15\n\n1582-10-14\n||0|d 2024-01-15  1582-10-14||,DATE11,
+d\n2024-01-15\n|--no-dates|0|d 2024-01-15||d,string,10
+d\n2024-02-30\n2024-01-15\n||0|d 2024-02-30 2024-01-15||d,string,10
+d\n2024-01-15\n5\n||0|d 2024-01-15 5||d,string,10
+x;y\n1,5;a\n-2;b\n|--delimiter ; --decimal ,|0|x,y 1.5,a -2,b||
+x;y\n1,5;a\n-;b\n|--delimiter ; --decimal ,|0|x,y "1,5",a -,b||
+x;y\n1.5;a\n|--delimiter ; --decimal ,|0|x,y 1.5,a||x,string,3
+x\n1\n|--decimal ,|2|||
+1,a\n2,b\n|--no-header|0|V1,V2 1,a 2,b||
+title\nmore, "text\nx\n1\n|--skip 2|0|x 1||
+a\n\xff\n||3||line 2, column a: not UTF-8|
+\xff\n1\n||3||line 1: not UTF-8|
+a\n\xe9\n|--encoding ISO-8859-1|0|a é||
+x,s\n1,a\n2,b\n|--labels @cb.csv|0|x,s 1,a 2,b||1=one
+x,s\n1,a\n2,b\n|--labels @cb-bad.csv|3||cb-bad.csv: line 2: no column nosuch|
+x\n1\n|--text nosuch|2||--text: no column nosuch|
+EOF
+
 # ---- files the tests can make: convert keeps everything ----
 mkdir -p "$T/s"
 "$SAMPLES" write "$T/s" >/dev/null || fail "writing the sample files"
@@ -98,6 +142,8 @@ for want in "A score with a label" "52.25 = highest" "@Unit = points" "Variable 
 done
 expect 2 "$MURV" convert "$P" "$P"
 expect 2 "$MURV" convert "$P" "$T/x.murv" --vars nosuch
+expect 2 "$MURV" convert "$P" "$T/x.murv" --vars id,score,ID
+expect 2 "$MURV" cat "$P" --vars id,id --json
 
 # ---- cat, freq, stats, dict: arguments -> exit code and output ----
 # Rows: exit code | arguments ($P the sample file, $S a small imported table,
@@ -149,13 +195,13 @@ done <<'ROWS'
 0|freq $P score|~  -1.00                       36      0.1
 0|freq $P score --unweighted --json|~"user_missing":[{"value":-3,"label":null,"count":1,"percent":0.4},{"value":-2,"label":null,"count":1,"percent":0.4},{"value":-1,"label":null,"count":1,"percent":0.4}],"system_missing":{"count":14,
 0|freq $P name --unweighted|~Ada          first of all     35     14.0           14.0                14.0
-1|freq $C name --json|~"cases":149,
+4|freq $C name --json|~"cases":149,
 2|freq $P|*
 2|freq $P nosuch|*
 0|stats $S|Variable  N  Missing  Mean  Std. deviation  Minimum  Maximum  Label\nx         4        1  1.75            0.96        1        3
 0|stats $S x --json|~{"name":"x","n":4,"cases":4,"missing":1,"mean":1.75,"sd":0.9574271077563381,"min":1,"max":3}
 0|stats $P born|~31375        0  01-JUL-2067  21568 06:54:17  02-FEB-1901  27-NOV-2150
-1|stats $C id|~149 cases could be read, and the figures count those; 
+4|stats $C id|~149 cases could be read, and the figures count those; 
 2|stats $P name|*
 0|dict $P|~score                 numeric      F8.2    F8.2   unknown  right        8  -1, -2, -3  A score with a label
 0|dict $P --csv|~score,numeric,0,A score with a label,F8.2,F8.2,unknown,right,8,"-1, -2, -3",-10=lowest; 0=zero; 52.25=highest
@@ -163,31 +209,145 @@ done <<'ROWS'
 2|dict $P --labels-table|*
 2|dict $P --csv --json|*
 ROWS
+# ---- cat ----
+same "$("$MURV" cat "$P" --vars id,born --cases 1:3)" $'id,born\n2,1902-03-03\n3,1903-04-04' "cat --cases --vars"
+same "$("$MURV" cat "$P" --vars score,name --cases 248:249 --labels --json)" '{"score":"highest","name":"Barbara"}' \
+  "cat --labels --json"
+same "$("$MURV" cat "$P" --cases 249: | wc -l)" 2 "cat --cases 249: (the header and one case)"
+for f in "$P" "$T/s/compressed.murv"; do
+  expect 0 "$MURV" cat "$f" --cases 300:  # past the end of a sound file: no case, no damage
+  same "$(wc -l <"$T/out")" 1 "cat --cases 300: of $(basename "$f")"
+done
 printf 'a,b\n"x\ty",1\n' | "$MURV" import - "$T/tab.murv"
 same "$("$MURV" cat "$T/tab.murv" --tsv | tail -1)" 'x\ty	1' "cat --tsv escapes"
-grep -q "case 150 of the 250 the header states cannot be read" <("$MURV" stats "$C" 2>&1) || fail "stats of a cut file: message"
+# The labels codebook that dict writes is the one import reads.
+"$MURV" dict --csv --labels-table "$P" >"$T/codebook.csv" && "$MURV" cat "$P" >"$T/p.csv" &&
+  "$MURV" import "$T/p.csv" "$T/p.murv" --labels "$T/codebook.csv" 2>/dev/null || fail "import --labels of dict's codebook"
+same "$("$MURV" dict --csv --labels-table "$T/p.murv")" "$(cat "$T/codebook.csv")" "codebook round trip"
+grep -q "damaged: the file ends inside case 150 of the 250 it states" <("$MURV" stats "$C" 2>&1) || fail "stats of a cut file: message"
 
 # ---- check ----
 expect 0 "$MURV" check "$P"
-head -c 60000 "$P" >"$T/short.murv"
-expect 4 "$MURV" check "$T/short.murv"
-grep -q "holds 149 whole cases, its header states 250 (case 150: code 3 MURV_RC_FILE_READ" "$T/err" ||
-  fail "check of a cut file: $(cat "$T/err")"
-# A header that states one case fewer than the file holds (both counts).
-python3 - "$P" "$T/more.murv" <<'EOF' || cp "$P" "$T/more.murv"
-import struct, sys
-d = bytearray(open(sys.argv[1], 'rb').read())
-d[80:84] = struct.pack('<i', 249)
-i = d.find(struct.pack('<iiii', 7, 16, 8, 2))
-d[i + 24:i + 32] = struct.pack('<q', 249)
-open(sys.argv[2], 'wb').write(d)
-EOF
-expect 4 "$MURV" check "$T/more.murv"
-grep -q "holds 250 cases, its header states 249" "$T/err" || fail "check of extra cases: $(cat "$T/err")"
 head -c 100 "$P" >"$T/header.murv"
 expect 4 "$MURV" check "$T/header.murv"
 grep -q "code 6 MURV_RC_BAD_FILE" "$T/err" || fail "check of a cut header: $(cat "$T/err")"
 expect 3 "$MURV" check "$T/none.murv"
+
+# ---- damaged cases: check, cat and convert say the same and keep every whole case ----
+# Clean files of 16 cases (x = 1..16; x,y,z all 1..16). Compressed, one small
+# number per command, so 8 bytes of commands hold 8 cells and the data is
+# the last 16 (x) or 48 (x,y,z) bytes of the file; plain, the last 128 or 384.
+seq 1 16 | sed 1ix >"$T/x.csv"
+seq 1 16 | awk 'BEGIN { print "x,y,z" } { print $1 "," $1 "," $1 }' >"$T/xyz.csv"
+for f in x xyz; do
+  "$MURV" import "$T/$f.csv" "$T/$f-p.murv"
+  "$MURV" import "$T/$f.csv" "$T/$f-c.murv" --compress
+done
+# Edits: cut N (keep all but the last N bytes), count N (state N cases in the
+# header and in the 64-bit count record), poke N BYTE (the byte N from the end).
+cut() { head -c $(($(stat -c %s "$1") - $2)) "$1" >"$1.tmp" && mv "$1.tmp" "$1"; }
+count() {
+  python3 - "$1" "$2" <<'EOF'
+import struct, sys
+d = bytearray(open(sys.argv[1], 'rb').read())
+n = int(sys.argv[2])
+d[80:84] = struct.pack('<i', n)
+i = d.find(struct.pack('<iiii', 7, 16, 8, 2))
+d[i + 24:i + 32] = struct.pack('<q', n)
+open(sys.argv[1], 'wb').write(d)
+EOF
+}
+poke() { printf "\\$(printf %o "$3")" | dd of="$1" bs=1 seek=$(($(stat -c %s "$1") - $2)) conv=notrunc 2>/dev/null; }
+# file | edit | whole cases delivered | the message after "FILE: damaged: "
+while IFS='|' read -r base edit rows msg; do
+  F="$T/d.murv"
+  cp "$T/$base.murv" "$F"
+  eval "${edit//@/\"\$F\"}"
+  for cmd in check cat convert; do
+    rm -f "$T/dout.murv"
+    case $cmd in
+      check) expect 4 "$MURV" check "$F" ;;
+      cat) expect 4 "$MURV" cat "$F" ;;
+      convert) expect 4 "$MURV" convert "$F" "$T/dout.murv" ;;
+    esac
+    [ "$(head -1 "$T/err")" = "$F: damaged: $msg" ] || fail "$base, $edit: $cmd says: $(head -1 "$T/err")"
+    [ -z "$rows" ] && continue
+    case $cmd in
+      cat) same "$(($(wc -l <"$T/out") - 1))" "$rows" "$base, $edit: cat rows" ;;
+      convert) cmp -s <("$MURV" cat "$T/dout.murv") <("$MURV" cat "$T/$base.murv" | head -$((rows + 1))) ||
+                 fail "$base, $edit: convert does not keep the $rows whole cases" ;;
+    esac
+  done
+done <<'EOF'
+x-p|cut @ 85|5|the file ends inside case 6 of the 16 it states
+x-p|cut @ 88|5|the file ends after case 5 of the 16 it states
+x-p|cut @ 128|0|the file ends after case 0 of the 16 it states
+xyz-p|cut @ 100|11|the file ends inside case 12 of the 16 it states
+x-c|cut @ 8|8|the file ends after case 8 of the 16 it states
+x-c|cut @ 3|8|case 9 of the 16 it states cannot be read
+xyz-c|cut @ 24|8|the file ends after case 8 of the 16 it states
+xyz-c|cut @ 40|2|case 3 of the 16 it states cannot be read
+x-p|count @ 20|16|the file ends after case 16 of the 20 it states
+x-c|count @ 20|16|the file ends after case 16 of the 20 it states
+x-p|count @ 15|16|the file holds 16 cases, more than the 15 it states
+xyz-c|count @ 15|16|the file holds 16 cases, more than the 15 it states
+x-c|count @ 2147483647|16|the file ends after case 16 of the 2147483647 it states
+x-p|count @ -1; cut @ 85|5|the file ends inside case 6
+x-c|count @ -1; cut @ 3|8|case 9 cannot be read
+xyz-c|poke @ 39 252||case 14 of the 16 it states cannot be read
+EOF
+
+# ---- destinations of import and convert ----
+# Only a regular file is replaced (mode kept); a link is followed and stays a
+# link; anything else, and the input itself, is refused with exit 2 and left
+# as it was. No temporary file is left either way.
+printf 'a\n7\n' >"$T/in.csv"
+"$MURV" import "$T/in.csv" "$T/in.murv"
+mkdir "$T/dest"
+D="$T/dest/D"
+# setup | exit | what must hold afterwards
+while IFS='|' read -r setup code after; do
+  [ "${setup#mknod}" != "$setup" ] && [ "$(id -u)" != 0 ] && continue  # device nodes need root
+  for cmd in import convert; do
+    rm -rf "$T/dest"/* "$T/dest"/.[!.]*
+    src=$([ $cmd = import ] && echo "$T/in.csv" || echo "$T/in.murv")
+    eval "$setup"
+    expect "$code" "$MURV" $cmd "$src" "$D"
+    eval "$after" || fail "$cmd to a destination made by '$setup': '$after' does not hold ($(cat "$T/err"))"
+    [ -z "$(ls -A "$T/dest" | grep '\.tmp$')" ] || fail "$cmd to '$setup' left a temporary file"
+  done
+done <<'EOF'
+:|0|[ "$("$MURV" cat "$D")" = $'a\n7' ]
+cp "$T/t.murv" "$D"; chmod 600 "$D"|0|[ "$(stat -c %a "$D")" = 600 ] && [ "$("$MURV" cat "$D")" = $'a\n7' ]
+cp "$T/t.murv" "$T/dest/target"; ln -s target "$D"|0|[ -L "$D" ] && [ "$("$MURV" cat "$T/dest/target")" = $'a\n7' ]
+ln -s "$T/dest/nowhere" "$D"|0|[ -L "$D" ] && [ "$("$MURV" cat "$T/dest/nowhere")" = $'a\n7' ]
+mkfifo "$D"|2|[ -p "$D" ] && grep -q "is a named pipe" "$T/err"
+mknod "$D" c 1 3|2|[ -c "$D" ] && grep -q "is a device" "$T/err"
+mkdir "$D"|2|[ -d "$D" ] && grep -q "is a directory" "$T/err"
+ln -s "$src" "$D"|2|grep -q "is the input file" "$T/err" && [ "$("$MURV" cat "$T/in.murv")" = $'a\n7' ] && grep -q 7 "$T/in.csv"
+EOF
+expect 2 "$MURV" import "$T/in.csv" "$T/in.csv"
+grep -q "is the input file" "$T/err" && grep -q 7 "$T/in.csv" || fail "import over its own input"
+# Interrupted while writing: the temporary file goes, the old file stays,
+# and murv dies by the signal.
+seq 1 2000000 | sed 1ix | "$MURV" import - "$T/big.murv"
+for sig in INT TERM HUP; do
+  rm -f "$D" && cp "$T/t.murv" "$D"
+  env --default-signal="$sig" "$MURV" convert "$T/big.murv" "$D" &  # a background job starts with SIGINT ignored
+  pid=$!
+  while kill -0 $pid 2>/dev/null && ! compgen -G "$D.murv-*.tmp" >/dev/null; do :; done
+  kill -$sig $pid
+  wait $pid
+  same "$?" "$((128 + $(kill -l $sig)))" "convert killed by SIG$sig: exit status"
+  cmp -s "$D" "$T/t.murv" || fail "SIG$sig during convert changed the old file"
+  [ -z "$(ls -A "$T/dest" | grep '\.tmp$')" ] || fail "SIG$sig during convert left a temporary file"
+done
+
+# Standard output that cannot be written is a failure of every command.
+for cmd in info dict "dict --json" cat check; do
+  "$MURV" $cmd "$P" >/dev/full 2>/dev/null
+  same "$?" 3 "murv $cmd >/dev/full"
+done
 
 # ---- the program itself ----
 for cmd in "" info dict cat freq stats import convert check; do

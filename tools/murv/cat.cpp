@@ -142,10 +142,13 @@ int RunCat(const CatOptions& opt) {
         cols.push_back(std::move(c));
     }
 
+    // A damaged stretch of the file met on the way: reported after every
+    // whole case before it is written out.
+    std::string damage;
     if (first > 0) {
         if (first > 0x7FFFFFFF) throw Failure(kExitUsage, "--cases: case number too large");
         const int rc = murvSeekNextCase(h.get(), static_cast<int>(first));
-        Check(rc, opt.file, "going to case " + std::to_string(first));
+        if (rc > 0) damage = DamageText(m, first, rc);
     }
 
     using Form = CatOptions::Form;
@@ -287,13 +290,20 @@ int RunCat(const CatOptions& opt) {
     RecordPipe pipe(static_cast<std::size_t>(m.caseSize > 0 ? m.caseSize : 8));
     std::thread reader([&] {
         try {
-            for (std::int64_t c = first; end < 0 || c < end; ++c) {
+            std::int64_t c = first;
+            int rc = MURV_RC_OK;
+            for (; damage.empty() && (end < 0 || c < end); ++c) {
                 char* const record = pipe.Slot();
-                const int rc = murvWholeCaseIn(h.get(), record);
-                if (rc == MURV_RC_END_OF_FILE || rc > 0) pipe.Unfill();  // no case there
-                if (rc == MURV_RC_END_OF_FILE) break;
-                Check(rc, opt.file, "reading case " + std::to_string(c));
+                rc = murvWholeCaseIn(h.get(), record);
+                if (rc != MURV_RC_OK) {
+                    pipe.Unfill();  // no case there
+                    break;
+                }
             }
+            // Past the stated count by a seek, an end says nothing of the
+            // cases skipped over.
+            const bool pastStated = rc == MURV_RC_END_OF_FILE && c == first && m.cases >= 0 && first >= m.cases;
+            if (rc != MURV_RC_OK && damage.empty() && !pastStated) damage = DamageText(m, c, rc);
             pipe.Done(nullptr);
         } catch (const RecordPipe::Stopped&) {
             pipe.Done(nullptr);
@@ -312,6 +322,10 @@ int RunCat(const CatOptions& opt) {
     progress.Finish();
     flush();
     if (std::fflush(stdout) != 0) throw Failure(kExitIo, std::string("writing the output: ") + std::strerror(errno));
+    if (!damage.empty()) {
+        std::fprintf(stderr, "%s\n", damage.c_str());
+        return kExitDamaged;
+    }
     return kExitOk;
 }
 

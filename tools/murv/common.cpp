@@ -1,9 +1,13 @@
 // Errors, the metadata of an open file, and the pieces of text output that
 // the subcommands share.
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -147,6 +151,90 @@ std::string ByteOrderOf(const std::string& path) {
     return "unknown";
 }
 
+// Where the cases of a file start: the byte after the dictionary's end
+// record, found by walking the records as the header lays them out; -1 when
+// the dictionary cannot be walked. The interface does not tell it, and
+// `cat`, `convert` and `check` need it to tell a plain file cut inside a
+// case from one cut at a case boundary.
+std::int64_t DataStartOf(const std::string& path) {
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return -1;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(f, std::fclose);
+    unsigned char head[176];
+    if (std::fread(head, 1, sizeof head, f) != sizeof head) return -1;
+    const std::uint32_t layout = head[64] | (head[65] << 8) | (head[66] << 16) | (std::uint32_t(head[67]) << 24);
+    const bool little = layout == 2 || layout == 3;
+    std::int64_t at = sizeof head;
+    auto int32 = [&](std::int32_t& out) {
+        unsigned char b[4];
+        if (std::fread(b, 1, 4, f) != 4) return false;
+        const std::uint32_t u = little ? b[0] | (b[1] << 8) | (b[2] << 16) | (std::uint32_t(b[3]) << 24)
+                                       : b[3] | (b[2] << 8) | (b[1] << 16) | (std::uint32_t(b[0]) << 24);
+        out = static_cast<std::int32_t>(u);
+        at += 4;
+        return true;
+    };
+    auto skip = [&](std::int64_t n) {
+        if (n < 0 || std::fseek(f, static_cast<long>(n), SEEK_CUR) != 0) return false;
+        at += n;
+        return true;
+    };
+    for (int records = 0; records < 1 << 24; ++records) {
+        std::int32_t type = 0;
+        if (!int32(type)) return -1;
+        switch (type) {
+            case 2: {  // a variable: type, has label, missing count, formats, name
+                std::int32_t w[4];
+                for (std::int32_t& x : w)
+                    if (!int32(x)) return -1;
+                if (!skip(12)) return -1;  // write format, name
+                if (w[1]) {
+                    std::int32_t len = 0;
+                    if (!int32(len) || !skip((static_cast<std::int64_t>(len) + 3) / 4 * 4)) return -1;
+                }
+                if (!skip(static_cast<std::int64_t>(w[2] < 0 ? -static_cast<std::int64_t>(w[2]) : w[2]) * 8)) return -1;
+                break;
+            }
+            case 3: {  // value labels: value, length byte, text padded to 8
+                std::int32_t n = 0;
+                if (!int32(n) || n < 0) return -1;
+                for (std::int32_t i = 0; i < n; ++i) {
+                    if (!skip(8)) return -1;
+                    const int len = std::fgetc(f);
+                    if (len == EOF) return -1;
+                    ++at;
+                    if (!skip((len + 1 + 7) / 8 * 8 - 1)) return -1;
+                }
+                break;
+            }
+            case 4: {  // the variables the labels belong to
+                std::int32_t n = 0;
+                if (!int32(n) || !skip(static_cast<std::int64_t>(n) * 4)) return -1;
+                break;
+            }
+            case 6: {  // documents, 80 bytes a line
+                std::int32_t n = 0;
+                if (!int32(n) || !skip(static_cast<std::int64_t>(n) * 80)) return -1;
+                break;
+            }
+            case 7: {  // extension records: subtype, unit size, count
+                std::int32_t w[3];
+                for (std::int32_t& x : w)
+                    if (!int32(x)) return -1;
+                if (w[1] < 0 || w[2] < 0 || !skip(static_cast<std::int64_t>(w[1]) * w[2])) return -1;
+                break;
+            }
+            case 999: {
+                std::int32_t filler = 0;
+                return int32(filler) ? at : -1;
+            }
+            default:
+                return -1;
+        }
+    }
+    return -1;
+}
+
 void LoadVariable(int h, const std::string& file, Variable& v, Detail detail) {
     const char* name = v.name.c_str();
     Check(murvGetVarPrintFormat(h, name, &v.print.type, &v.print.decimals, &v.print.width), file, "print format of " + v.name);
@@ -232,6 +320,40 @@ void Check(int rc, const std::string& file, const std::string& step) {
     if (rc > 0) throw Failure(kExitLibrary, file + ": " + step + ": " + DescribeCode(rc));
 }
 
+std::string DamageText(const FileMeta& m, std::int64_t read, int rc) {
+    const std::int64_t n = m.cases;
+    const std::string of = n >= 0 ? " of the " + std::to_string(n) + " it states" : "";
+    const std::string head = m.path + ": damaged: ";
+    auto after = [&](std::int64_t c) { return head + "the file ends after case " + std::to_string(c) + of; };
+    auto inside = [&](std::int64_t c) { return head + "the file ends inside case " + std::to_string(c) + of; };
+    // A plain file holds nothing but whole cases after its dictionary, so
+    // where its data ends follows from its size. Compressed data can also
+    // fail on an undecodable command, which the library does not tell from a
+    // cut: such a failure is only said to be unreadable.
+    std::int64_t whole = -1, rest = 0;
+    if (m.compression == 0 && m.caseSize > 0) {
+        const std::int64_t start = DataStartOf(m.path);
+        std::error_code ec;
+        const auto size = static_cast<std::int64_t>(std::filesystem::file_size(m.path, ec));
+        if (start >= 0 && !ec && size >= start) {
+            whole = (size - start) / m.caseSize;
+            rest = (size - start) % m.caseSize;
+        }
+    }
+    // `read` may be a case reached by a seek rather than by reading: a plain
+    // file that ends before it says where.
+    const bool endsBefore = whole >= 0 && whole <= read && (whole < read || rest != 0 || rc != MURV_RC_END_OF_FILE);
+    if (rc == MURV_RC_END_OF_FILE) {
+        if (n >= 0 && read < n) return endsBefore ? (rest ? inside(whole + 1) : after(whole)) : after(read);
+        if (n >= 0 && read > n)
+            return head + "the file holds " + std::to_string(read) + " cases, more than the " + std::to_string(n) +
+                   " it states";
+        return "";
+    }
+    if (endsBefore) return rest ? inside(whole + 1) : after(whole);
+    return head + "case " + std::to_string(read + 1) + of + " cannot be read";
+}
+
 ReadHandle::ReadHandle(const std::string& path) : path_(path) {
     const int rc = murvOpenRead(path.c_str(), &handle_);
     if (rc != MURV_RC_OK) {
@@ -271,6 +393,7 @@ FileMeta LoadMeta(const ReadHandle& rh, Detail detail) {
     for (Variable& v : m.vars) Check(murvGetVarHandle(h, v.name.c_str(), &v.handle), file, "variable " + v.name);
     Check(murvGetCaseSize(h, &m.caseSize), file, "case size");
     Check(murvGetNumberofCases(h, &m.cases), file, "case count");
+    Check(murvGetCompression(h, &m.compression), file, "compression");
     if (detail == Detail::kNamesOnly) return m;
     for (Variable& v : m.vars) LoadVariable(h, file, v, detail);
     if (detail != Detail::kFull) return m;
@@ -288,7 +411,6 @@ FileMeta LoadMeta(const ReadHandle& rh, Detail detail) {
         }
     }
     m.byteOrder = ByteOrderOf(file);
-    Check(murvGetCompression(h, &m.compression), file, "compression");
     GetText(m.weight, 64, file, "weight variable", [&](char* b) { return murvGetCaseWeightVar(h, b); });
     GetText(m.textInfo, 256, file, "text information", [&](char* b) { return murvGetTextInfo(h, b); });
     m.hasRelease = murvGetReleaseInfo(h, m.release) == MURV_RC_OK;
@@ -370,10 +492,15 @@ std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& lis
         std::string up = name;
         for (char& c : up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         auto it = index.find(up);
-        if (it == index.end())
+        if (it == index.end()) {
             unknown += (unknown.empty() ? "" : ", ") + name;
-        else
+        } else {
+            // A variable named twice would give a row two fields, or a JSON
+            // object two keys, of one name.
+            if (std::find(out.begin(), out.end(), it->second) != out.end())
+                throw Failure(kExitUsage, "--vars: " + name + " is named twice");
             out.push_back(it->second);
+        }
     }
     if (!unknown.empty()) throw Failure(kExitUsage, meta.path + ": no such variable: " + unknown);
     if (out.empty()) throw Failure(kExitUsage, meta.path + ": --vars names no variable");
@@ -468,56 +595,58 @@ void Append2(std::string& out, int v) {
     out.push_back(static_cast<char>('0' + v % 10));
 }
 
-// Seconds of a time of day or span: SS, or SS.fff with the shortest fraction.
-void AppendSeconds(std::string& out, double s) {
-    const double whole = std::floor(s);
-    Append2(out, static_cast<int>(whole));
-    if (s != whole) {
-        char buf[32];
-        const auto r = std::to_chars(buf, buf + sizeof buf, s - whole);
-        // "0.25" -> ".25"
-        const char* dot = std::find(static_cast<const char*>(buf), static_cast<const char*>(r.ptr), '.');
-        if (dot != r.ptr) out.append(dot, static_cast<std::size_t>(r.ptr - dot));
-    }
+// Seconds and microseconds, SS or SS.ffffff without trailing zeros.
+void AppendSeconds(std::string& out, int s, int micros) {
+    Append2(out, s);
+    if (micros == 0) return;
+    char buf[8];
+    std::snprintf(buf, sizeof buf, ".%06d", micros);
+    std::size_t n = 7;
+    while (buf[n - 1] == '0') --n;
+    out.append(buf, n);
 }
 
 }  // namespace
 
 bool AppendIsoDate(std::string& out, int fmt, double v) {
     if (!IsDateFormat(fmt) || !std::isfinite(v) || std::fabs(v) > 1e15) return false;
+    // Whole seconds and the fraction rounded to the microsecond, carried into
+    // the seconds (a value a hair below a whole second is that second).
+    // Splitting first keeps the fraction exact: the seconds since 1582 of
+    // this era do not fit a double as microseconds.
+    const bool negative = v < 0 && (fmt == 21 || fmt == 25);
+    const double a = negative ? -v : v;
+    auto seconds = static_cast<std::int64_t>(std::floor(a));
+    auto micros = static_cast<int>(std::llround((a - std::floor(a)) * 1e6));
+    if (micros == 1000000) {
+        ++seconds;
+        micros = 0;
+    }
     if (fmt == 21 || fmt == 25) {  // a time of day or a span: [-]H:MM:SS
-        double a = std::fabs(v);
-        if (v < 0) out.push_back('-');
-        const auto hours = static_cast<std::int64_t>(a / 3600);
-        a -= static_cast<double>(hours) * 3600;
-        const int minutes = static_cast<int>(a / 60);
-        a -= minutes * 60;
+        if (negative && (seconds != 0 || micros != 0)) out.push_back('-');
+        const std::int64_t hours = seconds / 3600;
         if (hours < 10) out.push_back('0');
         out += std::to_string(hours);
         out.push_back(':');
-        Append2(out, minutes);
+        Append2(out, static_cast<int>(seconds / 60 % 60));
         out.push_back(':');
-        AppendSeconds(out, a);
+        AppendSeconds(out, static_cast<int>(seconds % 60), micros);
         return true;
     }
-    const double dayStart = std::floor(v / 86400) * 86400;
+    const std::int64_t days = seconds >= 0 ? seconds / 86400 : -((-seconds + 86399) / 86400);
+    const std::int64_t inDay = seconds - days * 86400;
     int d = 0, mo = 0, y = 0;
-    if (murvConvertMURVDate(&d, &mo, &y, dayStart) != MURV_RC_OK) return false;
+    if (murvConvertMURVDate(&d, &mo, &y, static_cast<double>(days) * 86400) != MURV_RC_OK) return false;
     char buf[16];
     std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", y, mo, d);
     out += buf;
     if (fmt == 22) {
-        double s = v - dayStart;
-        const int hh = static_cast<int>(s / 3600);
-        s -= hh * 3600;
-        const int mm = static_cast<int>(s / 60);
-        s -= mm * 60;
         out.push_back('T');
-        Append2(out, hh);
+        Append2(out, static_cast<int>(inDay / 3600));
         out.push_back(':');
-        Append2(out, mm);
+        Append2(out, static_cast<int>(inDay / 60 % 60));
         out.push_back(':');
-        AppendSeconds(out, s);
+        AppendSeconds(out, static_cast<int>(inDay % 60), micros);
     }
     return true;
 }
@@ -637,26 +766,123 @@ void Progress::Finish() {
     enabled_ = false;
 }
 
-ReplaceFile::ReplaceFile(const std::string& dest) : dest_(dest) {
+namespace {
+
+// The temporary file of the command, for the signal handler: set before the
+// file is made, cleared once it is moved into place or removed.
+char g_tempPath[4096];
+volatile std::sig_atomic_t g_tempArmed = 0;
+
+extern "C" void RemoveTempAndDie(int sig) {
+    if (g_tempArmed) ::unlink(g_tempPath);
+    struct sigaction dfl {};
+    dfl.sa_handler = SIG_DFL;
+    sigemptyset(&dfl.sa_mask);
+    ::sigaction(sig, &dfl, nullptr);
+    ::raise(sig);
+}
+
+void ArmSignals(const std::string& temp) {
+    static bool installed = false;
+    if (temp.size() >= sizeof g_tempPath) throw Failure(kExitIo, temp + ": path too long");
+    std::memcpy(g_tempPath, temp.c_str(), temp.size() + 1);
+    g_tempArmed = 1;
+    if (installed) return;
+    installed = true;
+    for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction old {};
+        // A signal the caller chose to ignore (nohup) stays ignored.
+        if (::sigaction(sig, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
+        struct sigaction sa {};
+        sa.sa_handler = RemoveTempAndDie;
+        sigemptyset(&sa.sa_mask);
+        ::sigaction(sig, &sa, nullptr);
+    }
+}
+
+void Disarm() { g_tempArmed = 0; }
+
+std::string DirectoryOf(const std::string& path) {
+    const std::size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+const char* KindOf(mode_t mode) {
+    if (S_ISDIR(mode)) return "a directory";
+    if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
+    if (S_ISFIFO(mode)) return "a named pipe";
+    if (S_ISSOCK(mode)) return "a socket";
+    return "not a regular file";
+}
+
+}  // namespace
+
+ReplaceFile::ReplaceFile(const std::string& dest, const std::string& input) : dest_(dest), target_(dest) {
+    // Follow symbolic links to the file they name. A link to nothing names a
+    // new file there, as a shell's redirection would make it.
+    struct stat st {};
+    bool exists = false;
+    for (int hops = 0;; ++hops) {
+        if (::lstat(target_.c_str(), &st) != 0) {
+            if (errno != ENOENT) throw Failure(kExitIo, dest + ": " + std::strerror(errno));
+            break;
+        }
+        if (!S_ISLNK(st.st_mode)) {
+            exists = true;
+            break;
+        }
+        if (hops == 40) throw Failure(kExitUsage, dest + ": too many levels of symbolic links");
+        std::vector<char> link(4096);
+        const ssize_t n = ::readlink(target_.c_str(), link.data(), link.size());
+        if (n <= 0 || static_cast<std::size_t>(n) >= link.size())
+            throw Failure(kExitIo, dest + ": reading the symbolic link: " + std::strerror(errno));
+        const std::string to(link.data(), static_cast<std::size_t>(n));
+        target_ = to[0] == '/' ? to : DirectoryOf(target_) + "/" + to;
+    }
+    if (exists && !S_ISREG(st.st_mode))
+        throw Failure(kExitUsage, dest + ": is " + KindOf(st.st_mode) + "; murv writes only regular files");
+    if (exists && !input.empty() && input != "-") {
+        struct stat in {};
+        if (::stat(input.c_str(), &in) == 0 && in.st_dev == st.st_dev && in.st_ino == st.st_ino)
+            throw Failure(kExitUsage, dest + ": is the input file; write to another name");
+    }
+    existed_ = exists;
+    mode_ = static_cast<unsigned>(st.st_mode & 07777);
+    uid_ = exists ? static_cast<long long>(st.st_uid) : -1;
+    gid_ = exists ? static_cast<long long>(st.st_gid) : -1;
+
     std::random_device rd;
-    for (int attempt = 0; attempt < 100; ++attempt) {
+    for (int attempt = 0;; ++attempt) {
+        if (attempt == 100) throw Failure(kExitIo, dest + ": no free temporary name beside it");
         char suffix[32];
         std::snprintf(suffix, sizeof suffix, ".murv-%u.tmp", static_cast<unsigned>(rd()));
-        temp_ = dest + suffix;
-        std::error_code ec;
-        if (!std::filesystem::exists(temp_, ec)) return;
+        temp_ = target_ + suffix;
+        struct stat t {};
+        if (::lstat(temp_.c_str(), &t) != 0 && errno == ENOENT) break;
     }
-    throw Failure(kExitIo, dest + ": no free temporary name beside it");
+    ArmSignals(temp_);
 }
 
 ReplaceFile::~ReplaceFile() {
-    if (!done_) std::remove(temp_.c_str());
+    if (done_) return;
+    std::remove(temp_.c_str());
+    Disarm();
 }
 
 void ReplaceFile::Commit() {
-    if (std::rename(temp_.c_str(), dest_.c_str()) != 0)
+    if (existed_) {
+        // The owner first: changing it may clear the set-id bits.
+        if (uid_ >= 0 && ::chown(temp_.c_str(), static_cast<uid_t>(uid_), static_cast<gid_t>(gid_)) != 0) {
+            // Not permitted (another user's file): the new file is ours.
+        }
+        if (::chmod(temp_.c_str(), static_cast<mode_t>(mode_)) != 0)
+            throw Failure(kExitIo, dest_ + ": setting the permissions of the new file: " + std::strerror(errno));
+    }
+    if (std::rename(temp_.c_str(), target_.c_str()) != 0)
         throw Failure(kExitIo, dest_ + ": moving the finished file into place: " + std::strerror(errno));
     done_ = true;
+    Disarm();
 }
 
 }  // namespace murv

@@ -114,15 +114,12 @@ void CopyDictionary(const ReadHandle& src, const FileMeta& m, const std::vector<
 }  // namespace
 
 int RunConvert(const ConvertOptions& opt) {
-    std::error_code ec;
-    if (std::filesystem::equivalent(opt.in, opt.out, ec))
-        throw Failure(kExitUsage, opt.out + ": the output is the input file; write to another name");
+    ReplaceFile dest(opt.out, opt.in);
     ReadHandle src(opt.in);
     const FileMeta m = LoadMeta(src, opt.vars.empty() ? Detail::kNamesOnly : Detail::kFull);
     int compression = opt.compress;
     if (compression < 0) Check(murvGetCompression(src.get(), &compression), opt.in, "compression");
 
-    ReplaceFile dest(opt.out);
     int h = -1;
     struct Closer {
         int& h;
@@ -162,10 +159,15 @@ int RunConvert(const ConvertOptions& opt) {
     std::vector<char> in(static_cast<std::size_t>(m.caseSize > 0 ? m.caseSize : 8));
     std::vector<char> outRec(static_cast<std::size_t>(outSize > 0 ? outSize : 8));
     Progress progress("converting", m.cases);
+    // Damage in the cases ends the copy: every whole case before it is
+    // written, and the damage is reported (exit 4).
+    std::string damage;
     for (std::int64_t c = 0;; ++c) {
         const int rc = murvWholeCaseIn(src.get(), in.data());
-        if (rc == MURV_RC_END_OF_FILE) break;
-        Check(rc, opt.in, "reading case " + std::to_string(c + 1));
+        if (rc != MURV_RC_OK) {
+            damage = DamageText(m, c, rc);
+            break;
+        }
         const char* rec = in.data();
         if (!pieces.empty()) {
             for (const Piece& p : pieces) std::memcpy(outRec.data() + p.to, in.data() + p.from, p.len);
@@ -179,6 +181,11 @@ int RunConvert(const ConvertOptions& opt) {
     h = -1;
     Check(crc, opt.out, "finishing the file");
     dest.Commit();
+    if (!damage.empty()) {
+        std::fprintf(stderr, "%s\n%s: written with the whole cases read before the damage\n", damage.c_str(),
+                     opt.out.c_str());
+        return kExitDamaged;
+    }
     return kExitOk;
 }
 

@@ -260,6 +260,7 @@ int RunInfo(const std::string& file) {
     for (int s : m.recordsPresent) records += (records.empty() ? "" : " ") + std::to_string(s);
     line("Extension records:", records.empty() ? "(none)" : "subtypes " + records);
     // Documents have no reading call in the interface; `convert` keeps them.
+    out.Flush();  // a failure to write is the command's failure
     return kExitOk;
 }
 
@@ -354,6 +355,7 @@ int RunDict(const std::string& file, bool json) {
                  ",\"unit_size\":" + std::to_string(r.unitSize) + ",\"count\":" + std::to_string(r.count) + "}";
         }
         o += "]}\n";
+        out.Flush();
         return kExitOk;
     }
 
@@ -370,6 +372,7 @@ int RunDict(const std::string& file, bool json) {
         for (const std::string& v : vars) o += " " + v;
         o += "\n";
     }
+    out.Flush();
     return kExitOk;
 }
 
@@ -413,43 +416,29 @@ int RunDictCsv(const std::string& file, bool labelsTable) {
 
 int RunCheck(const std::string& file) {
     std::unique_ptr<ReadHandle> rh;
+    FileMeta m;
     try {
         rh = std::make_unique<ReadHandle>(file);
         // Every record of the dictionary, through every getter.
-        LoadMeta(*rh, Detail::kFull);
+        m = LoadMeta(*rh, Detail::kFull);
     } catch (const Failure& f) {
         if (f.exit != kExitLibrary) throw;
         std::fprintf(stderr, "%s (the file is damaged)\n", f.what());
         return kExitDamaged;
     }
     const int h = rh->get();
-    int stated = -1;
-    murvGetNumberofCases(h, &stated);
-    Progress progress("checking", stated);
+    Progress progress("checking", m.cases);
     std::int64_t read = 0;
-    for (;;) {
-        const int rc = murvReadCaseRecord(h);
-        if (rc == MURV_RC_END_OF_FILE) break;
-        if (rc != MURV_RC_OK) {
-            progress.Finish();
-            if (stated >= 0 && read < stated)
-                std::fprintf(stderr, "%s: damaged: holds %" PRId64 " whole cases, its header states %d (case %" PRId64
-                                     ": %s)\n", file.c_str(), read, stated, read + 1, DescribeCode(rc).c_str());
-            else
-                std::fprintf(stderr, "%s: damaged: case %" PRId64 " cannot be read (%s)\n", file.c_str(), read + 1,
-                             DescribeCode(rc).c_str());
-            return kExitDamaged;
-        }
-        ++read;
-        progress.Update(read);
-    }
+    int rc = MURV_RC_OK;
+    while ((rc = murvReadCaseRecord(h)) == MURV_RC_OK) progress.Update(++read);
     progress.Finish();
-    if (stated >= 0 && read != stated) {
-        std::fprintf(stderr, "%s: damaged: holds %" PRId64 " cases, its header states %d\n", file.c_str(), read, stated);
+    const std::string damage = DamageText(m, read, rc);
+    if (!damage.empty()) {
+        std::fprintf(stderr, "%s\n", damage.c_str());
         return kExitDamaged;
     }
     std::printf("%s: sound: %" PRId64 " cases\n", file.c_str(), read);
-    return kExitOk;
+    return std::fflush(stdout) == 0 ? kExitOk : kExitIo;
 }
 
 }  // namespace murv

@@ -328,7 +328,7 @@ int RunFreq(const FreqOptions& opt) {
     }
     if (opt.json) o += "]}\n";
     out.Flush();
-    if (!failure.empty()) throw Failure(kExitLibrary, failure);
+    if (!failure.empty()) throw Failure(kExitDamaged, failure);
     return kExitOk;
 }
 

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <condition_variable>
@@ -23,6 +24,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <unordered_set>
 
 #include "murv.h"
@@ -32,7 +34,16 @@ namespace murv {
 
 namespace {
 
-constexpr std::size_t kChunk = 1 << 20;
+// Pieces of input read at once, and the size of a batch of split records.
+// The fuzz target builds with small ones, so that each run is cheap and the
+// edges of pieces, batches and the spill buffer are met often.
+#ifndef MURV_IMPORT_CHUNK
+#define MURV_IMPORT_CHUNK (1 << 20)
+#endif
+#ifndef MURV_IMPORT_SPILL
+#define MURV_IMPORT_SPILL (4u << 20)
+#endif
+constexpr std::size_t kChunk = MURV_IMPORT_CHUNK;
 constexpr int kMaxStringWidth = 32767;
 
 // ---- input: bytes of the CSV file in the locale's code page ----
@@ -48,11 +59,35 @@ public:
             struct stat st {};
             if (::fstat(fd_, &st) == 0 && S_ISREG(st.st_mode)) size_ = static_cast<std::int64_t>(st.st_size);
         }
-        if (!encoding.empty()) {
+        // A byte-order mark: UTF-8's is dropped (spreadsheets start their
+        // UTF-8 CSV files with one); UTF-16's chooses UTF-16 when no encoding
+        // is given, and the conversion reads it.
+        std::string from = encoding;
+        head_.resize(4);
+        std::size_t got = 0;
+        while (got < head_.size()) {
+            const ssize_t n = ::read(fd_, head_.data() + got, head_.size() - got);
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) throw Failure(kExitIo, path_ + ": reading: " + std::strerror(errno));
+            if (n == 0) break;
+            got += static_cast<std::size_t>(n);
+        }
+        head_.resize(got);
+        consumed_ = static_cast<std::int64_t>(got);
+        std::string upper = from;
+        for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        if (head_.compare(0, 3, "\xEF\xBB\xBF") == 0 && (from.empty() || upper == "UTF-8" || upper == "UTF8"))
+            head_.erase(0, 3);
+        else if (from.empty() && (head_.compare(0, 2, "\xFF\xFE") == 0 || head_.compare(0, 2, "\xFE\xFF") == 0))
+            from = "UTF-16";
+        if (!from.empty()) {
             const char* to = nl_langinfo(CODESET);
-            cd_ = iconv_open(to, encoding.c_str());
+            cd_ = iconv_open(to, from.c_str());
             if (cd_ == reinterpret_cast<iconv_t>(-1))
-                throw Failure(kExitUsage, "--encoding: cannot convert from " + encoding + " to " + to);
+                throw Failure(kExitUsage, "--encoding: cannot convert from " + from + " to " + to);
+            raw_.assign(head_.begin(), head_.end());
+            pending_ = head_.size();
+            head_.clear();
         }
     }
     ~Input() {
@@ -64,6 +99,11 @@ public:
 
     // Appends the next piece of input to `out`; false at the end.
     bool Read(std::string& out) {
+        if (!head_.empty()) {  // the bytes read to look for a byte-order mark
+            out += head_;
+            head_.clear();
+            return true;
+        }
         if (eof_) return false;
         if (cd_ == reinterpret_cast<iconv_t>(-1)) {
             // Straight into the caller's buffer.
@@ -105,6 +145,9 @@ public:
         }
         pending_ = inLeft;
         std::memmove(raw_.data(), in, pending_);
+        // A byte-order mark that the conversion kept (UTF-16LE names no
+        // order, so its mark is a character) is not part of the first name.
+        if (std::exchange(first_, false) && out.compare(0, 3, "\xEF\xBB\xBF") == 0) out.erase(0, 3);
         return n > 0 || pending_ > 0;
     }
 
@@ -116,6 +159,8 @@ private:
     iconv_t cd_ = reinterpret_cast<iconv_t>(-1);
     std::vector<char> raw_;
     std::size_t pending_ = 0;
+    std::string head_;
+    bool first_ = true;  // no converted text given out yet
 };
 
 // ---- RFC 4180 records ----
@@ -143,6 +188,26 @@ public:
         }
     }
     std::int64_t line() const { return line_; }
+
+    // Drops n lines before the records (a preamble need not be CSV).
+    void SkipLines(std::int64_t n) {
+        while (n > 0) {
+            const void* nl = std::memchr(data_.data() + pos_, '\n', data_.size() - pos_);
+            if (nl) {
+                pos_ = static_cast<std::size_t>(static_cast<const char*>(nl) - data_.data()) + 1;
+                ++line_;
+                --n;
+                continue;
+            }
+            if (atEnd_) {  // fewer lines than that: nothing is left
+                pos_ = data_.size();
+                return;
+            }
+            data_.erase(0, pos_);
+            pos_ = 0;
+            if (!in_.Read(data_)) atEnd_ = true;
+        }
+    }
 
 private:
     // 1: a record; 0: the data ends before the record does; -1: no more data.
@@ -335,7 +400,7 @@ private:
     // The buffer, reused: small enough to stay in the processor's cache, so
     // that filling it and handing it to the file are cheap. A store larger
     // than this goes to a temporary file.
-    static constexpr std::size_t kLimit = 4u << 20;
+    static constexpr std::size_t kLimit = MURV_IMPORT_SPILL;
     static constexpr std::size_t kSlack = 64u << 10;
     // A full buffer goes to the temporary file on a thread of its own while
     // the other buffer fills.
@@ -402,6 +467,10 @@ struct ColumnStats {
     int intDigits = 1;  // of numbers, for the display format
     int decimals = 0;
     bool negative = false;
+    // ISO dates: 0 none seen yet, 1 dates only, 2 date-times too, -1 a value
+    // that is neither (or dates are not wanted in this column).
+    int dates = 0;
+    int secondDecimals = 0;  // digits of fractional seconds
 };
 
 std::string_view Trim(std::string_view s) {
@@ -415,8 +484,9 @@ std::string_view Trim(std::string_view s) {
 bool ParseNumber(std::string_view f, double& v, ColumnStats& st) {
     const char* p = f.data();
     const char* end = p + f.size();
-    if (p < end && *p == '+') ++p;
-    const char* digits = p < end && *p == '-' ? p + 1 : p;
+    const bool plus = p < end && *p == '+';
+    if (plus) ++p;
+    const char* digits = !plus && p < end && *p == '-' ? p + 1 : p;  // one sign at most
     if (digits >= end || !((*digits >= '0' && *digits <= '9') || *digits == '.')) return false;
     const auto r = fast_float::from_chars(p, end, v);
     if (r.ec != std::errc() || r.ptr != end || !std::isfinite(v)) return false;
@@ -445,8 +515,10 @@ bool ParseDecimal(std::string_view f, std::int64_t& x, int& k, bool& plain, Colu
     const bool negative = p < end && *p == '-';
     if (negative) ++p;
     const char* const intStart = p;
-    std::int64_t v = 0;
-    while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + (*p++ - '0');
+    // Unsigned, so that a long run of digits wraps harmlessly before the
+    // count of digits refuses it.
+    std::uint64_t v = 0;
+    while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + static_cast<unsigned>(*p++ - '0');
     const int intDigits = static_cast<int>(p - intStart);
     int decimals = 0;
     bool point = false;
@@ -454,11 +526,11 @@ bool ParseDecimal(std::string_view f, std::int64_t& x, int& k, bool& plain, Colu
         point = true;
         ++p;
         const char* const fracStart = p;
-        while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + (*p++ - '0');
+        while (p < end && static_cast<unsigned>(*p - '0') < 10) v = v * 10 + static_cast<unsigned>(*p++ - '0');
         decimals = static_cast<int>(p - fracStart);
     }
     if (p != end || intDigits + decimals == 0 || intDigits + decimals > 15) return false;
-    x = negative ? -v : v;
+    x = negative ? -static_cast<std::int64_t>(v) : static_cast<std::int64_t>(v);
     k = decimals;
     plain = intDigits > 0 && !(intDigits > 1 && *intStart == '0') && !(point && decimals == 0) && !(negative && v == 0);
     st.intDigits = std::max(st.intDigits, intDigits);
@@ -466,6 +538,135 @@ bool ParseDecimal(std::string_view f, std::int64_t& x, int& k, bool& plain, Colu
     st.negative |= negative;
     return true;
 }
+
+// An ISO 8601 date (YYYY-MM-DD) or date-time (YYYY-MM-DD HH:MM[:SS[.f]],
+// with a space or T): its value in seconds since the calendar's start, and
+// kind 1 for a date, 2 for a date-time.
+bool ParseIsoDate(std::string_view s, double& v, int& kind, int& fraction) {
+    const std::size_t n = s.size();
+    if (n < 10 || s[4] != '-' || s[7] != '-') return false;
+    auto digits = [&](std::size_t at, std::size_t len, int& out) {
+        out = 0;
+        for (std::size_t i = at; i < at + len; ++i) {
+            if (i >= n || static_cast<unsigned>(s[i] - '0') > 9) return false;
+            out = out * 10 + (s[i] - '0');
+        }
+        return true;
+    };
+    int y, mo, d, h = 0, mi = 0, sec = 0;
+    if (!digits(0, 4, y) || !digits(5, 2, mo) || !digits(8, 2, d)) return false;
+    double part = 0;
+    fraction = 0;
+    kind = 1;
+    if (n > 10) {
+        if ((s[10] != 'T' && s[10] != ' ') || n < 16 || !digits(11, 2, h) || s[13] != ':' || !digits(14, 2, mi))
+            return false;
+        std::size_t at = 16;
+        if (at < n) {
+            if (s[at] != ':' || !digits(at + 1, 2, sec)) return false;
+            at += 3;
+            if (at < n) {
+                if (s[at] != '.' || at + 1 == n || n - at - 1 > 9) return false;
+                double scale = 0.1;
+                for (std::size_t i = at + 1; i < n; ++i, scale /= 10) {
+                    if (static_cast<unsigned>(s[i] - '0') > 9) return false;
+                    part += (s[i] - '0') * scale;
+                }
+                fraction = static_cast<int>(n - at - 1);
+            }
+        }
+        if (h > 23 || mi > 59 || sec > 59) return false;
+        kind = 2;
+    }
+    double day = 0;
+    if (mo < 1 || mo > 12 || d < 1 || d > 31 || murvConvertDate(d, mo, y, &day) != MURV_RC_OK) return false;
+    v = day + h * 3600.0 + mi * 60.0 + sec + part;
+    return true;
+}
+
+// With a decimal comma, the text a number parser reads: the comma as a
+// point; a point in the text is then not a number's.
+std::string_view AsPointDecimal(std::string_view f, char decimal, std::string& scratch) {
+    if (decimal != ',') return f;
+    scratch.assign(f);
+    for (char& c : scratch) {
+        if (c == '.') return std::string_view("x");  // not a number
+        if (c == ',') c = '.';
+    }
+    return scratch;
+}
+
+// Well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
+bool ValidUtf8(std::string_view s) {
+    const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+    const std::size_t n = s.size();
+    for (std::size_t i = 0; i < n;) {
+        const unsigned c = p[i];
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        std::size_t len;
+        unsigned lo = 0x80, hi = 0xBF;
+        if (c >= 0xC2 && c <= 0xDF) len = 2;
+        else if (c >= 0xE0 && c <= 0xEF) len = 3, lo = c == 0xE0 ? 0xA0 : 0x80, hi = c == 0xED ? 0x9F : 0xBF;
+        else if (c >= 0xF0 && c <= 0xF4) len = 4, lo = c == 0xF0 ? 0x90 : 0x80, hi = c == 0xF4 ? 0x8F : 0xBF;
+        else return false;
+        if (i + len > n || p[i + 1] < lo || p[i + 1] > hi) return false;
+        for (std::size_t k = 2; k < len; ++k)
+            if ((p[i + k] & 0xC0) != 0x80) return false;
+        i += len;
+    }
+    return true;
+}
+
+bool Ascii(std::string_view s) {
+    for (char c : s)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
+
+std::string Upper(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+// Comma-separated texts ("NA,.,N/A"); empty items are dropped.
+std::vector<std::string> SplitList(const std::string& list) {
+    std::vector<std::string> out;
+    std::size_t pos = 0;
+    while (pos <= list.size()) {
+        std::size_t comma = list.find(',', pos);
+        if (comma == std::string::npos) comma = list.size();
+        std::string item = list.substr(pos, comma - pos);
+        pos = comma + 1;
+        if (!item.empty()) out.push_back(std::move(item));
+    }
+    return out;
+}
+
+// The texts that mean a missing value, tested on a cell as read (blanks
+// around it do not count): a test that costs nothing when there are none,
+// and one table lookup when the cell's first byte starts none of them (a
+// digit, for most cells of most tables).
+class MissingTexts {
+public:
+    explicit MissingTexts(std::vector<std::string> texts) : texts_(std::move(texts)) {
+        for (const std::string& t : texts_) first_[static_cast<unsigned char>(t[0])] = true;
+        first_[static_cast<unsigned char>(' ')] = first_[static_cast<unsigned char>('\t')] = !texts_.empty();
+    }
+    bool Has(std::string_view f) const {
+        if (f.empty() || !first_[static_cast<unsigned char>(f[0])]) return false;
+        f = Trim(f);
+        for (const std::string& t : texts_)
+            if (t == f) return true;
+        return false;
+    }
+
+private:
+    std::vector<std::string> texts_;
+    bool first_[256] = {};
+};
 
 // Names the library accepts, unique without regard to case: a column name
 // is kept when murvValidateVarname calls it an ordinary name; otherwise its
@@ -496,6 +697,9 @@ std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, 
     for (std::size_t i = 0; i < header.size(); ++i) {
         const std::string original(Trim(header[i]));
         std::string name = original;
+        // A NUL byte would end the name early for the library: it is a
+        // character a name cannot hold, like any other.
+        std::replace(name.begin(), name.end(), '\0', '_');
         if (murvValidateVarname(name.c_str()) != 0 || name.size() > 64) {
             for (char& c : name) {
                 const auto u = static_cast<unsigned char>(c);
@@ -519,24 +723,114 @@ std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, 
             }
         }
         taken.insert(upper(name));
-        if (name != original) renamed.push_back("'" + original + "' -> " + name);
+        if (name != original) {
+            std::string shown = original;
+            std::size_t at = 0;
+            while ((at = shown.find('\0', at)) != std::string::npos) shown.replace(at, 1, "\\0");
+            renamed.push_back("'" + shown + "' -> " + name);
+        }
         names.push_back(std::move(name));
     }
     return names;
 }
 
 
+// Variable and value labels from a codebook, a CSV file of rows
+// variable,value,label (an empty value: the variable's own label), with or
+// without a header row of those three words.
+template <class Find>
+void ApplyCodebook(const ImportOptions& opt, int h, const std::vector<std::string>& names, Find&& findColumn,
+                   const std::vector<ColumnStats>& stats, const std::vector<char>& isDate) {
+    Input in(opt.labels, "");
+    CsvReader csv(in, ',');
+    std::vector<std::string_view> f;
+    std::string scratch;
+    bool first = true;
+    while (csv.Next(f)) {
+        const std::int64_t line = csv.line();
+        auto fail = [&](const std::string& what) {
+            throw Failure(kExitIo, opt.labels + ": line " + std::to_string(line) + ": " + what);
+        };
+        if (f.size() == 1 && Trim(f[0]).empty()) continue;
+        if (std::exchange(first, false) && f.size() == 3 && Upper(std::string(Trim(f[0]))) == "VARIABLE" &&
+            Upper(std::string(Trim(f[1]))) == "VALUE" && Upper(std::string(Trim(f[2]))) == "LABEL")
+            continue;
+        if (f.size() != 3) fail("expected variable,value,label");
+        const std::string var(Trim(f[0])), value(Trim(f[1])), label(f[2]);
+        const std::size_t c = findColumn(var);
+        if (c == names.size()) fail("no column " + var + " in " + opt.csv);
+        const char* name = names[c].c_str();
+        if (value.empty()) {
+            Check(murvSetVarLabel(h, name, label.c_str()), opt.out, "label of " + names[c]);
+        } else if (stats[c].numeric || isDate[c]) {
+            double v = 0;
+            int kind, fraction;
+            ColumnStats ignored;
+            if (isDate[c] ? !ParseIsoDate(value, v, kind, fraction)
+                          : !ParseNumber(AsPointDecimal(value, opt.decimal, scratch), v, ignored))
+                fail(value + " is not a value of the numeric variable " + names[c]);
+            Check(murvSetVarNValueLabel(h, name, v, label.c_str()), opt.out, "value labels of " + names[c]);
+        } else {
+            if (value.size() > static_cast<std::size_t>(std::max(1, stats[c].width)))
+                fail("'" + value + "' is longer than any value of " + names[c]);
+            Check(murvSetVarCValueLabel(h, name, value.c_str(), label.c_str()), opt.out, "value labels of " + names[c]);
+        }
+    }
+}
+
 }  // namespace
 
 int RunImport(const ImportOptions& opt) {
+    ReplaceFile dest(opt.out, opt.csv);  // a destination that cannot be written is refused before any work
     Input input(opt.csv, opt.encoding);
     CsvReader csv(input, opt.delimiter);
+    // Invalid UTF-8 is refused only where the locale is UTF-8 and the input
+    // is taken as it is; text in other code pages needs --encoding.
+    const bool checkUtf8 = opt.encoding.empty() && Upper(nl_langinfo(CODESET)).find("UTF") != std::string::npos &&
+                           Upper(nl_langinfo(CODESET)).find("8") != std::string::npos;
+    try {
+        csv.SkipLines(opt.skip);
+    } catch (const Failure& f) {
+        throw Failure(f.exit, opt.csv + ": " + f.what());
+    }
     std::vector<std::string_view> fields;
-    if (!csv.Next(fields)) throw Failure(kExitIo, opt.csv + ": empty: no header row");
+    if (!csv.Next(fields)) throw Failure(kExitIo, opt.csv + ": empty: no " + (opt.header ? "header row" : "rows"));
+    // Without a header the first row is data: a copy of it is measured first.
+    std::vector<std::string> firstRow;
+    std::int64_t firstLine = csv.line();
+    std::vector<std::string> header;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (opt.header) {
+            if (checkUtf8 && !ValidUtf8(fields[i]))
+                throw Failure(kExitIo, opt.csv + ": line " + std::to_string(firstLine) +
+                                           ": not UTF-8 (give the file's character set with --encoding)");
+            header.emplace_back(fields[i]);
+        } else {
+            firstRow.emplace_back(fields[i]);
+            header.push_back("V" + std::to_string(i + 1));
+        }
+    }
     std::vector<std::string> renamed;
-    const std::vector<std::string> names = MakeNames(fields, renamed);
+    const std::vector<std::string> names = MakeNames(std::vector<std::string_view>(header.begin(), header.end()), renamed);
     const std::size_t ncols = names.size();
     std::vector<ColumnStats> stats(ncols);
+    // A column is found by the name the file gives it or its header's text.
+    auto findColumn = [&](const std::string& name) -> std::size_t {
+        const std::string up = Upper(name);
+        for (std::size_t c = 0; c < ncols; ++c)
+            if (Upper(names[c]) == up || Upper(std::string(Trim(header[c]))) == up) return c;
+        return ncols;
+    };
+    for (const std::string& t : SplitList(opt.text)) {
+        const std::size_t c = findColumn(t);
+        if (c == ncols) throw Failure(kExitUsage, "--text: no column " + t + " in " + opt.csv);
+        stats[c].numeric = false;
+        stats[c].dates = -1;
+    }
+    if (!opt.dates)
+        for (ColumnStats& st : stats) st.dates = -1;
+    const MissingTexts na(opt.na);
+    const char decimal = opt.decimal;
 
     // Pass over the input: measure the columns and keep the cells. The
     // records are split into fields on a second thread, a batch at a time.
@@ -567,7 +861,7 @@ int RunImport(const ImportOptions& opt) {
                 }
                 b->rowEnds.push_back(b->ends.size());
                 b->lines.push_back(csv.line());
-                if (b->bytes.size() >= (1u << 20)) {
+                if (b->bytes.size() >= kChunk) {
                     b->consumed = input.consumed();
                     handoff.Publish();
                     b = &handoff.Fill();
@@ -585,7 +879,73 @@ int RunImport(const ImportOptions& opt) {
     });
     Spill spill;
     std::int64_t rows = 0;
+    // Rows with fewer fields than the header names: their last cells are
+    // empty, and the count is said on standard error, as are the cells that
+    // --na made missing.
+    std::int64_t shortRows = 0, firstShort = 0, madeMissing = 0;
+    std::string scratch;
+    auto measureRow = [&](const std::vector<std::string_view>& row, std::int64_t line) {
+        if (row.size() < ncols && shortRows++ == 0) firstShort = line;
+        if (row.size() > ncols)
+            throw Failure(kExitIo, "line " + std::to_string(line) + ": " + std::to_string(row.size()) +
+                                       " fields, the header names " + std::to_string(ncols));
+        for (std::size_t c = 0; c < ncols; ++c) {
+            const std::string_view f = c < row.size() ? row[c] : std::string_view();
+            ColumnStats& st = stats[c];
+            if (na.Has(f)) {
+                spill.PutEmpty();
+                ++madeMissing;
+                continue;
+            }
+            if (st.numeric) {
+                std::int64_t x;
+                int k;
+                bool plain;
+                if (!f.empty() && ParseDecimal(AsPointDecimal(f, decimal, scratch), x, k, plain, st)) {
+                    st.width = std::max(st.width, static_cast<int>(f.size()));
+                    st.dates = -1;  // numbers are not dates
+                    if (plain)
+                        spill.PutDecimal(x, k);
+                    else
+                        spill.PutText(f);
+                    continue;
+                }
+            }
+            const std::string_view value = TrimRight(f);
+            if (value.size() > static_cast<std::size_t>(kMaxStringWidth))
+                throw Failure(kExitIo, "line " + std::to_string(line) + ", column " + names[c] +
+                                           ": a value longer than " + std::to_string(kMaxStringWidth) + " bytes");
+            const std::string_view trimmed = Trim(f);
+            if (trimmed.empty()) {
+                spill.PutEmpty();
+                continue;
+            }
+            st.width = std::max(st.width, static_cast<int>(value.size()));
+            double v;
+            if (st.numeric) {
+                if (ParseNumber(Trim(AsPointDecimal(f, decimal, scratch)), v, st))
+                    st.dates = -1;
+                else
+                    st.numeric = false;
+            }
+            if (!st.numeric && st.dates >= 0) {
+                int kind, fraction;
+                if (ParseIsoDate(trimmed, v, kind, fraction)) {
+                    st.dates = std::max(st.dates, kind);
+                    st.secondDecimals = std::max(st.secondDecimals, fraction);
+                } else {
+                    st.dates = -1;
+                }
+            }
+            if (checkUtf8 && !Ascii(value) && !ValidUtf8(value))
+                throw Failure(kExitIo, "line " + std::to_string(line) + ", column " + names[c] +
+                                           ": not UTF-8 (give the file's character set with --encoding)");
+            spill.PutText(value);
+        }
+        ++rows;
+    };
     try {
+        if (!opt.header) measureRow(std::vector<std::string_view>(firstRow.begin(), firstRow.end()), firstLine);
         Progress progress("reading CSV", input.size());
         while (Rows* b = handoff.Take()) {
             std::size_t field = 0;
@@ -595,40 +955,7 @@ int RunImport(const ImportOptions& opt) {
                     const std::size_t from = field ? b->ends[field - 1] : 0;
                     fields.emplace_back(b->bytes.data() + from, b->ends[field] - from);
                 }
-                const std::int64_t line = b->lines[r];
-                if (fields.size() > ncols)
-                    throw Failure(kExitIo, "line " + std::to_string(line) + ": " + std::to_string(fields.size()) +
-                                               " fields, the header names " + std::to_string(ncols));
-                for (std::size_t c = 0; c < ncols; ++c) {
-                    const std::string_view f = c < fields.size() ? fields[c] : std::string_view();
-                    ColumnStats& st = stats[c];
-                    if (st.numeric) {
-                        std::int64_t x;
-                        int k;
-                        bool plain;
-                        if (!f.empty() && ParseDecimal(f, x, k, plain, st)) {
-                            st.width = std::max(st.width, static_cast<int>(f.size()));
-                            if (plain)
-                                spill.PutDecimal(x, k);
-                            else
-                                spill.PutText(f);
-                            continue;
-                        }
-                    }
-                    const std::string_view value = TrimRight(f);
-                    if (value.size() > static_cast<std::size_t>(kMaxStringWidth))
-                        throw Failure(kExitIo, "line " + std::to_string(line) + ", column " + names[c] +
-                                                   ": a value longer than " + std::to_string(kMaxStringWidth) + " bytes");
-                    if (Trim(f).empty()) {
-                        spill.PutEmpty();
-                        continue;
-                    }
-                    st.width = std::max(st.width, static_cast<int>(value.size()));
-                    double v;
-                    if (st.numeric && !ParseNumber(Trim(f), v, st)) st.numeric = false;
-                    spill.PutText(value);
-                }
-                ++rows;
+                measureRow(fields, b->lines[r]);
             }
             progress.Update(b->consumed);
             handoff.Release();
@@ -643,14 +970,21 @@ int RunImport(const ImportOptions& opt) {
         throw;
     }
     splitter.join();
+    if (madeMissing > 0)
+        std::fprintf(opt.notes, "murv import: %lld cell%s made missing by --na\n", static_cast<long long>(madeMissing),
+                     madeMissing == 1 ? "" : "s");
+    if (shortRows > 0)
+        std::fprintf(opt.notes,
+                     "murv import: %lld row%s had fewer fields than the header names (the first on line %lld); the "
+                     "missing cells are empty\n",
+                     static_cast<long long>(shortRows), shortRows == 1 ? "" : "s", static_cast<long long>(firstShort));
     if (!renamed.empty()) {
         std::string list;
         for (const std::string& r : renamed) list += (list.empty() ? "" : ", ") + r;
-        std::fprintf(stderr, "murv import: names changed to names the library accepts: %s\n", list.c_str());
+        std::fprintf(opt.notes, "murv import: names changed to names the library accepts: %s\n", list.c_str());
     }
 
     // The dictionary.
-    ReplaceFile dest(opt.out);
     int h = -1;
     Check(murvOpenWrite(dest.temp().c_str(), &h), opt.out, "creating the file");
     struct Closer {
@@ -662,11 +996,22 @@ int RunImport(const ImportOptions& opt) {
     std::vector<double> handles(ncols);
     std::vector<std::size_t> offsets(ncols);
     std::size_t caseBytes = 0;
+    // A column of ISO dates (and nothing else but empty cells) becomes a
+    // numeric date variable.
+    std::vector<char> isDate(ncols);
+    for (std::size_t c = 0; c < ncols; ++c) isDate[c] = !stats[c].numeric && stats[c].dates > 0;
     for (std::size_t c = 0; c < ncols; ++c) {
         const ColumnStats& st = stats[c];
-        const int type = st.numeric ? 0 : std::max(1, st.width);
+        const int type = st.numeric || isDate[c] ? 0 : std::max(1, st.width);
         Check(murvSetVarName(h, names[c].c_str(), type), opt.out, "defining variable " + names[c]);
-        if (st.numeric && !st.exponent) {
+        if (isDate[c]) {
+            // DATE dd-mmm-yyyy, DATETIME dd-mmm-yyyy hh:mm:ss[.f]
+            const int fmt = st.dates == 2 ? 22 : 20;
+            const int decimals = st.dates == 2 ? std::min(st.secondDecimals, 6) : 0;
+            const int width = st.dates == 2 ? 20 + (decimals ? decimals + 1 : 0) : 11;
+            Check(murvSetVarPrintFormat(h, names[c].c_str(), fmt, decimals, width), opt.out, "format of " + names[c]);
+            Check(murvSetVarWriteFormat(h, names[c].c_str(), fmt, decimals, width), opt.out, "format of " + names[c]);
+        } else if (st.numeric && !st.exponent) {
             const int decimals = std::min(st.decimals, 16);
             const int width = std::min(40, std::max(1, st.intDigits + (st.negative ? 1 : 0) + (decimals ? decimals + 1 : 0)));
             Check(murvSetVarPrintFormat(h, names[c].c_str(), 5, decimals, width), opt.out, "format of " + names[c]);
@@ -676,6 +1021,7 @@ int RunImport(const ImportOptions& opt) {
         offsets[c] = caseBytes;
         caseBytes += type == 0 ? 8 : static_cast<std::size_t>((type + 7) / 8) * 8;
     }
+    if (!opt.labels.empty()) ApplyCodebook(opt, h, names, findColumn, stats, isDate);
     if (opt.compress) Check(murvSetCompression(h, 1), opt.out, "setting compression");
     Check(murvCommitHeader(h), opt.out, "writing the dictionary");
 
@@ -686,13 +1032,14 @@ int RunImport(const ImportOptions& opt) {
     spill.Rewind();
     RecordPipe pipe(caseBytes);
     std::thread producer([&] {
+        std::string decoded;
         try {
             for (std::int64_t r = 0; r < rows; ++r) {
                 char* const record = pipe.Slot();
                 for (std::size_t c = 0; c < ncols; ++c) {
                     const std::uint64_t head = spill.GetVarint();
                     char* cell = record + offsets[c];
-                    const bool numeric = stats[c].numeric;
+                    const bool numeric = stats[c].numeric || isDate[c];
                     const std::size_t cellBytes =
                         numeric ? 8 : static_cast<std::size_t>((std::max(1, stats[c].width) + 7) / 8) * 8;
                     switch (head & 3) {
@@ -712,6 +1059,7 @@ int RunImport(const ImportOptions& opt) {
                             } else {
                                 char text[48];
                                 const std::size_t len = static_cast<std::size_t>(WriteDecimal(text, x, k) - text);
+                                if (decimal == ',') std::replace(text, text + len, '.', ',');
                                 std::memcpy(cell, text, len);
                                 std::memset(cell + len, ' ', cellBytes - len);
                             }
@@ -721,10 +1069,15 @@ int RunImport(const ImportOptions& opt) {
                             const auto len = static_cast<std::size_t>(head >> 2);
                             if (!spill.Ensure(len)) throw Failure(kExitIo, "temporary file ends early");
                             const std::string_view text(spill.In(), len);
-                            if (numeric) {
+                            if (isDate[c]) {
+                                double v = sysmis;
+                                int kind, fraction;
+                                ParseIsoDate(Trim(text), v, kind, fraction);
+                                std::memcpy(cell, &v, 8);
+                            } else if (numeric) {
                                 double v = sysmis;
                                 ColumnStats ignored;
-                                ParseNumber(Trim(text), v, ignored);
+                                ParseNumber(Trim(AsPointDecimal(text, decimal, decoded)), v, ignored);
                                 std::memcpy(cell, &v, 8);
                             } else {
                                 std::memcpy(cell, text.data(), len);

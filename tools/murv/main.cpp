@@ -11,9 +11,10 @@ constexpr const char* kExitCodes =
     "Exit codes:\n"
     "  0  success (check: the file is sound)\n"
     "  1  the library refused or failed a call; the message names the file, the step and the code\n"
-    "  2  bad arguments\n"
+    "  2  bad arguments, or a destination that is not a regular file or is the input itself\n"
     "  3  input or output outside the library failed (the CSV file, standard output, temporary files)\n"
-    "  4  check: the file is damaged (the message gives the library's code and the reason)\n";
+    "  4  the file is damaged: check says where; cat and convert give every whole case before the damage\n"
+    "     and then say where it is (cases numbered from 1)\n";
 
 }  // namespace
 
@@ -110,10 +111,28 @@ int main(int argc, char** argv) {
     impCmd->add_option("--encoding", imp.encoding,
                        "The character set of the CSV file (e.g. UTF-8, ISO-8859-1); it is converted to the "
                        "locale's. Default: the locale's own");
+    std::string na, decimal = ".";
+    bool noDates = false, importNoHeader = false;
+    impCmd->add_option("--na", na,
+                       "Comma-separated texts that mean a missing value, besides the empty cell (common choices: "
+                       "NA,NaN,.,N/A)");
+    impCmd->add_option("--text", imp.text, "Comma-separated columns kept as text (codes with leading zeros)");
+    impCmd->add_flag("--no-dates", noDates, "Keep columns of ISO dates as text");
+    impCmd->add_option("--decimal", decimal, "The decimal separator of numbers: . (default) or ,");
+    impCmd->add_flag("--no-header", importNoHeader, "The first row is data; the variables are named V1, V2, ...");
+    impCmd->add_option("--skip", imp.skip, "Lines to drop before the header (or the first row)")->check(CLI::NonNegativeNumber);
+    impCmd->add_option("--labels", imp.labels,
+                       "A codebook CSV: rows variable,value,label give value labels, rows variable,,label the "
+                       "variable's label (a header row variable,value,label may come first)");
     impCmd->footer(
-        "A column whose values are all numbers (or empty) becomes numeric, any other a string variable as wide as "
-        "its longest value. Empty numeric cells are system-missing. Names are made valid and unique by the "
-        "library's rules; changed names are listed on standard error. The file appears only when complete.\n\n" +
+        "A column whose values are all numbers (or empty) becomes numeric; one whose values are all ISO 8601 dates "
+        "(2024-01-15) or date-times (2024-01-15 10:20:30, 2024-01-15T10:20:30.5) becomes a date variable (DATE or "
+        "DATETIME format; cat gives it back in the same form); any other a string variable as wide as its longest "
+        "value. Empty cells, and cells holding a text given to --na, are missing. Names are made valid and unique by "
+        "the library's rules; changed names, rows with fewer fields than the header (filled with empty cells) and "
+        "cells made missing by --na are reported on standard error. Without --encoding the input must be UTF-8 when "
+        "the locale is (a UTF-8 byte-order mark is dropped; a UTF-16 one reads the file as UTF-16). The file appears "
+        "only when complete.\n\n" +
         std::string(kExitCodes));
 
     murv::ConvertOptions conv;
@@ -166,6 +185,23 @@ int main(int argc, char** argv) {
                 return murv::kExitUsage;
             }
             imp.delimiter = delimiter[0];
+            if (decimal != "." && decimal != ",") {
+                std::fprintf(stderr, "murv import: --decimal must be . or ,\n");
+                return murv::kExitUsage;
+            }
+            imp.decimal = decimal[0];
+            if (imp.decimal == imp.delimiter) {
+                std::fprintf(stderr, "murv import: --decimal %c needs another --delimiter (e.g. ';')\n", imp.decimal);
+                return murv::kExitUsage;
+            }
+            for (std::size_t pos = 0; pos <= na.size();) {
+                std::size_t comma = na.find(',', pos);
+                if (comma == std::string::npos) comma = na.size();
+                if (comma > pos) imp.na.push_back(na.substr(pos, comma - pos));
+                pos = comma + 1;
+            }
+            imp.dates = !noDates;
+            imp.header = !importNoHeader;
             return murv::RunImport(imp);
         }
         if (convCmd->parsed()) {

@@ -21,7 +21,7 @@ enum Exit : int {
     kExitLibrary = 1,   // the library refused or failed a call
     kExitUsage = 2,     // bad arguments
     kExitIo = 3,        // input or output outside the library (CSV, standard output, temporary files)
-    kExitDamaged = 4,   // `check`: the file is damaged
+    kExitDamaged = 4,   // the file is damaged (check; cat and convert after every whole case)
 };
 
 // A failure that ends the command: its exit code and a one-line message
@@ -120,6 +120,13 @@ struct FileMeta {
     std::vector<ExtensionRecord> openRecords;    // those the interface hands out raw
 };
 
+// What is wrong with the cases of a file after `read` whole cases were read
+// from its start and the next read gave `rc`, in the words every surface
+// uses ("PATH: damaged: the file ends inside case 8 of the 10 it states");
+// empty when the end is sound (rc is MURV_RC_END_OF_FILE after the stated
+// count). Cases are numbered from 1.
+std::string DamageText(const FileMeta& m, std::int64_t read, int rc);
+
 enum class Detail { kNamesOnly, kCases, kFull };
 // Reads the metadata of an open read handle. kNamesOnly: names, types,
 // handles and offsets; kCases: also print formats and value labels (what
@@ -215,6 +222,14 @@ struct ImportOptions {
     std::string csv, out, encoding;
     char delimiter = ',';
     bool compress = false;
+    std::vector<std::string> na;  // texts that mean missing, besides the empty cell
+    std::string text;             // comma-separated columns kept as text
+    bool dates = true;            // columns of ISO dates become date variables
+    char decimal = '.';
+    bool header = true;           // false: the first row is data, names V1, V2, ...
+    std::int64_t skip = 0;        // lines dropped before the header
+    std::string labels;           // a codebook CSV of variable,value,label rows
+    std::FILE* notes = stderr;    // where renamed names, short rows and --na cells are reported
 };
 struct ConvertOptions {
     std::string in, out, vars;
@@ -247,17 +262,28 @@ struct StatsOptions {
 };
 int RunStats(const StatsOptions& opt);
 
-// A file written beside its destination and moved over it only when complete,
-// so that a failure never leaves a half-written file or destroys an old one.
+// A file written beside its destination and moved over it only when
+// complete, so that a failure never leaves a half-written file or destroys
+// an old one. The destination must be a regular file or a new name: a
+// symbolic link is followed (its target is replaced, the link stays); a
+// directory, device, named pipe or socket, and the input file itself, are
+// refused with kExitUsage. The replacement keeps the old file's permission
+// bits and, where the system allows it, its owner. The temporary file goes
+// on any failure and on SIGINT, SIGTERM or SIGHUP (the process then ends by
+// that signal).
 class ReplaceFile {
 public:
-    explicit ReplaceFile(const std::string& dest);
+    // `input`: the file the command reads ("" or "-" for none).
+    ReplaceFile(const std::string& dest, const std::string& input);
     ~ReplaceFile();  // removes the temporary file unless Commit() ran
     const std::string& temp() const { return temp_; }
     void Commit();
 
 private:
-    std::string dest_, temp_;
+    std::string dest_, target_, temp_;
+    bool existed_ = false;
+    unsigned mode_ = 0;
+    long long uid_ = -1, gid_ = -1;
     bool done_ = false;
 };
 

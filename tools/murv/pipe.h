@@ -71,9 +71,14 @@ private:
     std::exception_ptr error_;
 };
 
+#ifndef MURV_PIPE_BATCH
+#define MURV_PIPE_BATCH (1u << 20)
+#endif
+
 // Case records made on one thread and used on another, in batches of about
 // 1 MiB, so that the making of one batch overlaps the use of the one before.
 class RecordPipe {
+    static constexpr std::size_t kBatchBytes = MURV_PIPE_BATCH;
     struct Batch {
         std::vector<char> data;
         std::size_t count = 0;
@@ -82,7 +87,7 @@ class RecordPipe {
 public:
     using Stopped = Handoff<Batch>::Stopped;
     explicit RecordPipe(std::size_t recordBytes)
-        : bytes_(std::max<std::size_t>(recordBytes, 1)), per_(std::max<std::size_t>(1, (1u << 20) / bytes_)) {}
+        : bytes_(std::max<std::size_t>(recordBytes, 1)), per_(std::max<std::size_t>(1, kBatchBytes / bytes_)) {}
 
     // Producer: the next record to fill; throws Stopped once the consumer
     // has given up.

@@ -69,13 +69,6 @@ inline Weighting WeightOf(const FileMeta& m, bool unweighted) {
     return w;
 }
 
-// The message for a case that cannot be read (numbered from 1).
-inline std::string UnreadableCase(const FileMeta& m, std::int64_t c, int rc) {
-    return m.path + ": case " + std::to_string(c + 1) +
-           (m.cases >= 0 ? " of the " + std::to_string(m.cases) + " the header states" : "") +
-           " cannot be read; the file is damaged or cut short (" + DescribeCode(rc) + ")";
-}
-
 // Hands every whole case record of the file to use(state, record) and
 // returns how many there were. `parts` holds one state on entry. A plain file
 // of many cases is read in as many parts as there are processors (at most
@@ -107,14 +100,22 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, std::vector<State
                 std::unique_ptr<ReadHandle> own;
                 if (i) own = std::make_unique<ReadHandle>(m.path);
                 const int handle = i ? own->get() : h.get();
-                Check(murvSeekNextCase(handle, static_cast<int>(first)), m.path, "going to case " + std::to_string(first + 1));
+                const int seek = murvSeekNextCase(handle, static_cast<int>(first));
+                if (seek != MURV_RC_OK) {
+                    failedAt[i] = c;
+                    errors[i] = DamageText(m, c, seek);
+                    return;
+                }
                 std::vector<char> record(recordBytes);
                 for (; c < end; ++c) {
                     const int rc = murvWholeCaseIn(handle, record.data());
-                    if (rc == MURV_RC_END_OF_FILE) break;
-                    if (rc > 0) {
+                    // A part that meets the end before its last case has
+                    // found where the file is cut; the last part's end is
+                    // weighed against the stated count below.
+                    if (rc == MURV_RC_END_OF_FILE && static_cast<std::int64_t>(i) + 1 == count) break;
+                    if (rc != MURV_RC_OK) {
                         failedAt[i] = c;
-                        errors[i] = UnreadableCase(m, c, rc);
+                        errors[i] = DamageText(m, c, rc);
                         break;
                     }
                     use(parts[i], record.data());
@@ -141,6 +142,7 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, std::vector<State
             total += read[i];
             if (failedAt[i] >= 0 && failure.empty()) failure = errors[i];
         }
+        if (failure.empty()) failure = DamageText(m, total, MURV_RC_END_OF_FILE);
         return total;
     }
 
@@ -151,8 +153,12 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, std::vector<State
                 char* const record = pipe.Slot();
                 const int rc = murvWholeCaseIn(h.get(), record);
                 if (rc == MURV_RC_END_OF_FILE || rc > 0) pipe.Unfill();
-                if (rc == MURV_RC_END_OF_FILE) break;
-                if (rc > 0) throw Failure(kExitLibrary, UnreadableCase(m, c, rc));
+                if (rc == MURV_RC_END_OF_FILE || rc > 0) {
+                    // Fewer or more cases than stated are damage too.
+                    const std::string damage = DamageText(m, c, rc);
+                    if (!damage.empty()) throw Failure(kExitDamaged, damage);
+                    break;
+                }
             }
             pipe.Done(nullptr);
         } catch (const RecordPipe::Stopped&) {
@@ -170,7 +176,7 @@ std::int64_t ScanCases(const ReadHandle& h, const FileMeta& m, std::vector<State
     } catch (const Failure& f) {
         pipe.Stop();
         reader.join();
-        if (f.exit != kExitLibrary) throw;
+        if (f.exit != kExitDamaged) throw;
         failure = f.what();
     } catch (...) {
         pipe.Stop();

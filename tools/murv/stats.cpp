@@ -303,7 +303,7 @@ int RunStats(const StatsOptions& opt) {
         AppendTable(o, rows, {false, true, true, true, true, true, true, false});
     }
     out.Flush();
-    if (!failure.empty()) throw Failure(kExitLibrary, failure);
+    if (!failure.empty()) throw Failure(kExitDamaged, failure);
     return kExitOk;
 }
 

@@ -1,14 +1,13 @@
 # The reference manual: Doxygen renders murvio.h into the build tree as part
-# of the default build, and prints a warning for any call, argument, code or
-# type left undocumented; the test reference_manual runs it again with
+# of the default build (Doxygen is required unless MURVIO_BUILD_DOCS is OFF),
+# and prints a warning for any call, argument, code or type left undocumented; the test reference_manual runs it again with
 # warnings as errors.
 if(NOT MURVIO_BUILD_DOCS)
   return()
 endif()
 find_package(Doxygen QUIET)
 if(NOT DOXYGEN_FOUND)
-  message(STATUS "Reference manual: not built (needs Doxygen)")
-  return()
+  murvio_missing("Doxygen, for the reference manual," "doxygen" MURVIO_BUILD_DOCS)
 endif()
 include(GNUInstallDirs)
 set(MURVIO_DOCS_DIR ${CMAKE_BINARY_DIR}/docs)

@@ -32,6 +32,7 @@ import pandas as pd
 
 from . import _murvio
 from ._codes import CODES
+from ._version import __version__
 
 __all__ = ["CodeWarning", "DamageError", "DamageWarning", "Error", "buffer_cache", "Metadata", "Variable", "MurvioFile", "open", "read", "read_metadata", "write"]
 

@@ -2,7 +2,7 @@
 # Installs the build into a fresh prefix and builds clients against what was
 # installed: through find_package (shared and static) and through pkg-config
 # (shared and static). The environment names the build (see CMakeLists.txt):
-# BUILD CONFIG WORK CLIENT CMAKE CC LIBDIR INCLUDEDIR VERSION MURV.
+# BUILD CONFIG WORK CLIENT CMAKE CC LIBDIR INCLUDEDIR VERSION MURV PYTHON PYDIR.
 #
 # Nothing here may find the build tree's library instead of the installed one:
 # LD_LIBRARY_PATH is cleared, the shared clients find the library through
@@ -28,8 +28,15 @@ done
 [ "$(readlink "$LIB/$SONAME")" = "libmurvio.so.$VERSION" ] || fail "$SONAME does not link to libmurvio.so.$VERSION"
 readelf -d "$LIB/libmurvio.so.$VERSION" | grep -qF "Library soname: [$SONAME]" \
   || fail "the soname is not $SONAME"
+# murv and the Python module give the same version as the library.
 if [ "$MURV" = 1 ]; then
-  "$PREFIX/bin/murv" --help >/dev/null || fail "the installed murv does not run"
+  got=$("$PREFIX/bin/murv" --version) || fail "the installed murv does not run"
+  [ "$got" = "murv $VERSION" ] || fail "murv --version: $got"
+fi
+if [ -n "$PYDIR" ]; then
+  got=$(PYTHONPATH=$PREFIX/$PYDIR PYTHONDONTWRITEBYTECODE=1 "$PYTHON" -c 'import murvio; print(murvio.__version__)') \
+    || fail "the installed Python module does not load"
+  [ "$got" = "$VERSION" ] || fail "murvio.__version__: $got"
 fi
 
 # find_package takes requests of the same major version, up to this one.

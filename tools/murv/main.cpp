@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     CLI::App app{"murv: inspect, convert and check system files"};
     app.footer(kExitCodes);
+    app.set_version_flag("--version", "murv " MURV_VERSION);
     app.require_subcommand(1);
 
     std::string file;

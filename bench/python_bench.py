@@ -1,9 +1,12 @@
 """The Python module against the C library's bulk calls, measured in one run.
 
     PYTHONPATH=build/release/python /usr/bin/python3 bench/python_bench.py [--cases N] [--vars N] [--wide N]
+        [--kernel NAME]
 
 Every figure is a ratio: murvio.read and murvio.write against the bulk read
 (murvWholeCaseIn) and bulk write (murvWholeCaseOut) of the same table;
+murvio.read of a plain all-numeric file against numpy.fromfile of its
+cases' bytes;
 iter_chunks' peak memory against its bound (twice one chunk plus 64 MiB);
 read_metadata of a file of --wide variables against murvOpenRead alone;
 a sum over murvio.dask.read on two worker processes against one.
@@ -53,6 +56,7 @@ def main():
     ap.add_argument("--wide", type=int, default=1_000_000)
     ap.add_argument("--chunk", type=int, default=100_000)
     ap.add_argument("--reps", type=int, default=3)
+    ap.add_argument("--kernel", default="", help="the codec kernel to use (scalar, sse2, sse41, avx2)")
     ap.add_argument("--dir", default="/dev/shm" if os.path.isdir("/dev/shm") else tempfile.gettempdir())
     a = ap.parse_args()
     tmp = tempfile.mkdtemp(dir=a.dir)
@@ -63,7 +67,8 @@ def main():
         results.append(ok)
         print(f"  {name:<58} {ratio:6.2f}   goal {'>=' if better == 'higher' else '<='} {goal}  {'met' if ok else 'NOT MET'}")
 
-    print(f"python_bench: {a.cases} cases x {a.vars} numeric variables, best of {a.reps}")
+    kernel = _murvio.codec_kernel(a.kernel)
+    print(f"python_bench: {a.cases} cases x {a.vars} numeric variables, best of {a.reps}, codec kernel {kernel}")
     for compress in (False, True):
         kind = "compressed" if compress else "plain"
         path = os.path.join(tmp, f"{kind}.murv")
@@ -85,12 +90,24 @@ def main():
         print(f"  {kind}: C bulk read {t_cr:.3f} s, murvio.read {t_pr:.3f} s ({t_pr1:.3f} s on one thread, "
               f"C {t_cr1:.3f} s); C bulk write {t_cw:.3f} s, murvio.write {t_pw:.3f} s (frame by column "
               f"{t_pw2:.3f} s, C {t_cw2:.3f} s)")
-        report(f"murvio.read speed / C bulk read ({kind})", t_cr / t_pr, 0.5)
+        report(f"murvio.read speed / C bulk read ({kind})", t_cr / t_pr, 1.0 if compress else 0.5)
         report(f"murvio.read on one thread / C bulk read ({kind})", t_cr1 / t_pr1, 0.5)
         report(f"murvio.write speed / C bulk write ({kind})", t_cw / t_pw, 0.5)
         report(f"murvio.write of a frame by column / C bulk write ({kind})", t_cw2 / t_pw2, 0.5)
         for f in (out, out + ".c"):
             os.remove(f)
+
+    # A plain all-numeric file read whole against numpy.fromfile of the
+    # bytes of its cases (the least any reader of it does).
+    path = os.path.join(tmp, "numeric.murv")
+    rows, width = max(1, a.cases // 2), max(1, a.vars // 2)
+    _murvio.bulk_write(path, rows, width, False)
+    skip = os.path.getsize(path) - rows * width * 8
+    t_np, t_rd = paired(lambda: np.fromfile(path, dtype="<f8", offset=skip).reshape(rows, width),
+                        lambda: murvio.read(path), a.reps)
+    print(f"  {rows} x {width} plain numeric: numpy.fromfile {t_np:.3f} s, murvio.read {t_rd:.3f} s")
+    report("murvio.read time / numpy.fromfile time (plain numeric)", t_rd / t_np, 1.25, "lower")
+    os.remove(path)
 
     # One read in a fresh process: its memory comes fresh from the system,
     # which on some machines costs more than the reading.

@@ -624,7 +624,7 @@ class MurvioFile:
     def read(self, columns=None, cases=None, labels=False, missing="nan", dates=True,
              threads: bool = True, strict: bool = False, _stacklevel: int = 2) -> pd.DataFrame:
         """The cases as a DataFrame (see murvio.read). With `threads`, a large
-        read of an uncompressed file goes on two threads, each with a handle
+        read goes on two threads, each with a handle
         of its own."""
         if missing not in ("nan", "keep"):
             raise ValueError("missing must be 'nan' or 'keep'")
@@ -723,7 +723,7 @@ def read(path, columns=None, cases=None, labels=False, missing="nan", dates=True
     dates=True date-formatted variables as datetime64. `columns` picks
     variables by name, `cases` a case number or a slice of case numbers
     (from 0, by Python's rules for a sequence of the stated length), read
-    through seeks. A large read of an uncompressed file goes on two threads,
+    through seeks. A large read goes on two threads,
     each with a handle of its own. A damaged file gives every whole case
     before the damage and a DamageWarning that says where it is (cases
     numbered from 1); with strict=True it raises DamageError instead.

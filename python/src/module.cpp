@@ -30,6 +30,7 @@
 
 #include "api/handles.h"
 #include "model/variable.h"
+#include "sysfile/codec_kernels.h"
 #include "murvio.h"
 
 namespace py = pybind11;
@@ -605,14 +606,11 @@ py::tuple ReadBlock(int h, long first, long count, const std::vector<long>& offs
     // A large read with a known end is split in two: the second half read on
     // a handle of its own on a second thread (separate read handles may be
     // read on separate threads). The handle `h` then stands somewhere in the
-    // middle, which is why only whole reads, which seek first, do this. Only
-    // uncompressed files: a fresh handle finds a case in the middle of a
-    // compressed file by going through the cases before it, which costs
-    // about what reading them does.
-    int compressed = 0;
-    murvGetCompression(h, &compressed);
+    // middle, which is why only whole reads, which seek first, do this. In a
+    // compressed file the second handle finds its first case by skipping the
+    // blocks before it, which costs a small part of decoding them.
     const long span = capacity;
-    const bool split = seekCode == MURV_RC_OK && parallel && !compressed && first >= 0 && remaining >= 0 &&
+    const bool split = seekCode == MURV_RC_OK && parallel && first >= 0 && remaining >= 0 &&
                        (count < 0 || count >= span) && span >= 2 * kParallelMinCases &&
                        static_cast<double>(span) * caseSize >= kParallelMinBytes && std::thread::hardware_concurrency() > 1;
     {
@@ -1061,5 +1059,12 @@ PYBIND11_MODULE(_murvio, m) {
     });
     m.def("buffer_cache", [](long long limit) { return BufferCache::Get().Limit(limit); }, py::arg("limit") = -1);
     m.def("bulk_read", &BulkRead);
+    // The codec kernel in use; with a name, that kernel is used from now on
+    // (for benchmarks that compare kernels: unknown or unsupported names
+    // raise ValueError).
+    m.def("codec_kernel", [](const std::string& name) {
+        if (!name.empty() && !murv::codec::Select(name.c_str())) throw py::value_error("no kernel " + name + " here");
+        return std::string(murv::codec::Active().name);
+    }, py::arg("name") = "");
     m.def("bulk_write", &BulkWrite);
 }

@@ -50,7 +50,7 @@ unsigned CompressedSystemFile::TakeBytes(unsigned char* dst, unsigned n) {
     unsigned got = 0;
     while (got < n) {
         if (inPos_ == inLen_) {
-            if (in_.size() < kIoBytes) in_.resize(kIoBytes);
+            in_.Reserve(readSize_);
             inPos_ = 0;
             inLen_ = file_->Read(in_.data(), readSize_);
             readSize_ = std::min(2 * readSize_, kIoBytes);
@@ -73,7 +73,7 @@ void CompressedSystemFile::WriteOut() {
 
 void CompressedSystemFile::WriteBlock() {
     const unsigned stored = nextValue_ - 1;
-    if (out_.empty()) out_.resize(kIoBytes + kKeySize + kKeySize * kCellBytes);
+    out_.Reserve(kIoBytes + kKeySize + kKeySize * kCellBytes);
     unsigned char* out = out_.data() + outLen_;
     std::memcpy(out, key_.data(), kKeySize);
     for (unsigned i = 0; i < stored; ++i) StoreCell(out + kKeySize + i * kCellBytes, values_[i + 1]);
@@ -88,7 +88,7 @@ void CompressedSystemFile::WriteBlock() {
 // it).
 void CompressedSystemFile::WriteCase(const unsigned char* cells) {
     index_->Add(current_, Tell());
-    if (out_.empty()) out_.resize(kIoBytes + kKeySize + kKeySize * kCellBytes);
+    out_.Reserve(kIoBytes + kKeySize + kKeySize * kCellBytes);
     const int n = cellsPerCase_;
     int i = 0;
     unsigned pos = pos_, next = nextValue_;

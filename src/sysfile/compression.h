@@ -12,6 +12,8 @@
 #include <cstring>
 #include <vector>
 
+#include "sysfile/scratchbytes.h"
+
 namespace murv {
 
 class MURV_FileStream;
@@ -92,14 +94,14 @@ private:
     std::int64_t LogicalPosition() const;
     void DropInput() { inPos_ = inLen_ = 0; }
     static constexpr unsigned kIoBytes = 256 * 1024;
-    std::vector<unsigned char> in_;
+    ScratchBytes in_;
     unsigned inPos_ = 0, inLen_ = 0;
     // The size of the next read: small after a seek, which usually wants one
     // case, doubling up to kIoBytes while the reading goes on from there.
     unsigned readSize_ = kIoBytes;
     static constexpr unsigned kSeekReadBytes = 4096;
     // Blocks on their way out: kIoBytes and at most one block more.
-    std::vector<unsigned char> out_;
+    ScratchBytes out_;
     unsigned outLen_ = 0;
     // Decodes (cells non-null) or skips n cells, which start a case; returns
     // the cells walked: n, or fewer when the data ends between two cases.

@@ -708,7 +708,7 @@ std::int64_t SystemFileDataSource::Iterator::ReadPlain(unsigned char* dst, std::
     const bool sequential = aheadLen_ > 0 && pos_ == aheadCase_ + whole;
     std::size_t want = len;
     if (sequential) want = std::max<std::size_t>(1, kReadAhead / len) * len;
-    if (ahead_.size() < want) ahead_.resize(want);
+    ahead_.Reserve(want);
     stream_.Seek(data_.row0pos + static_cast<std::int64_t>(pos_) * caseLen, 0);
     const unsigned n = stream_.Read(ahead_.data(), static_cast<unsigned>(want));
     aheadCase_ = pos_;

@@ -18,6 +18,7 @@
 #include "model/datasource.h"
 #include "sysfile/fileinfo.h"
 #include "sysfile/filestream.h"
+#include "sysfile/scratchbytes.h"
 #include "sysfile/sparseindex.h"
 
 namespace murv {
@@ -169,7 +170,7 @@ private:
     ObsLayout layout_;
     std::unique_ptr<char[]> owned_;
     char* buffer_;
-    std::vector<unsigned char> ahead_;
+    ScratchBytes ahead_;
     std::uint64_t aheadCase_ = 0;
     std::size_t aheadLen_ = 0;
     // The cases of the read-ahead block behind the one read last, while

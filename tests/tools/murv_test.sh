@@ -61,6 +61,13 @@ printf 'first name,1st,BY,id,ID,#x\n1,2,3,4,5,6\n' >"$T/names.csv"
 "$MURV" import "$T/names.csv" "$T/names.murv" 2>"$T/err" || fail "import with bad names"
 same "$("$MURV" cat "$T/names.murv" | head -1)" "first_name,v1st,BY_,id,ID_2,v#x" "names"
 grep -q "'first name' -> first_name" "$T/err" || fail "renamed columns are not reported"
+# Names equal but for the case of letters beyond ASCII are one name too.
+if LC_ALL=en_US.UTF-8 locale charmap 2>/dev/null | grep -q UTF-8; then
+  printf 'É,é,Ѽ,ѽ\n1,2,3,4\n' >"$T/names8.csv"
+  LC_ALL=en_US.UTF-8 "$MURV" import "$T/names8.csv" "$T/names8.murv" 2>"$T/err" || fail "import: $(cat "$T/err")"
+  same "$(LC_ALL=en_US.UTF-8 "$MURV" cat "$T/names8.murv" | head -1)" "É,é_2,Ѽ,ѽ_2" "names equal but for case"
+  same "$(LC_ALL=en_US.UTF-8 "$MURV" cat --vars É_2 "$T/names8.murv")" $'é_2\n2' "--vars without regard to case"
+fi
 
 # A failed import leaves no file and keeps an old one.
 cp "$T/t.murv" "$T/keep.murv"

@@ -11,6 +11,8 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <cwchar>
+#include <cwctype>
 #include <filesystem>
 #include <memory>
 #include <random>
@@ -467,6 +469,28 @@ FileMeta LoadMeta(const ReadHandle& rh, Detail detail) {
     return m;
 }
 
+std::string NameKey(std::string_view name) {
+    std::string key;
+    key.reserve(name.size() * 4);
+    std::mbstate_t state{};
+    for (std::size_t pos = 0; pos < name.size();) {
+        wchar_t wc = 0;
+        const std::size_t n = std::mbrtowc(&wc, name.data() + pos, name.size() - pos, &state);
+        if (n == 0) break;
+        if (n == static_cast<std::size_t>(-1) || n == static_cast<std::size_t>(-2)) {
+            // (A character's key starts with a zero byte: this cannot be one.)
+            key += '\xFF';
+            key += name[pos++];
+            state = std::mbstate_t{};
+            continue;
+        }
+        const auto u = static_cast<std::uint32_t>(std::towupper(static_cast<std::wint_t>(wc)));
+        for (int shift = 24; shift >= 0; shift -= 8) key += static_cast<char>((u >> shift) & 0xFF);
+        pos += n;
+    }
+    return key;
+}
+
 std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& list) {
     std::vector<std::size_t> out;
     if (list.empty()) {
@@ -474,11 +498,7 @@ std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& lis
         return out;
     }
     std::unordered_map<std::string, std::size_t> index;
-    for (std::size_t i = 0; i < meta.vars.size(); ++i) {
-        std::string up = meta.vars[i].name;
-        for (char& c : up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        index.emplace(up, i);
-    }
+    for (std::size_t i = 0; i < meta.vars.size(); ++i) index.emplace(NameKey(meta.vars[i].name), i);
     std::string unknown;
     std::size_t pos = 0;
     while (pos <= list.size()) {
@@ -489,9 +509,7 @@ std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& lis
         while (!name.empty() && name.front() == ' ') name.erase(name.begin());
         while (!name.empty() && name.back() == ' ') name.pop_back();
         if (name.empty()) continue;
-        std::string up = name;
-        for (char& c : up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        auto it = index.find(up);
+        auto it = index.find(NameKey(name));
         if (it == index.end()) {
             unknown += (unknown.empty() ? "" : ", ") + name;
         } else {

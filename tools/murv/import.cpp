@@ -677,10 +677,6 @@ private:
 std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, std::vector<std::string>& renamed) {
     std::vector<std::string> names;
     std::unordered_set<std::string> taken;
-    auto upper = [](std::string s) {
-        for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        return s;
-    };
     auto cut = [](std::string s, std::size_t max) {
         // Cut at a character boundary under the locale.
         std::size_t keep = 0;
@@ -712,17 +708,17 @@ std::vector<std::string> MakeNames(const std::vector<std::string_view>& header, 
             if (murvValidateVarname(name.c_str()) == 5) name = name + "_";
             if (name.empty() || murvValidateVarname(name.c_str()) != 0) name = "v" + std::to_string(i + 1);
         }
-        if (taken.count(upper(name))) {
+        if (taken.count(NameKey(name))) {
             for (int k = 2;; ++k) {
                 const std::string suffix = "_" + std::to_string(k);
                 std::string candidate = cut(name, 64 - suffix.size()) + suffix;
-                if (!taken.count(upper(candidate)) && murvValidateVarname(candidate.c_str()) == 0) {
+                if (!taken.count(NameKey(candidate)) && murvValidateVarname(candidate.c_str()) == 0) {
                     name = candidate;
                     break;
                 }
             }
         }
-        taken.insert(upper(name));
+        taken.insert(NameKey(name));
         if (name != original) {
             std::string shown = original;
             std::size_t at = 0;
@@ -816,9 +812,9 @@ int RunImport(const ImportOptions& opt) {
     std::vector<ColumnStats> stats(ncols);
     // A column is found by the name the file gives it or its header's text.
     auto findColumn = [&](const std::string& name) -> std::size_t {
-        const std::string up = Upper(name);
+        const std::string key = NameKey(name);
         for (std::size_t c = 0; c < ncols; ++c)
-            if (Upper(names[c]) == up || Upper(std::string(Trim(header[c]))) == up) return c;
+            if (NameKey(names[c]) == key || NameKey(Trim(header[c])) == key) return c;
         return ncols;
     };
     for (const std::string& t : SplitList(opt.text)) {

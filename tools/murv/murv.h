@@ -137,6 +137,12 @@ FileMeta LoadMeta(const ReadHandle& h, Detail detail);
 // unknown names fail naming them.
 std::vector<std::size_t> SelectVars(const FileMeta& meta, const std::string& list);
 
+// A key under which names that differ only in case are equal, as the library
+// compares variable names: each character of the locale's encoding
+// upper-cased (not only ASCII letters: "É" and "é" are one name), a byte
+// that is no character compared as itself; a NUL ends the name.
+std::string NameKey(std::string_view name);
+
 // ---- text ----
 
 // The shortest decimal text that reads back as the same double; WriteNumber

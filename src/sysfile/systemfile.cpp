@@ -270,8 +270,26 @@ void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileI
 
 // Names that the rules refuse or that repeat another are replaced by V1,
 // V2, ...; then, when the file carries no long names, every name (the new
-// ones too) is lower-cased.
-void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
+// ones too) is lower-cased. When no name changes, *index is left holding the
+// upper-cased names by position; otherwise it is left empty.
+void RepairNames(SystemFileDataSource& ds, bool longNamesRead, text::NameIndex* index) {
+    // The usual file: every name valid and unique. One pass checks that and
+    // builds the index that lookups by name need afterwards.
+    bool valid = true;
+    const bool unique = index->Assign(ds.ColumnCount(), [&ds, &valid](std::size_t i) {
+        const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+        valid = valid && NameCanStay(v.GetName());
+        return std::string_view(v.GetUpperName());
+    });
+    if (!unique || !valid || !longNamesRead) index->Clear();
+    if (unique && valid) {
+        if (!longNamesRead)
+            for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+                MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+                v.SetName(LowerName(v.GetName()));
+            }
+        return;
+    }
     {
         // The upper-cased names of the variables that keep their names or
         // have their new ones.
@@ -398,7 +416,7 @@ void SystemFileDataSource::ReadFile() {
     const int weight = weightCell >= 0 ? dictIndex.IndexAt(weightCell + 1) : -1;
     SetWeightVar(weight >= 0 && GetVariable(weight).GetType() == 0 ? weight : -1);
 
-    RepairNames(*this, info.longNamesRead);
+    RepairNames(*this, info.longNamesRead, &m_data->names);
     // Sets naming variables the dictionary does not hold lose those members.
     PruneSetsAfterRead(*this);
 
@@ -410,6 +428,17 @@ void SystemFileDataSource::ReadFile() {
                     static_cast<std::uint32_t>(GetObsLayout().StartCell(static_cast<long>(i))))] = 1;
     }
     m_data->row0pos = stream.Tell();
+}
+
+bool SystemFileDataSource::TakeNameIndex(text::NameIndex* index) {
+    text::NameIndex& names = m_data->names;
+    // Any change of the dictionary since reading would have to keep the index
+    // current; none does, so the index is given out only once and only while
+    // it covers every variable.
+    const bool current = names.Size() == ColumnCount() && ColumnCount() > 0;
+    if (current) index->Swap(names);
+    names.Clear();
+    return current;
 }
 
 bool SystemFileDataSource::GetReleaseInfo(int release[3]) const {

@@ -19,6 +19,7 @@
 #include "sysfile/fileinfo.h"
 #include "sysfile/filestream.h"
 #include "sysfile/sparseindex.h"
+#include "text/textindex.h"
 
 namespace murv {
 
@@ -67,6 +68,12 @@ public:
     SystemFileInfo& Options() { return m_data->m_options; }
     const SystemFileInfo& Options() const { return m_data->m_options; }
 
+    // Moves into *index the upper-cased names of the dictionary by position,
+    // when reading the file found every name valid and unique and built
+    // them on the way (the usual file), and the dictionary has not changed
+    // since; false, leaving *index as it is, otherwise.
+    bool TakeNameIndex(text::NameIndex* index);
+
     // Product text of the header of a file written from this dataset.
     void SetProduct(std::string product) { m_data->m_options.product = std::move(product); }
 
@@ -99,6 +106,8 @@ protected:
         std::vector<unsigned char> overwritten;
         std::vector<unsigned char> headerCount;
         std::vector<unsigned char> recordCount;
+        // See TakeNameIndex.
+        text::NameIndex names;
     };
 
 private:

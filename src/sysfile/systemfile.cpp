@@ -173,8 +173,10 @@ void ReadVariableRecord(RecordReader& in, SystemFileDataSource& ds, std::uint32_
         const std::int32_t n = in.I32("len == sizeof(labelLen)");
         if (n < 0) MURV_THROW_FILE("labelLen >= 0", kErrBadContent);
         const std::int64_t padded = (static_cast<std::int64_t>(n) + 3) / 4 * 4;
-        const auto bytes = in.Bytes(padded, "len == paddedLabelLen");
-        varLabel.assign(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n));
+        if (padded > in.Left()) MURV_THROW_FILE("len == paddedLabelLen", kErrFileEnds);
+        varLabel.resize(static_cast<std::size_t>(padded));
+        in.Exact(varLabel.data(), padded, "len == paddedLabelLen");
+        varLabel.resize(static_cast<std::size_t>(n));
     }
     unsigned char missing[3][8] = {};
     const int nMissing = code < 0 ? -code : code;
@@ -185,7 +187,10 @@ void ReadVariableRecord(RecordReader& in, SystemFileDataSource& ds, std::uint32_
     fileCells += 1;
     if (type < 0) return;  // a continuation cell of the string before it
     MURV_Variable& var = ds.AddVariable(type);
-    var.SetName(TrimRight(std::string(reinterpret_cast<const char*>(v + 20), kShortNameSize)));
+    // The blanks that pad the name go before the name is stored.
+    std::size_t nameLength = kShortNameSize;
+    while (nameLength > 0 && v[20 + nameLength - 1] == ' ') --nameLength;
+    var.SetName(reinterpret_cast<const char*>(v + 20), nameLength);
     var.SetPrintFormat(UnpackFormat(print));
     var.SetWriteFormat(UnpackFormat(write));
     if (hasLabel) var.SetLabel(varLabel.data(), varLabel.size());

@@ -2,6 +2,8 @@
 // unique short name of at most 8 bytes; the record pairs each short name with
 // the full name as "SHORT=Full", entries separated by tabs.
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -101,32 +103,75 @@ using NamePairs = std::vector<std::pair<std::string, std::string>>;
 // The key of a pair: the first 64 bytes of its first name, upper-cased.
 std::string PairKey(const std::pair<std::string, std::string>& pair) { return Cut64Upper(pair.first); }
 
+// True when no two of the values are equal (0 among them).
+bool AllDistinct(const std::vector<std::uint64_t>& values) {
+    std::size_t size = 16;
+    while (size / 2 < values.size()) size *= 2;
+    int shift = 64;
+    for (std::size_t s = size; s > 1; s /= 2) --shift;
+    // Open addressing; 0 marks a free slot, so the value 0 is seen apart.
+    std::vector<std::uint64_t> slots(size, 0);
+    const std::size_t mask = size - 1;
+    const auto home = [shift](std::uint64_t v) {
+        return static_cast<std::size_t>((v * 0x9E3779B97F4A7C15ull) >> shift);
+    };
+    bool zero = false;
+    constexpr std::size_t kAhead = 8;
+    for (std::size_t k = 0; k < values.size(); ++k) {
+        if (k + kAhead < values.size()) __builtin_prefetch(&slots[home(values[k + kAhead])]);
+        const std::uint64_t v = values[k];
+        if (v == 0) {
+            if (zero) return false;
+            zero = true;
+            continue;
+        }
+        for (std::size_t i = home(v);; i = (i + 1) & mask) {
+            if (slots[i] == v) return false;
+            if (slots[i] == 0) {
+                slots[i] = v;
+                break;
+            }
+        }
+    }
+    return true;
+}
+
 // Whether pair i is the pair of variable i, for every variable (see
 // RenameVariables). Files and the writer list the pairs in dictionary order,
 // one per variable, and this check spares a map of all names.
 bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
     const std::size_t n = ds.ColumnCount();
-    bool inOrder = pairs.size() == n;
-    for (std::size_t i = 0; inOrder && i < n; ++i) {
+    if (pairs.size() != n) return false;
+    // The upper-cased names as numbers while they fit in 8 bytes (as the
+    // names of variable records do): equal names give equal numbers, so
+    // distinct numbers prove the names distinct without a table of texts.
+    std::vector<std::uint64_t> packed;
+    packed.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
         // (A first name that is the variable's name has its upper-cased name
         // for key: no copy is made for the usual pair.)
         const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-        inOrder = pairs[i].first == v.GetName() || PairKey(pairs[i]) == v.GetUpperName();
-    }
-    if (inOrder) {
-        // Then each variable's pair is its own unless two variables share
-        // an upper-cased name (and so a key, of which the first pair wins).
-        const auto upperOf = [&ds](std::uint32_t k) {
-            return std::string_view(ds.GetVariable(static_cast<int>(k)).GetUpperName());
-        };
-        text::TextIndex<decltype(upperOf)> seen(upperOf);
-        seen.Reserve(n);
-        for (std::size_t i = 0; inOrder && i < n; ++i) {
-            if (i + seen.kPrefetchDistance < n) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
-            inOrder = seen.Insert(static_cast<std::uint32_t>(i)) == seen.kNone;
+        if (pairs[i].first != v.GetName() && PairKey(pairs[i]) != v.GetUpperName()) return false;
+        const std::string& upper = v.GetUpperName();
+        if (packed.size() == i && upper.size() <= 8) {
+            std::uint64_t word = 0;
+            std::memcpy(&word, upper.data(), upper.size());
+            packed.push_back(word);
         }
     }
-    return inOrder;
+    // Then each variable's pair is its own unless two variables share an
+    // upper-cased name (and so a key, of which the first pair wins).
+    if (packed.size() == n && AllDistinct(packed)) return true;
+    const auto upperOf = [&ds](std::uint32_t k) {
+        return std::string_view(ds.GetVariable(static_cast<int>(k)).GetUpperName());
+    };
+    text::TextIndex<decltype(upperOf)> seen(upperOf);
+    seen.Reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i + seen.kPrefetchDistance < n) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
+        if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone) return false;
+    }
+    return true;
 }
 
 // Gives every variable whose upper-cased name is the key of some pair the

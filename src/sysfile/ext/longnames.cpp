@@ -174,13 +174,58 @@ bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
     return true;
 }
 
+bool IsAscii(const std::string& text) {
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
+
+// RenameVariables for the usual record: one pair per variable in dictionary
+// order, short names of at most 8 bytes. One pass over the variables checks
+// each pair as it renames, so that each variable is visited once; the short
+// names are then checked for repeats. When the record is not of that kind,
+// the names given are taken back and the answer is false.
+bool RenameInOrder(MURV_DataSource& ds, const NamePairs& pairs) {
+    const std::size_t n = ds.ColumnCount();
+    if (pairs.size() != n) return false;
+    std::vector<std::uint64_t> packed;  // as in PairsInOrder
+    packed.reserve(n);
+    // The names to put back that are not the first names of their pairs,
+    // or that storing again might not give back as they are (not ASCII).
+    std::vector<std::pair<std::size_t, std::string>> kept;
+    std::size_t done = 0;
+    for (; done < n; ++done) {
+        MURV_Variable& v = ds.GetVariable(static_cast<int>(done));
+        const std::string& upper = v.GetUpperName();
+        const bool same = pairs[done].first == v.GetName();
+        if (upper.size() > 8 || (!same && PairKey(pairs[done]) != upper)) break;
+        std::uint64_t word = 0;
+        std::memcpy(&word, upper.data(), upper.size());
+        packed.push_back(word);
+        if (!same || !IsAscii(v.GetName())) kept.emplace_back(done, v.GetName());
+        v.SetName(pairs[done].second);
+    }
+    if (done == n && AllDistinct(packed)) return true;
+    auto k = kept.begin();
+    for (std::size_t i = 0; i < done; ++i) {
+        MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+        if (k != kept.end() && k->first == i) {
+            v.SetName(k->second);
+            ++k;
+        } else {
+            v.SetName(pairs[i].first);
+        }
+    }
+    return false;
+}
+
 // Gives every variable whose upper-cased name is the key of some pair the
-// second name of the first such pair: rename(variable, name).
-template <class Rename>
-void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& rename) {
+// second name of the first such pair.
+void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs) {
+    if (RenameInOrder(ds, pairs)) return;
     const std::size_t n = ds.ColumnCount();
     if (PairsInOrder(ds, pairs)) {
-        for (std::size_t i = 0; i < n; ++i) rename(ds.GetVariable(static_cast<int>(i)), pairs[i].second);
+        for (std::size_t i = 0; i < n; ++i) ds.GetVariable(static_cast<int>(i)).SetName(pairs[i].second);
         return;
     }
     std::unordered_map<std::string, std::size_t> firstOf;
@@ -189,7 +234,7 @@ void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& renam
     for (std::size_t i = 0; i < n; ++i) {
         MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
         const auto it = firstOf.find(v.GetUpperName());
-        if (it != firstOf.end()) rename(v, pairs[it->second].second);
+        if (it != firstOf.end()) v.SetName(pairs[it->second].second);
     }
 }
 
@@ -217,7 +262,7 @@ public:
                 writer->SetFileNames(std::move(names));
             }
         } else {
-            RenameVariables(ds, info.namePairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
+            RenameVariables(ds, info.namePairs);
         }
         // "SHORT=Full" entries between tabs, made in place (a million
         // names make a large record).
@@ -244,12 +289,16 @@ public:
         std::size_t pos = 0;
         NamePairs pairs;
         pairs.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\t')) + 1);
+        // The next '=' or tab from a position, or the end.
+        const auto separator = [&text](std::size_t from) {
+            while (from < text.size() && text[from] != '=' && text[from] != '\t') ++from;
+            return from;
+        };
         while (pos < text.size()) {
-            const std::size_t i = text.find_first_of("=\t", pos);
-            if (i == std::string_view::npos || text[i] != '=')
+            const std::size_t i = separator(pos);
+            if (i == text.size() || text[i] != '=')
                 throw SystemFileException(__FILE__, "i != notFound && extString[i] == '='", kErrBadContent, __LINE__);
-            std::size_t j = text.find_first_of("=\t", i + 1);
-            if (j == std::string_view::npos) j = text.size();
+            const std::size_t j = separator(i + 1);
             if (j != text.size() && text[j] != '\t')
                 throw SystemFileException(__FILE__, "j == len || extString[j] == '\\t'", kErrBadContent, __LINE__);
             pairs.emplace_back(std::string(text.substr(pos, i - pos)), std::string(text.substr(i + 1, j - i - 1)));
@@ -257,7 +306,7 @@ public:
         }
         if (!pairs.empty()) {
             RenameSetMembersToLong(ds, pairs);
-            RenameVariables(ds, pairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
+            RenameVariables(ds, pairs);
         }
         if (info.namePairs.empty())
             info.namePairs = std::move(pairs);

@@ -352,6 +352,8 @@ TEST_F(SystemFile, MalformedLongStringRecordsAreIgnored) {
         {{"A", "B"}, "B=beta\tA=alpha", {"alpha", "beta"}},               // entries out of order
         {{"A", "a"}, "A=alpha\ta=beta", {"alpha", "V1"}},                 // one short name twice
         {{"B", "A", "b"}, "B=beta\tA=alpha\tb=gamma", {"beta", "alpha", "V1"}},
+        {{"A", "B", "C"}, "A=alpha\tC=gamma\tB=beta", {"alpha", "beta", "gamma"}},
+        {{"T\xE9X", "A", "a"}, "T\xE9X=eta\tA=alpha\ta=beta", {"eta", "alpha", "V1"}},  // not ASCII
     };
     for (const auto& row : rows) {
         ByteBuilder b;

@@ -20,6 +20,7 @@
 #include "sysfile/saveds.h"
 #include "sysfile/segments.h"
 #include "text/mbtext.h"
+#include "text/names.h"
 #include "text/textindex.h"
 
 namespace murv {
@@ -84,19 +85,6 @@ std::string LowerName(const std::string& name) {
         pos += static_cast<std::size_t>(len);
     }
     return out;
-}
-
-bool NameCanStay(const std::string& name) {
-    if (name.empty()) return false;
-    const auto first = static_cast<unsigned char>(name[0]);
-    if (first == '#' || first == '$' || first == '_' || first == '.') return false;
-    for (unsigned char c : name) {
-        if (c >= 128) continue;
-        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) continue;
-        if (c == '@' || c == '#' || c == '$' || c == '_' || c == '.') continue;
-        return false;
-    }
-    return true;
 }
 
 int MonthOf(const std::string& s) {
@@ -266,6 +254,9 @@ void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileI
     if (len > in.Left()) MURV_THROW_FILE("len == h[2]*h[1]", kErrFileEnds);
     // A record with no units is accepted: an unhandled subtype is then
     // removed from the dataset, and a handler judges the empty payload.
+    // Joining very long strings changes the variables after the long-name
+    // record may have met their names (no other record does).
+    if (subtype == 14) info.readNames.Clear();
     SystemFileExtensionRecord record;
     record.SetUnitSize(unitSize);
     record.SetNUnits(nUnits);
@@ -275,18 +266,26 @@ void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileI
 
 // Names that the rules refuse or that repeat another are replaced by V1,
 // V2, ...; then, when the file carries no long names, every name (the new
-// ones too) is lower-cased. When no name changes, *index is left holding the
-// upper-cased names by position; otherwise it is left empty.
-void RepairNames(SystemFileDataSource& ds, bool longNamesRead, text::NameIndex* index) {
+// ones too) is lower-cased. When no name changes, names->index is left
+// holding the upper-cased names by position; otherwise it is left empty.
+void RepairNames(SystemFileDataSource& ds, bool longNamesRead, SystemFileInfo::ReadNames* names) {
     // The usual file: every name valid and unique. One pass checks that and
-    // builds the index that lookups by name need afterwards.
+    // builds the index that lookups by name need afterwards, unless the
+    // long-name record has met every name already.
+    text::NameIndex* const index = &names->index;
     bool valid = true;
-    const bool unique = index->Assign(ds.ColumnCount(), [&ds, &valid](std::size_t i) {
-        const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-        valid = valid && NameCanStay(v.GetName());
-        return std::string_view(v.GetUpperName());
-    });
-    if (!unique || !valid || !longNamesRead) index->Clear();
+    bool unique;
+    if (index->Size() == ds.ColumnCount() && index->Size() > 0) {
+        valid = names->kept;
+        unique = index->FinishAssign();
+    } else {
+        unique = index->Assign(ds.ColumnCount(), [&ds, &valid](std::size_t i) {
+            const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+            valid = valid && names::KeptOnReading(v.GetName());
+            return std::string_view(v.GetUpperName());
+        });
+    }
+    if (!unique || !valid || !longNamesRead) names->Clear();
     if (unique && valid) {
         if (!longNamesRead)
             for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
@@ -308,7 +307,7 @@ void RepairNames(SystemFileDataSource& ds, bool longNamesRead, text::NameIndex* 
             if (i + taken.kPrefetchDistance < ds.ColumnCount())
                 taken.Prefetch(upperOf(static_cast<std::uint32_t>(i + taken.kPrefetchDistance)));
             const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-            if (NameCanStay(v.GetName()) && taken.Insert(static_cast<std::uint32_t>(i)) == taken.kNone) continue;
+            if (names::KeptOnReading(v.GetName()) && taken.Insert(static_cast<std::uint32_t>(i)) == taken.kNone) continue;
             repair.push_back(i);
         }
         int counter = 1;
@@ -385,6 +384,8 @@ void SystemFileDataSource::ReadFile() {
         const std::int32_t recType = in.I32("len == sizeof(recType)");
         if (recType == kRecVariable) {
             indexCurrent = false;
+            // (The names met by a long-name record no longer cover every variable.)
+            if (info.readNames.index.Size() > 0) info.readNames.Clear();
             ReadVariableRecord(in, *this, fileCells);
         } else if (recType == kRecValueLabels) {
             if (!indexCurrent) {
@@ -421,7 +422,7 @@ void SystemFileDataSource::ReadFile() {
     const int weight = weightCell >= 0 ? dictIndex.IndexAt(weightCell + 1) : -1;
     SetWeightVar(weight >= 0 && GetVariable(weight).GetType() == 0 ? weight : -1);
 
-    RepairNames(*this, info.longNamesRead, &m_data->names);
+    RepairNames(*this, info.longNamesRead, &info.readNames);
     // Sets naming variables the dictionary does not hold lose those members.
     PruneSetsAfterRead(*this);
 
@@ -436,7 +437,7 @@ void SystemFileDataSource::ReadFile() {
 }
 
 bool SystemFileDataSource::TakeNameIndex(text::NameIndex* index) {
-    text::NameIndex& names = m_data->names;
+    text::NameIndex& names = m_data->m_options.readNames.index;
     // Any change of the dictionary since reading would have to keep the index
     // current; none does, so the index is given out only once and only while
     // it covers every variable.

@@ -19,7 +19,6 @@
 #include "sysfile/fileinfo.h"
 #include "sysfile/filestream.h"
 #include "sysfile/sparseindex.h"
-#include "text/textindex.h"
 
 namespace murv {
 
@@ -106,8 +105,6 @@ protected:
         std::vector<unsigned char> overwritten;
         std::vector<unsigned char> headerCount;
         std::vector<unsigned char> recordCount;
-        // See TakeNameIndex.
-        text::NameIndex names;
     };
 
 private:

@@ -226,19 +226,31 @@ public:
     }
     // Replaces the index by the n keys key(0) ... key(n - 1); false when
     // one repeats an earlier one, and the index then holds those before it.
-    // (Each key is hashed once, in the pass that copies it, and the inserts
-    // fetch their slots ahead from the stored hashes.)
     template <class KeyOf>
     bool Assign(std::size_t n, KeyOf&& key) {
+        StartAssign(n);
+        for (std::size_t i = 0; i < n; ++i) AddKey(key(i));
+        return FinishAssign();
+    }
+    // Assign in steps, for a caller that meets the keys in a pass of its
+    // own: StartAssign (n: the keys expected), AddKey for each key in turn,
+    // then FinishAssign, which answers as Assign. Keys added are counted in
+    // Size() but found only after FinishAssign. (Each key is hashed once,
+    // as it is copied, and the inserts fetch their slots ahead from the
+    // stored hashes.)
+    void StartAssign(std::size_t n) {
         Clear();
         keys_.Reserve(n, 8 * n);
+        hashes_.reserve(n);
+    }
+    void AddKey(std::string_view key) {
+        keys_.Add(key);
+        hashes_.push_back(Table::HashOf(key));
+    }
+    bool FinishAssign() {
         std::vector<std::uint32_t> hashes;
-        hashes.reserve(n);
-        for (std::size_t i = 0; i < n; ++i) {
-            const std::string_view k = key(i);
-            keys_.Add(k);
-            hashes.push_back(Table::HashOf(k));
-        }
+        hashes.swap(hashes_);
+        const std::size_t n = hashes.size();
         table_.Reserve(n);
         for (std::size_t i = 0; i < n; ++i) {
             if (i + Table::kPrefetchDistance < n) table_.PrefetchHash(hashes[i + Table::kPrefetchDistance]);
@@ -252,10 +264,12 @@ public:
     void Clear() {
         table_.Clear();
         keys_.Clear();
+        hashes_.clear();
     }
     void Swap(NameIndex& other) noexcept {
         keys_.Swap(other.keys_);
         table_.SwapEntries(other.table_);
+        hashes_.swap(other.hashes_);
     }
 
 private:
@@ -267,6 +281,8 @@ private:
 
     TextArena keys_;
     Table table_;
+    // The hashes of the keys added since StartAssign.
+    std::vector<std::uint32_t> hashes_;
 };
 
 }  // namespace murv::text

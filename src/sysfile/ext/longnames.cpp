@@ -16,6 +16,7 @@
 #include "sysfile/fileinfo.h"
 #include "sysfile/saveds.h"
 #include "text/mbtext.h"
+#include "text/names.h"
 #include "text/textindex.h"
 
 namespace murv {
@@ -184,10 +185,17 @@ bool IsAscii(const std::string& text) {
 // order, short names of at most 8 bytes. One pass over the variables checks
 // each pair as it renames, so that each variable is visited once; the short
 // names are then checked for repeats. When the record is not of that kind,
-// the names given are taken back and the answer is false.
-bool RenameInOrder(MURV_DataSource& ds, const NamePairs& pairs) {
+// the names given are taken back and the answer is false. When met is not
+// null, the new names are added to it on the way (see
+// SystemFileInfo::readNames); it is left empty when the answer is false.
+bool RenameInOrder(MURV_DataSource& ds, const NamePairs& pairs, SystemFileInfo::ReadNames* met) {
     const std::size_t n = ds.ColumnCount();
+    if (met) met->Clear();
     if (pairs.size() != n) return false;
+    if (met) {
+        met->index.StartAssign(n);
+        met->kept = true;
+    }
     std::vector<std::uint64_t> packed;  // as in PairsInOrder
     packed.reserve(n);
     // The names to put back that are not the first names of their pairs,
@@ -204,8 +212,13 @@ bool RenameInOrder(MURV_DataSource& ds, const NamePairs& pairs) {
         packed.push_back(word);
         if (!same || !IsAscii(v.GetName())) kept.emplace_back(done, v.GetName());
         v.SetName(pairs[done].second);
+        if (met) {
+            met->index.AddKey(v.GetUpperName());
+            met->kept = met->kept && names::KeptOnReading(v.GetName());
+        }
     }
     if (done == n && AllDistinct(packed)) return true;
+    if (met) met->Clear();
     auto k = kept.begin();
     for (std::size_t i = 0; i < done; ++i) {
         MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
@@ -221,8 +234,8 @@ bool RenameInOrder(MURV_DataSource& ds, const NamePairs& pairs) {
 
 // Gives every variable whose upper-cased name is the key of some pair the
 // second name of the first such pair.
-void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs) {
-    if (RenameInOrder(ds, pairs)) return;
+void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, SystemFileInfo::ReadNames* met = nullptr) {
+    if (RenameInOrder(ds, pairs, met)) return;
     const std::size_t n = ds.ColumnCount();
     if (PairsInOrder(ds, pairs)) {
         for (std::size_t i = 0; i < n; ++i) ds.GetVariable(static_cast<int>(i)).SetName(pairs[i].second);
@@ -282,6 +295,7 @@ public:
     }
 
     void Read(MURV_DataSource& ds, SystemFileInfo& info, const SystemFileExtensionRecord& rec) const override {
+        info.readNames.Clear();
         MURV_FILE_CHECK(rec.UnitSize() == 1, kErrBadContent);
         info.longNamesRead = true;
         const std::size_t len = static_cast<std::size_t>(rec.NUnits() > 0 ? rec.NUnits() : 0);
@@ -306,7 +320,7 @@ public:
         }
         if (!pairs.empty()) {
             RenameSetMembersToLong(ds, pairs);
-            RenameVariables(ds, pairs);
+            RenameVariables(ds, pairs, &info.readNames);
         }
         if (info.namePairs.empty())
             info.namePairs = std::move(pairs);

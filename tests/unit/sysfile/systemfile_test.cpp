@@ -354,6 +354,8 @@ TEST_F(SystemFile, MalformedLongStringRecordsAreIgnored) {
         {{"B", "A", "b"}, "B=beta\tA=alpha\tb=gamma", {"beta", "alpha", "V1"}},
         {{"A", "B", "C"}, "A=alpha\tC=gamma\tB=beta", {"alpha", "beta", "gamma"}},
         {{"T\xE9X", "A", "a"}, "T\xE9X=eta\tA=alpha\ta=beta", {"eta", "alpha", "V1"}},  // not ASCII
+        {{"A", "B"}, "A=same\tB=SAME", {"same", "V1"}},                     // long names that repeat
+        {{"A", "B", "C"}, "A=_bad\tB=ok\tC=V1", {"V2", "ok", "V1"}},        // or break the rules
     };
     for (const auto& row : rows) {
         ByteBuilder b;

@@ -217,6 +217,18 @@ public:
     // The body, for telling whether two handles share one.
     const MURV_VariableImpl* Body() const { return fpImpl.get(); }
 
+    // Starts fetching the body into the processor's caches. A pass over the
+    // variables of a large dictionary visits bodies scattered over the heap;
+    // one that asks for the bodies a few variables ahead overlaps the waits
+    // for them.
+    void Prefetch() const {
+        const char* const body = reinterpret_cast<const char*>(fpImpl.get());
+        if (!body) return;
+        for (std::size_t at = 0; at < sizeof(MURV_VariableImpl); at += 64) __builtin_prefetch(body + at);
+    }
+    // How many variables ahead such a pass asks.
+    static constexpr std::size_t kPrefetchAhead = 8;
+
 private:
     const MURV_VariableImpl& Read() const;
     MURV_VariableImpl& Write();

@@ -203,6 +203,8 @@ bool RenameInOrder(MURV_DataSource& ds, const NamePairs& pairs, SystemFileInfo::
     std::vector<std::pair<std::size_t, std::string>> kept;
     std::size_t done = 0;
     for (; done < n; ++done) {
+        if (done + MURV_Variable::kPrefetchAhead < n)
+            ds.GetVariable(static_cast<int>(done + MURV_Variable::kPrefetchAhead)).Prefetch();
         MURV_Variable& v = ds.GetVariable(static_cast<int>(done));
         const std::string& upper = v.GetUpperName();
         const bool same = pairs[done].first == v.GetName();

@@ -197,10 +197,14 @@ void ReadValueLabelRecord(RecordReader& in, SystemFileDataSource& ds, Dictionary
         unsigned char head[9];
         in.Exact(head, 9, "len == header.size()");
         const int n = head[8];
-        const auto bytes = in.Bytes((n + 8) / 8 * 8 - 1, "len == paddedLen");
+        const int padded = (n + 8) / 8 * 8 - 1;
+        if (padded > in.Left()) MURV_THROW_FILE("len == paddedLen", kErrFileEnds);
+        std::string text(static_cast<std::size_t>(padded), '\0');
+        in.Exact(text.data(), padded, "len == paddedLen");
+        text.resize(static_cast<std::size_t>(n));
         ValueLabelKey key;
         std::memcpy(key.data(), head, 8);
-        pairs.emplace_back(key, std::string(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n)));
+        pairs.emplace_back(key, std::move(text));
     }
     unsigned char vh[8];
     in.Exact(vh, 8, "len == 2*sizeof(int32)");

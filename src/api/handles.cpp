@@ -77,15 +77,17 @@ int releaseHandle(int handle) {
 }
 
 
-int BuildNameIndex(dioDataSource& ds) {
+int BuildNameIndex(dioDataSource& ds, bool namesJustSet) {
     // A stored name has no trailing blanks and at most 64 bytes: unless it
     // starts with a blank or holds a NUL, its key is the upper-cased name the
-    // variable keeps already, and no copy need be made.
+    // variable keeps already (when that was made under the current locale),
+    // and no copy need be made.
     std::string key;
-    const bool unique = ds.State().nameIndex.Assign(ds.ColumnCount(), [&ds, &key](std::size_t i) -> std::string_view {
+    const bool unique = ds.State().nameIndex.Assign(ds.ColumnCount(), [&](std::size_t i) -> std::string_view {
         const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
         const std::string& name = v.GetName();
-        if (!name.empty() && name.front() != ' ' && name.find('\0') == std::string::npos) return v.GetUpperName();
+        if (namesJustSet && !name.empty() && name.front() != ' ' && name.find('\0') == std::string::npos)
+            return v.GetUpperName();
         key = names::NameKey(name);
         return key;
     });

@@ -131,7 +131,10 @@ inline int lookupHandle(int handle, int level, dioDataSource** dataSource) {
 
 // Rebuilds the name index from the dictionary; 6 when two variables share a
 // key, else 0.
-int BuildNameIndex(dioDataSource& ds);
+// namesJustSet: every variable was named (or renamed) during the current
+// call, so that the upper-cased names the variables keep were made under the
+// locale in force now and can serve as keys.
+int BuildNameIndex(dioDataSource& ds, bool namesJustSet = false);
 // Dictionary position of a variable by name, or -1.
 int FindVariable(dioDataSource& ds, const char* name);
 

@@ -32,7 +32,7 @@ int OpenExisting(int mode, const char* fileName, int* handleOut) {
         rc = lookupHandle(handle, anyMode, &ds);
         // The reader has built the index on its way when the names needed no
         // repair.
-        if (rc == MURV_RC_OK && !ds->TakeNameIndex(&ds->State().nameIndex)) rc = BuildNameIndex(*ds);
+        if (rc == MURV_RC_OK && !ds->TakeNameIndex(&ds->State().nameIndex)) rc = BuildNameIndex(*ds, true);
         if (rc != MURV_RC_OK) {
             Abandon(handle);
             return rc;

@@ -256,11 +256,11 @@ void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileI
     if (len > std::numeric_limits<std::int32_t>::max()) MURV_THROW_FILE("unitSize*nUnits fits", kErrBadContent);
     if (subtype == 16) caseCountRecordPos = in.Position();
     if (len > in.Left()) MURV_THROW_FILE("len == h[2]*h[1]", kErrFileEnds);
-    // A record with no units is accepted: an unhandled subtype is then
-    // removed from the dataset, and a handler judges the empty payload.
     // Joining very long strings changes the variables after the long-name
     // record may have met their names (no other record does).
     if (subtype == 14) info.readNames.Clear();
+    // A record with no units is accepted: an unhandled subtype is then
+    // removed from the dataset, and a handler judges the empty payload.
     SystemFileExtensionRecord record;
     record.SetUnitSize(unitSize);
     record.SetNUnits(nUnits);

@@ -77,32 +77,20 @@ int releaseHandle(int handle) {
 }
 
 
-bool NameIndex::Append(std::string_view key) {
-    if (table_.Find(key) != Table::kNone) return false;
-    keys_.Add(key);
-    try {
-        table_.Insert(static_cast<std::uint32_t>(keys_.Size() - 1));
-    } catch (...) {
-        keys_.PopBack();
-        throw;
-    }
-    return true;
-}
-
-void NameIndex::PopBack() {
-    if (keys_.Size() == 0) return;
-    table_.Erase(static_cast<std::uint32_t>(keys_.Size() - 1));
-    keys_.PopBack();
-}
-
-void NameIndex::Clear() {
-    table_.Clear();
-    keys_.Clear();
-}
-
-int BuildNameIndex(dioDataSource& ds) {
-    const bool unique = ds.State().nameIndex.Assign(
-        ds.ColumnCount(), [&ds](std::size_t i) { return names::NameKey(ds.GetVariable(static_cast<int>(i)).GetName()); });
+int BuildNameIndex(dioDataSource& ds, bool namesJustSet) {
+    // A stored name has no trailing blanks and at most 64 bytes: unless it
+    // starts with a blank or holds a NUL, its key is the upper-cased name the
+    // variable keeps already (when that was made under the current locale),
+    // and no copy need be made.
+    std::string key;
+    const bool unique = ds.State().nameIndex.Assign(ds.ColumnCount(), [&](std::size_t i) -> std::string_view {
+        const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+        const std::string& name = v.GetName();
+        if (namesJustSet && !name.empty() && name.front() != ' ' && name.find('\0') == std::string::npos)
+            return v.GetUpperName();
+        key = names::NameKey(name);
+        return key;
+    });
     return unique ? MURV_RC_OK : MURV_RC_BAD_FILE;
 }
 

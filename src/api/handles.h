@@ -30,54 +30,7 @@ inline constexpr char kInterfaceProduct[] = "@(#) MURV DATA FILE MS Windows Rele
 
 // Upper-cased, trimmed names (at most 64 bytes each), numbered by their
 // position in the dictionary, and a hash lookup over them.
-class NameIndex {
-public:
-    NameIndex() : table_(ArenaKey{&keys_}) {}
-    NameIndex(const NameIndex&) = delete;
-    NameIndex& operator=(const NameIndex&) = delete;
-
-    std::size_t Size() const { return keys_.Size(); }
-    // The position of the key, or -1.
-    int Find(std::string_view key) const {
-        const std::uint32_t k = table_.Find(key);
-        return k == Table::kNone ? -1 : static_cast<int>(k);
-    }
-    // See text::TextIndex::Prefetch.
-    void Prefetch(std::string_view key) const { table_.Prefetch(key); }
-    // Adds the key at the next position; false, adding nothing, when it is
-    // there already.
-    bool Append(std::string_view key);
-    // Removes the key added last.
-    void PopBack();
-    // Replaces the index by the n keys key(0) ... key(n - 1); false when
-    // one repeats an earlier one, and the index then holds those before it.
-    template <class KeyOf>
-    bool Assign(std::size_t n, KeyOf&& key) {
-        Clear();
-        keys_.Reserve(n, 0);
-        for (std::size_t i = 0; i < n; ++i) keys_.Add(key(i));
-        table_.Reserve(n);
-        for (std::size_t i = 0; i < n; ++i) {
-            if (i + Table::kPrefetchDistance < n) table_.Prefetch(keys_[i + Table::kPrefetchDistance]);
-            if (table_.Insert(static_cast<std::uint32_t>(i)) != Table::kNone) {
-                while (keys_.Size() > i) keys_.PopBack();
-                return false;
-            }
-        }
-        return true;
-    }
-    void Clear();
-
-private:
-    struct ArenaKey {
-        const text::TextArena* arena;
-        std::string_view operator()(std::uint32_t k) const { return (*arena)[k]; }
-    };
-    using Table = text::TextIndex<ArenaKey>;
-
-    text::TextArena keys_;
-    Table table_;
-};
+using NameIndex = text::NameIndex;
 
 struct dioHandleState {
     // Chunked extension reads in progress, by subtype.
@@ -178,7 +131,10 @@ inline int lookupHandle(int handle, int level, dioDataSource** dataSource) {
 
 // Rebuilds the name index from the dictionary; 6 when two variables share a
 // key, else 0.
-int BuildNameIndex(dioDataSource& ds);
+// namesJustSet: every variable was named (or renamed) during the current
+// call, so that the upper-cased names the variables keep were made under the
+// locale in force now and can serve as keys.
+int BuildNameIndex(dioDataSource& ds, bool namesJustSet = false);
 // Dictionary position of a variable by name, or -1.
 int FindVariable(dioDataSource& ds, const char* name);
 

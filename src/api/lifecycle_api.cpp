@@ -30,7 +30,9 @@ int OpenExisting(int mode, const char* fileName, int* handleOut) {
         }
         dioDataSource* ds = nullptr;
         rc = lookupHandle(handle, anyMode, &ds);
-        if (rc == MURV_RC_OK) rc = BuildNameIndex(*ds);
+        // The reader has built the index on its way when the names needed no
+        // repair.
+        if (rc == MURV_RC_OK && !ds->TakeNameIndex(&ds->State().nameIndex)) rc = BuildNameIndex(*ds, true);
         if (rc != MURV_RC_OK) {
             Abandon(handle);
             return rc;

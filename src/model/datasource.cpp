@@ -197,6 +197,18 @@ MURV_Variable& MURV_DataSource::AppendVariable(const MURV_Variable& variable, in
     return fData.fDictionary.back();
 }
 
+MURV_Variable& MURV_DataSource::AppendVariable(MURV_Variable&& variable, int* index)
+{
+    MURV_ASSERT(variable.IsValid());
+    // Taking the handle over spares a count up and down on its body.
+    const int type = variable.GetType();
+    if (index) *index = static_cast<int>(ColumnCount());
+    fData.fDictionary.push_back(std::move(variable));
+    fData.fLayout.AddColumn(type);
+    DictionaryChanged();
+    return fData.fDictionary.back();
+}
+
 MURV_Variable& MURV_DataSource::InsertVariable(int varAfter, const MURV_Variable& variable)
 {
     MURV_ASSERT(0 <= varAfter && std::size_t(varAfter) <= fData.fDictionary.size());

@@ -100,6 +100,7 @@ public:
     void ReserveVariables(std::size_t n);
     MURV_Variable& AddVariable(int type, int* index = nullptr);
     MURV_Variable& AppendVariable(const MURV_Variable& variable, int* index = nullptr);
+    MURV_Variable& AppendVariable(MURV_Variable&& variable, int* index = nullptr);
     // Stores the variable at position varAfter (0 to ColumnCount()).
     MURV_Variable& InsertVariable(int varAfter, const MURV_Variable& variable);
     // Removes the variables start..finish (both included; none when start >

@@ -64,12 +64,18 @@ DictionaryIndex::DictionaryIndex(const MURV_DataSource& dataSource) : fDataSourc
 
 void DictionaryIndex::Rebuild()
 {
+    // The cells come from the layout, a compact array, rather than from each
+    // variable's type: the layout follows every variable added, inserted or
+    // removed, and reading one type per variable would visit a million
+    // bodies scattered over the heap.
+    const ObsLayout& layout = fDataSource.GetObsLayout();
+    const std::size_t count = layout.ColumnCount();
     fEntries.clear();
-    const std::size_t count = fDataSource.ColumnCount();
+    fEntries.reserve(layout.Total());
     for (std::size_t i = 0; i < count; ++i) {
         fEntries.push_back(static_cast<std::int32_t>(i));
-        const std::uint32_t cells = CellsForType(fDataSource.GetVariable(static_cast<int>(i)).GetType());
-        fEntries.insert(fEntries.end(), cells - 1, -1);
+        const std::uint32_t cells = layout.ColumnCells(i);
+        if (cells > 1) fEntries.insert(fEntries.end(), cells - 1, -1);
     }
 }
 

@@ -212,11 +212,14 @@ const std::string& MURV_Variable::GetUpperName() const
 
 std::string StoredName(const char* text, std::size_t length)
 {
-    char buffer[MURV_Variable::eMaxNameLength];
-    text::CopyPadded(buffer, sizeof buffer, text, std::min(length, sizeof buffer));
-    std::size_t size = sizeof buffer;
-    while (size > 0 && buffer[size - 1] == ' ') --size;
-    return std::string(buffer, size);
+    // The whole characters of the first 64 bytes (up to a NUL), without the
+    // blanks that end them.
+    if (text == nullptr || length == 0) return std::string();
+    std::string name = text::Truncated(std::string_view(text, length), MURV_Variable::eMaxNameLength);
+    std::size_t size = name.size();
+    while (size > 0 && name[size - 1] == ' ') --size;
+    name.resize(size);
+    return name;
 }
 
 void MURV_Variable::SetName(const char* text, std::size_t length)

@@ -217,6 +217,22 @@ public:
     // The body, for telling whether two handles share one.
     const MURV_VariableImpl* Body() const { return fpImpl.get(); }
 
+    // Starts fetching the body into the processor's caches. A pass over the
+    // variables of a large dictionary visits bodies scattered over the heap;
+    // one that asks for the bodies a few variables ahead overlaps the waits
+    // for them.
+    // (The reference count that every change checks comes too: the bodies
+    // are made by make_shared, which puts it just before the body. A
+    // prefetch of an address that holds nothing of ours does no harm.)
+    void Prefetch() const {
+        const char* const body = reinterpret_cast<const char*>(fpImpl.get());
+        if (!body) return;
+        __builtin_prefetch(body - 16);
+        for (std::size_t at = 0; at < sizeof(MURV_VariableImpl); at += 64) __builtin_prefetch(body + at);
+    }
+    // How many variables ahead such a pass asks.
+    static constexpr std::size_t kPrefetchAhead = 8;
+
 private:
     const MURV_VariableImpl& Read() const;
     MURV_VariableImpl& Write();

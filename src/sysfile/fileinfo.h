@@ -13,6 +13,7 @@
 #include "model/constants.h"
 #include "sysfile/layout.h"
 #include "sysfile/segments.h"
+#include "text/textindex.h"
 
 namespace murv {
 
@@ -36,6 +37,29 @@ struct SystemFileInfo {
     // Writing: (full name, short name) of every variable. Reading: (short
     // name, long name) of the long-name record.
     std::vector<std::pair<std::string, std::string>> namePairs;
+    // Reading: the upper-cased names of the variables by position, added
+    // (not yet indexed, see text::NameIndex::StartAssign) by the long-name
+    // record when it renamed every variable in one pass, and whether every
+    // name is kept on reading (names::KeptOnReading); the name check at the
+    // end of the dictionary then need not visit the variables again. Emptied
+    // by whatever changes the variables after that record (see ReadFile).
+    // A copy of the information starts without them.
+    struct ReadNames {
+        text::NameIndex index;
+        bool kept = false;
+
+        ReadNames() = default;
+        ReadNames(const ReadNames&) {}
+        ReadNames& operator=(const ReadNames&) {
+            Clear();
+            return *this;
+        }
+        void Clear() {
+            index.Clear();
+            kept = false;
+        }
+    };
+    ReadNames readNames;
     std::bitset<kSeenFlags> seen;
     // How the file's case maps onto the dataset's when very long strings
     // are stored as segments; empty otherwise.

@@ -20,6 +20,7 @@
 #include "sysfile/saveds.h"
 #include "sysfile/segments.h"
 #include "text/mbtext.h"
+#include "text/names.h"
 #include "text/textindex.h"
 
 namespace murv {
@@ -84,19 +85,6 @@ std::string LowerName(const std::string& name) {
         pos += static_cast<std::size_t>(len);
     }
     return out;
-}
-
-bool NameCanStay(const std::string& name) {
-    if (name.empty()) return false;
-    const auto first = static_cast<unsigned char>(name[0]);
-    if (first == '#' || first == '$' || first == '_' || first == '.') return false;
-    for (unsigned char c : name) {
-        if (c >= 128) continue;
-        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) continue;
-        if (c == '@' || c == '#' || c == '$' || c == '_' || c == '.') continue;
-        return false;
-    }
-    return true;
 }
 
 int MonthOf(const std::string& s) {
@@ -173,8 +161,10 @@ void ReadVariableRecord(RecordReader& in, SystemFileDataSource& ds, std::uint32_
         const std::int32_t n = in.I32("len == sizeof(labelLen)");
         if (n < 0) MURV_THROW_FILE("labelLen >= 0", kErrBadContent);
         const std::int64_t padded = (static_cast<std::int64_t>(n) + 3) / 4 * 4;
-        const auto bytes = in.Bytes(padded, "len == paddedLabelLen");
-        varLabel.assign(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n));
+        if (padded > in.Left()) MURV_THROW_FILE("len == paddedLabelLen", kErrFileEnds);
+        varLabel.resize(static_cast<std::size_t>(padded));
+        in.Exact(varLabel.data(), padded, "len == paddedLabelLen");
+        varLabel.resize(static_cast<std::size_t>(n));
     }
     unsigned char missing[3][8] = {};
     const int nMissing = code < 0 ? -code : code;
@@ -185,7 +175,10 @@ void ReadVariableRecord(RecordReader& in, SystemFileDataSource& ds, std::uint32_
     fileCells += 1;
     if (type < 0) return;  // a continuation cell of the string before it
     MURV_Variable& var = ds.AddVariable(type);
-    var.SetName(TrimRight(std::string(reinterpret_cast<const char*>(v + 20), kShortNameSize)));
+    // The blanks that pad the name go before the name is stored.
+    std::size_t nameLength = kShortNameSize;
+    while (nameLength > 0 && v[20 + nameLength - 1] == ' ') --nameLength;
+    var.SetName(reinterpret_cast<const char*>(v + 20), nameLength);
     var.SetPrintFormat(UnpackFormat(print));
     var.SetWriteFormat(UnpackFormat(write));
     if (hasLabel) var.SetLabel(varLabel.data(), varLabel.size());
@@ -204,10 +197,14 @@ void ReadValueLabelRecord(RecordReader& in, SystemFileDataSource& ds, Dictionary
         unsigned char head[9];
         in.Exact(head, 9, "len == header.size()");
         const int n = head[8];
-        const auto bytes = in.Bytes((n + 8) / 8 * 8 - 1, "len == paddedLen");
+        const int padded = (n + 8) / 8 * 8 - 1;
+        if (padded > in.Left()) MURV_THROW_FILE("len == paddedLen", kErrFileEnds);
+        std::string text(static_cast<std::size_t>(padded), '\0');
+        in.Exact(text.data(), padded, "len == paddedLen");
+        text.resize(static_cast<std::size_t>(n));
         ValueLabelKey key;
         std::memcpy(key.data(), head, 8);
-        pairs.emplace_back(key, std::string(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(n)));
+        pairs.emplace_back(key, std::move(text));
     }
     unsigned char vh[8];
     in.Exact(vh, 8, "len == 2*sizeof(int32)");
@@ -259,6 +256,9 @@ void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileI
     if (len > std::numeric_limits<std::int32_t>::max()) MURV_THROW_FILE("unitSize*nUnits fits", kErrBadContent);
     if (subtype == 16) caseCountRecordPos = in.Position();
     if (len > in.Left()) MURV_THROW_FILE("len == h[2]*h[1]", kErrFileEnds);
+    // Joining very long strings changes the variables after the long-name
+    // record may have met their names (no other record does).
+    if (subtype == 14) info.readNames.Clear();
     // A record with no units is accepted: an unhandled subtype is then
     // removed from the dataset, and a handler judges the empty payload.
     SystemFileExtensionRecord record;
@@ -270,8 +270,34 @@ void ReadExtensionRecord(RecordReader& in, SystemFileDataSource& ds, SystemFileI
 
 // Names that the rules refuse or that repeat another are replaced by V1,
 // V2, ...; then, when the file carries no long names, every name (the new
-// ones too) is lower-cased.
-void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
+// ones too) is lower-cased. When no name changes, names->index is left
+// holding the upper-cased names by position; otherwise it is left empty.
+void RepairNames(SystemFileDataSource& ds, bool longNamesRead, SystemFileInfo::ReadNames* names) {
+    // The usual file: every name valid and unique. One pass checks that and
+    // builds the index that lookups by name need afterwards, unless the
+    // long-name record has met every name already.
+    text::NameIndex* const index = &names->index;
+    bool valid = true;
+    bool unique;
+    if (index->Size() == ds.ColumnCount() && index->Size() > 0) {
+        valid = names->kept;
+        unique = index->FinishAssign();
+    } else {
+        unique = index->Assign(ds.ColumnCount(), [&ds, &valid](std::size_t i) {
+            const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+            valid = valid && names::KeptOnReading(v.GetName());
+            return std::string_view(v.GetUpperName());
+        });
+    }
+    if (!unique || !valid || !longNamesRead) names->Clear();
+    if (unique && valid) {
+        if (!longNamesRead)
+            for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+                MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+                v.SetName(LowerName(v.GetName()));
+            }
+        return;
+    }
     {
         // The upper-cased names of the variables that keep their names or
         // have their new ones.
@@ -285,7 +311,7 @@ void RepairNames(SystemFileDataSource& ds, bool longNamesRead) {
             if (i + taken.kPrefetchDistance < ds.ColumnCount())
                 taken.Prefetch(upperOf(static_cast<std::uint32_t>(i + taken.kPrefetchDistance)));
             const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-            if (NameCanStay(v.GetName()) && taken.Insert(static_cast<std::uint32_t>(i)) == taken.kNone) continue;
+            if (names::KeptOnReading(v.GetName()) && taken.Insert(static_cast<std::uint32_t>(i)) == taken.kNone) continue;
             repair.push_back(i);
         }
         int counter = 1;
@@ -362,6 +388,8 @@ void SystemFileDataSource::ReadFile() {
         const std::int32_t recType = in.I32("len == sizeof(recType)");
         if (recType == kRecVariable) {
             indexCurrent = false;
+            // (The names met by a long-name record no longer cover every variable.)
+            if (info.readNames.index.Size() > 0) info.readNames.Clear();
             ReadVariableRecord(in, *this, fileCells);
         } else if (recType == kRecValueLabels) {
             if (!indexCurrent) {
@@ -398,7 +426,7 @@ void SystemFileDataSource::ReadFile() {
     const int weight = weightCell >= 0 ? dictIndex.IndexAt(weightCell + 1) : -1;
     SetWeightVar(weight >= 0 && GetVariable(weight).GetType() == 0 ? weight : -1);
 
-    RepairNames(*this, info.longNamesRead);
+    RepairNames(*this, info.longNamesRead, &info.readNames);
     // Sets naming variables the dictionary does not hold lose those members.
     PruneSetsAfterRead(*this);
 
@@ -410,6 +438,17 @@ void SystemFileDataSource::ReadFile() {
                     static_cast<std::uint32_t>(GetObsLayout().StartCell(static_cast<long>(i))))] = 1;
     }
     m_data->row0pos = stream.Tell();
+}
+
+bool SystemFileDataSource::TakeNameIndex(text::NameIndex* index) {
+    text::NameIndex& names = m_data->m_options.readNames.index;
+    // Any change of the dictionary since reading would have to keep the index
+    // current; none does, so the index is given out only once and only while
+    // it covers every variable.
+    const bool current = names.Size() == ColumnCount() && ColumnCount() > 0;
+    if (current) index->Swap(names);
+    names.Clear();
+    return current;
 }
 
 bool SystemFileDataSource::GetReleaseInfo(int release[3]) const {

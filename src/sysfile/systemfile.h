@@ -68,6 +68,12 @@ public:
     SystemFileInfo& Options() { return m_data->m_options; }
     const SystemFileInfo& Options() const { return m_data->m_options; }
 
+    // Moves into *index the upper-cased names of the dictionary by position,
+    // when reading the file found every name valid and unique and built
+    // them on the way (the usual file), and the dictionary has not changed
+    // since; false, leaving *index as it is, otherwise.
+    bool TakeNameIndex(text::NameIndex* index);
+
     // Product text of the header of a file written from this dataset.
     void SetProduct(std::string product) { m_data->m_options.product = std::move(product); }
 

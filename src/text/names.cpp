@@ -102,6 +102,20 @@ std::string_view NamePart(const char* name) {
 
 std::string NameKey(std::string_view name) { return text::UpperCopy(NamePart(name)); }
 
+bool KeptOnReading(std::string_view name) {
+    if (name.empty()) return false;
+    const auto first = static_cast<unsigned char>(name[0]);
+    if (first == '#' || first == '$' || first == '_' || first == '.') return false;
+    for (const char ch : name) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (c >= 128) continue;
+        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) continue;
+        if (c == '@' || c == '#' || c == '$' || c == '_' || c == '.') continue;
+        return false;
+    }
+    return true;
+}
+
 int ValidateVarname(const char* name) {
     // The first 64 bytes as they come, a plain byte count: a longer name is
     // judged on its beginning and never fails for its length alone.

@@ -37,6 +37,12 @@ std::string_view NamePart(const char* name);
 // that counts, upper-cased under the current locale.
 std::string NameKey(std::string_view name);
 
+// Whether a variable's name read from a file stays as it is: not empty, not
+// starting with "#", "$", "_" or ".", and every ASCII byte a letter, a digit
+// or one of "@#$_." (other bytes are taken as they come). A file's names
+// that fail this, or repeat another, are replaced on reading.
+bool KeptOnReading(std::string_view name);
+
 // The verdict of the exported name check: the first 64 bytes of the name,
 // without leading and trailing blanks, classified; 0 to 6. A null name is
 // judged as an empty one.

@@ -57,6 +57,13 @@ public:
         }
     }
 
+    // The hash under which a text is kept: a loop that both prefetches and
+    // inserts can compute it once (see PrefetchHash, InsertHashed).
+    static std::uint32_t HashOf(std::string_view text) { return Hash(text); }
+    void PrefetchHash(std::uint32_t hash) const {
+        if (!slots_.empty()) __builtin_prefetch(&slots_[hash & (slots_.size() - 1)]);
+    }
+
     // Starts fetching the slot where a text's search begins, for a Find or
     // Insert of it a little later: tables of many entries are far larger
     // than the processor's caches, and a loop over many entries can so
@@ -67,10 +74,11 @@ public:
 
     // Adds the entry under its text unless an entry of an equal text is
     // there already: that entry, or kNone when this one was added.
-    std::uint32_t Insert(std::uint32_t entry) {
+    std::uint32_t Insert(std::uint32_t entry) { return InsertHashed(entry, Hash(keyOf_(entry))); }
+    // The same, given the hash of the entry's text (HashOf).
+    std::uint32_t InsertHashed(std::uint32_t entry, std::uint32_t hash) {
         Reserve(count_ + 1);
         const std::string_view text = keyOf_(entry);
-        const std::uint32_t hash = Hash(text);
         const std::size_t mask = slots_.size() - 1;
         for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
             Slot& s = slots_[i];
@@ -81,6 +89,13 @@ public:
             }
             if (s.hash == hash && keyOf_(s.entry) == text) return s.entry;
         }
+    }
+
+    // Exchanges the entries with those of another index whose texts are
+    // reached the same way (each keeps its own KeyOf).
+    void SwapEntries(TextIndex& other) noexcept {
+        slots_.swap(other.slots_);
+        std::swap(count_, other.count_);
     }
 
     // Removes the entry under its text (nothing when it is not there).
@@ -164,10 +179,110 @@ public:
         ends_.clear();
         bytes_.clear();
     }
+    void Swap(TextArena& other) noexcept {
+        bytes_.swap(other.bytes_);
+        ends_.swap(other.ends_);
+    }
 
 private:
     std::string bytes_;
     std::vector<std::size_t> ends_;
+};
+
+// Keys numbered 0, 1, 2, ... in the order added (a dictionary's upper-cased
+// names by position), each at most once, and a hash lookup over them.
+class NameIndex {
+public:
+    NameIndex() : table_(ArenaKey{&keys_}) {}
+    NameIndex(const NameIndex&) = delete;
+    NameIndex& operator=(const NameIndex&) = delete;
+
+    std::size_t Size() const { return keys_.Size(); }
+    // The position of the key, or -1.
+    int Find(std::string_view key) const {
+        const std::uint32_t k = table_.Find(key);
+        return k == Table::kNone ? -1 : static_cast<int>(k);
+    }
+    // See TextIndex::Prefetch.
+    void Prefetch(std::string_view key) const { table_.Prefetch(key); }
+    // Adds the key at the next position; false, adding nothing, when it is
+    // there already.
+    bool Append(std::string_view key) {
+        if (table_.Find(key) != Table::kNone) return false;
+        keys_.Add(key);
+        try {
+            table_.Insert(static_cast<std::uint32_t>(keys_.Size() - 1));
+        } catch (...) {
+            keys_.PopBack();
+            throw;
+        }
+        return true;
+    }
+    // Removes the key added last.
+    void PopBack() {
+        if (keys_.Size() == 0) return;
+        table_.Erase(static_cast<std::uint32_t>(keys_.Size() - 1));
+        keys_.PopBack();
+    }
+    // Replaces the index by the n keys key(0) ... key(n - 1); false when
+    // one repeats an earlier one, and the index then holds those before it.
+    template <class KeyOf>
+    bool Assign(std::size_t n, KeyOf&& key) {
+        StartAssign(n);
+        for (std::size_t i = 0; i < n; ++i) AddKey(key(i));
+        return FinishAssign();
+    }
+    // Assign in steps, for a caller that meets the keys in a pass of its
+    // own: StartAssign (n: the keys expected), AddKey for each key in turn,
+    // then FinishAssign, which answers as Assign. Keys added are counted in
+    // Size() but found only after FinishAssign. (Each key is hashed once,
+    // as it is copied, and the inserts fetch their slots ahead from the
+    // stored hashes.)
+    void StartAssign(std::size_t n) {
+        Clear();
+        keys_.Reserve(n, 8 * n);
+        hashes_.reserve(n);
+    }
+    void AddKey(std::string_view key) {
+        keys_.Add(key);
+        hashes_.push_back(Table::HashOf(key));
+    }
+    bool FinishAssign() {
+        std::vector<std::uint32_t> hashes;
+        hashes.swap(hashes_);
+        const std::size_t n = hashes.size();
+        table_.Reserve(n);
+        for (std::size_t i = 0; i < n; ++i) {
+            if (i + Table::kPrefetchDistance < n) table_.PrefetchHash(hashes[i + Table::kPrefetchDistance]);
+            if (table_.InsertHashed(static_cast<std::uint32_t>(i), hashes[i]) != Table::kNone) {
+                while (keys_.Size() > i) keys_.PopBack();
+                return false;
+            }
+        }
+        return true;
+    }
+    void Clear() {
+        table_.Clear();
+        keys_.Clear();
+        hashes_.clear();
+    }
+    void Swap(NameIndex& other) noexcept {
+        keys_.Swap(other.keys_);
+        table_.SwapEntries(other.table_);
+        hashes_.swap(other.hashes_);
+    }
+
+private:
+    struct ArenaKey {
+        const TextArena* arena;
+        std::string_view operator()(std::uint32_t k) const { return (*arena)[k]; }
+    };
+    using Table = TextIndex<ArenaKey>;
+
+    TextArena keys_;
+    Table table_;
+    // The hashes of the keys added since StartAssign.
+    std::vector<std::uint32_t> hashes_;
 };
 
 }  // namespace murv::text

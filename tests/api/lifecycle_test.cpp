@@ -114,6 +114,15 @@ TEST(ShortNames, CompatNames) {
     h = OpenForRead(path);
     EXPECT_EQ(compat("longish8"), ok("longish8"));
     ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
+
+    // Two short names that give one long name: the second variable is
+    // renamed on reading, and found under its new name.
+    ByteBuilder().Header(2, 0).Variable(0, "AGE").Variable(0, "age").ExtensionText(13, "AGE=Age\tage=Age2").End().Save(path);
+    h = OpenForRead(path);
+    EXPECT_EQ(compat("age"), ok("AGE"));
+    EXPECT_EQ(compat("v1"), ok("V1"));
+    EXPECT_EQ(compat("Age2").first, MURV_RC_VAR_NOT_FOUND);
+    ASSERT_EQ(murvCloseRead(h), MURV_RC_OK);
 }
 
 }  // namespace

@@ -31,7 +31,10 @@ public:
         MURV_FILE_CHECK(rec.UnitSize() == sizeof(std::int32_t), kErrBadContent);
         MURV_FILE_CHECK(static_cast<std::size_t>(rec.NUnits()) == ds.ColumnCount() * 3, kErrBadContent);
         const unsigned char* p = rec.Contents();
-        for (std::size_t i = 0; i < ds.ColumnCount(); ++i) {
+        const std::size_t n = ds.ColumnCount();
+        for (std::size_t i = 0; i < n; ++i) {
+            if (i + MURV_Variable::kPrefetchAhead < n)
+                ds.GetVariable(static_cast<int>(i + MURV_Variable::kPrefetchAhead)).Prefetch();
             MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
             const std::int32_t level = LoadI32(p + 12 * i, info.byteSwapped);
             const std::int32_t width = LoadI32(p + 12 * i + 4, info.byteSwapped);

@@ -2,6 +2,8 @@
 // unique short name of at most 8 bytes; the record pairs each short name with
 // the full name as "SHORT=Full", entries separated by tabs.
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -14,6 +16,7 @@
 #include "sysfile/fileinfo.h"
 #include "sysfile/saveds.h"
 #include "text/mbtext.h"
+#include "text/names.h"
 #include "text/textindex.h"
 
 namespace murv {
@@ -101,41 +104,143 @@ using NamePairs = std::vector<std::pair<std::string, std::string>>;
 // The key of a pair: the first 64 bytes of its first name, upper-cased.
 std::string PairKey(const std::pair<std::string, std::string>& pair) { return Cut64Upper(pair.first); }
 
+// True when no two of the values are equal (0 among them).
+bool AllDistinct(const std::vector<std::uint64_t>& values) {
+    std::size_t size = 16;
+    while (size / 2 < values.size()) size *= 2;
+    int shift = 64;
+    for (std::size_t s = size; s > 1; s /= 2) --shift;
+    // Open addressing; 0 marks a free slot, so the value 0 is seen apart.
+    std::vector<std::uint64_t> slots(size, 0);
+    const std::size_t mask = size - 1;
+    const auto home = [shift](std::uint64_t v) {
+        return static_cast<std::size_t>((v * 0x9E3779B97F4A7C15ull) >> shift);
+    };
+    bool zero = false;
+    constexpr std::size_t kAhead = 8;
+    for (std::size_t k = 0; k < values.size(); ++k) {
+        if (k + kAhead < values.size()) __builtin_prefetch(&slots[home(values[k + kAhead])]);
+        const std::uint64_t v = values[k];
+        if (v == 0) {
+            if (zero) return false;
+            zero = true;
+            continue;
+        }
+        for (std::size_t i = home(v);; i = (i + 1) & mask) {
+            if (slots[i] == v) return false;
+            if (slots[i] == 0) {
+                slots[i] = v;
+                break;
+            }
+        }
+    }
+    return true;
+}
+
 // Whether pair i is the pair of variable i, for every variable (see
 // RenameVariables). Files and the writer list the pairs in dictionary order,
 // one per variable, and this check spares a map of all names.
 bool PairsInOrder(const MURV_DataSource& ds, const NamePairs& pairs) {
     const std::size_t n = ds.ColumnCount();
-    bool inOrder = pairs.size() == n;
-    for (std::size_t i = 0; inOrder && i < n; ++i) {
+    if (pairs.size() != n) return false;
+    // The upper-cased names as numbers while they fit in 8 bytes (as the
+    // names of variable records do): equal names give equal numbers, so
+    // distinct numbers prove the names distinct without a table of texts.
+    std::vector<std::uint64_t> packed;
+    packed.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
         // (A first name that is the variable's name has its upper-cased name
         // for key: no copy is made for the usual pair.)
         const MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
-        inOrder = pairs[i].first == v.GetName() || PairKey(pairs[i]) == v.GetUpperName();
-    }
-    if (inOrder) {
-        // Then each variable's pair is its own unless two variables share
-        // an upper-cased name (and so a key, of which the first pair wins).
-        const auto upperOf = [&ds](std::uint32_t k) {
-            return std::string_view(ds.GetVariable(static_cast<int>(k)).GetUpperName());
-        };
-        text::TextIndex<decltype(upperOf)> seen(upperOf);
-        seen.Reserve(n);
-        for (std::size_t i = 0; inOrder && i < n; ++i) {
-            if (i + seen.kPrefetchDistance < n) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
-            inOrder = seen.Insert(static_cast<std::uint32_t>(i)) == seen.kNone;
+        if (pairs[i].first != v.GetName() && PairKey(pairs[i]) != v.GetUpperName()) return false;
+        const std::string& upper = v.GetUpperName();
+        if (packed.size() == i && upper.size() <= 8) {
+            std::uint64_t word = 0;
+            std::memcpy(&word, upper.data(), upper.size());
+            packed.push_back(word);
         }
     }
-    return inOrder;
+    // Then each variable's pair is its own unless two variables share an
+    // upper-cased name (and so a key, of which the first pair wins).
+    if (packed.size() == n && AllDistinct(packed)) return true;
+    const auto upperOf = [&ds](std::uint32_t k) {
+        return std::string_view(ds.GetVariable(static_cast<int>(k)).GetUpperName());
+    };
+    text::TextIndex<decltype(upperOf)> seen(upperOf);
+    seen.Reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i + seen.kPrefetchDistance < n) seen.Prefetch(upperOf(static_cast<std::uint32_t>(i + seen.kPrefetchDistance)));
+        if (seen.Insert(static_cast<std::uint32_t>(i)) != seen.kNone) return false;
+    }
+    return true;
+}
+
+bool IsAscii(const std::string& text) {
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
+
+// RenameVariables for the usual record: one pair per variable in dictionary
+// order, short names of at most 8 bytes. One pass over the variables checks
+// each pair as it renames, so that each variable is visited once; the short
+// names are then checked for repeats. When the record is not of that kind,
+// the names given are taken back and the answer is false. When met is not
+// null, the new names are added to it on the way (see
+// SystemFileInfo::readNames); it is left empty when the answer is false.
+bool RenameInOrder(MURV_DataSource& ds, const NamePairs& pairs, SystemFileInfo::ReadNames* met) {
+    const std::size_t n = ds.ColumnCount();
+    if (met) met->Clear();
+    if (pairs.size() != n) return false;
+    if (met) {
+        met->index.StartAssign(n);
+        met->kept = true;
+    }
+    std::vector<std::uint64_t> packed;  // as in PairsInOrder
+    packed.reserve(n);
+    // The names to put back that are not the first names of their pairs,
+    // or that storing again might not give back as they are (not ASCII).
+    std::vector<std::pair<std::size_t, std::string>> kept;
+    std::size_t done = 0;
+    for (; done < n; ++done) {
+        if (done + MURV_Variable::kPrefetchAhead < n)
+            ds.GetVariable(static_cast<int>(done + MURV_Variable::kPrefetchAhead)).Prefetch();
+        MURV_Variable& v = ds.GetVariable(static_cast<int>(done));
+        const std::string& upper = v.GetUpperName();
+        const bool same = pairs[done].first == v.GetName();
+        if (upper.size() > 8 || (!same && PairKey(pairs[done]) != upper)) break;
+        std::uint64_t word = 0;
+        std::memcpy(&word, upper.data(), upper.size());
+        packed.push_back(word);
+        if (!same || !IsAscii(v.GetName())) kept.emplace_back(done, v.GetName());
+        v.SetName(pairs[done].second);
+        if (met) {
+            met->index.AddKey(v.GetUpperName());
+            met->kept = met->kept && names::KeptOnReading(v.GetName());
+        }
+    }
+    if (done == n && AllDistinct(packed)) return true;
+    if (met) met->Clear();
+    auto k = kept.begin();
+    for (std::size_t i = 0; i < done; ++i) {
+        MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
+        if (k != kept.end() && k->first == i) {
+            v.SetName(k->second);
+            ++k;
+        } else {
+            v.SetName(pairs[i].first);
+        }
+    }
+    return false;
 }
 
 // Gives every variable whose upper-cased name is the key of some pair the
-// second name of the first such pair: rename(variable, name).
-template <class Rename>
-void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& rename) {
+// second name of the first such pair.
+void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, SystemFileInfo::ReadNames* met = nullptr) {
+    if (RenameInOrder(ds, pairs, met)) return;
     const std::size_t n = ds.ColumnCount();
     if (PairsInOrder(ds, pairs)) {
-        for (std::size_t i = 0; i < n; ++i) rename(ds.GetVariable(static_cast<int>(i)), pairs[i].second);
+        for (std::size_t i = 0; i < n; ++i) ds.GetVariable(static_cast<int>(i)).SetName(pairs[i].second);
         return;
     }
     std::unordered_map<std::string, std::size_t> firstOf;
@@ -144,7 +249,7 @@ void RenameVariables(MURV_DataSource& ds, const NamePairs& pairs, Rename&& renam
     for (std::size_t i = 0; i < n; ++i) {
         MURV_Variable& v = ds.GetVariable(static_cast<int>(i));
         const auto it = firstOf.find(v.GetUpperName());
-        if (it != firstOf.end()) rename(v, pairs[it->second].second);
+        if (it != firstOf.end()) v.SetName(pairs[it->second].second);
     }
 }
 
@@ -172,7 +277,7 @@ public:
                 writer->SetFileNames(std::move(names));
             }
         } else {
-            RenameVariables(ds, info.namePairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
+            RenameVariables(ds, info.namePairs);
         }
         // "SHORT=Full" entries between tabs, made in place (a million
         // names make a large record).
@@ -192,6 +297,7 @@ public:
     }
 
     void Read(MURV_DataSource& ds, SystemFileInfo& info, const SystemFileExtensionRecord& rec) const override {
+        info.readNames.Clear();
         MURV_FILE_CHECK(rec.UnitSize() == 1, kErrBadContent);
         info.longNamesRead = true;
         const std::size_t len = static_cast<std::size_t>(rec.NUnits() > 0 ? rec.NUnits() : 0);
@@ -199,12 +305,16 @@ public:
         std::size_t pos = 0;
         NamePairs pairs;
         pairs.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\t')) + 1);
+        // The next '=' or tab from a position, or the end.
+        const auto separator = [&text](std::size_t from) {
+            while (from < text.size() && text[from] != '=' && text[from] != '\t') ++from;
+            return from;
+        };
         while (pos < text.size()) {
-            const std::size_t i = text.find_first_of("=\t", pos);
-            if (i == std::string_view::npos || text[i] != '=')
+            const std::size_t i = separator(pos);
+            if (i == text.size() || text[i] != '=')
                 throw SystemFileException(__FILE__, "i != notFound && extString[i] == '='", kErrBadContent, __LINE__);
-            std::size_t j = text.find_first_of("=\t", i + 1);
-            if (j == std::string_view::npos) j = text.size();
+            const std::size_t j = separator(i + 1);
             if (j != text.size() && text[j] != '\t')
                 throw SystemFileException(__FILE__, "j == len || extString[j] == '\\t'", kErrBadContent, __LINE__);
             pairs.emplace_back(std::string(text.substr(pos, i - pos)), std::string(text.substr(i + 1, j - i - 1)));
@@ -212,7 +322,7 @@ public:
         }
         if (!pairs.empty()) {
             RenameSetMembersToLong(ds, pairs);
-            RenameVariables(ds, pairs, [](MURV_Variable& v, const std::string& name) { v.SetName(name); });
+            RenameVariables(ds, pairs, &info.readNames);
         }
         if (info.namePairs.empty())
             info.namePairs = std::move(pairs);

@@ -340,12 +340,33 @@ TEST_F(SystemFile, MalformedLongStringRecordsAreIgnored) {
     EXPECT_EQ(make("LONGVARI=LongVariable", "LONGVARI=3x0" + nul), 2u) << "not a number";
     EXPECT_EQ(make("LONGVARI=LongVariable", "LONGVARI=600" + nul), 2u) << "segments do not match";
     EXPECT_EQ(make("LONGVARI=LongVariable", "LONGVARI=300"), 2u) << "a last entry without its terminator";
-    ByteBuilder().Header(3, 0).Variable(0, "A").Variable(0, "B").Variable(0, "C")
-        .ExtensionText(13, "A=alpha\tB=beta\t").End().Save(path);
-    SystemFileDataSource rd(path);
-    EXPECT_EQ(rd.GetVariable(0).GetName(), "alpha");
-    EXPECT_EQ(rd.GetVariable(1).GetName(), "beta");
-    EXPECT_EQ(rd.GetVariable(2).GetName(), "C") << "no entry: the name stays as it was";
+    // Long names go to the variables whose upper-cased names are the entries'
+    // short names, the first entry of a short name winning; names that then
+    // repeat are repaired.
+    const struct {
+        std::vector<const char*> shortNames;
+        const char* record;
+        std::vector<const char*> names;
+    } rows[] = {
+        {{"A", "B", "C"}, "A=alpha\tB=beta\t", {"alpha", "beta", "C"}},  // C: no entry, the name stays
+        {{"A", "B"}, "B=beta\tA=alpha", {"alpha", "beta"}},               // entries out of order
+        {{"A", "a"}, "A=alpha\ta=beta", {"alpha", "V1"}},                 // one short name twice
+        {{"B", "A", "b"}, "B=beta\tA=alpha\tb=gamma", {"beta", "alpha", "V1"}},
+        {{"A", "B", "C"}, "A=alpha\tC=gamma\tB=beta", {"alpha", "beta", "gamma"}},
+        {{"T\xE9X", "A", "a"}, "T\xE9X=eta\tA=alpha\ta=beta", {"eta", "alpha", "V1"}},  // not ASCII
+        {{"A", "B"}, "A=same\tB=SAME", {"same", "V1"}},                     // long names that repeat
+        {{"A", "B", "C"}, "A=_bad\tB=ok\tC=V1", {"V2", "ok", "V1"}},        // or break the rules
+    };
+    for (const auto& row : rows) {
+        ByteBuilder b;
+        b.Header(static_cast<int>(row.shortNames.size()), 0);
+        for (const char* name : row.shortNames) b.Variable(0, name);
+        b.ExtensionText(13, row.record).End().Save(path);
+        SystemFileDataSource rd(path);
+        ASSERT_EQ(rd.ColumnCount(), row.names.size()) << row.record;
+        for (std::size_t i = 0; i < row.names.size(); ++i)
+            EXPECT_EQ(rd.GetVariable(static_cast<int>(i)).GetName(), row.names[i]) << row.record;
+    }
 }
 
 TEST_F(SystemFile, NameRepairAndOpaqueRecords) {
